@@ -1,0 +1,163 @@
+#ifndef OSTREL_GINGA_COMMON_CORE_H
+#define OSTREL_GINGA_COMMON_CORE_H
+
+#include <pthread.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <string>
+
+#include "GingaDataDestination.h"
+
+namespace Ostrel {
+
+class GingaServer;
+class TISDBTTable;
+
+// Called with status 0 (table delivered), 1 (timed out, table null) or 2
+// (event data, request id 0, user data null). The table is lent for the call
+// only. Returns non-zero when the notification is accepted. It runs on the
+// caller's thread (cache answers), on the server's delivery thread (with no lock
+// of the library held) or on the follower's monitor thread (with the follower's
+// lock held), unserialised.
+typedef int (*RequestNotificationCallback)(unsigned int requestId, unsigned char status,
+                                           void* userData, TISDBTTable* table);
+
+// The one process-wide object through which the middleware uses the library.
+// It holds the server that executes every command it builds and the callback
+// through which table requests are answered; both are read and written as
+// atomic words, so binding them needs no lock. The instance is never destroyed.
+//
+// Every operation that takes errorCode writes it only when it is not null:
+// 0 on success, or one of -1, -3, -4, -5, -7, -8, -10, -11, -12.
+class OstrelGingaCommonCore : public GingaDataDestination {
+ public:
+  virtual ~OstrelGingaCommonCore();
+
+  // Section data from the server, on its delivery thread: parsed, cached when
+  // cacheable, handed to every outstanding request with exactly this key and
+  // announced when it is event data. data stays the caller's. Returns 1 when the
+  // table answered a request or was announced, else 0.
+  virtual int injectData(int tunerId, short pid, short tableId, short tableIdExt, void* context,
+                         unsigned char* data, unsigned int size);
+
+  // ---- Core object and server binding ----
+
+  // The singleton, created by the first call; any thread.
+  static OstrelGingaCommonCore* getInstance();
+
+  // Binds the server that executes every command (not owned). 0, and the
+  // previous binding kept, when server is null.
+  int setServer(GingaServer* server);
+
+  // Sets the notification callback; null clears it. Always 1.
+  int setRequestNotificationCallback(RequestNotificationCallback callback);
+
+  // Blocks until the server has no busy command; 0, errorCode untouched, when
+  // no server is bound.
+  int waitBusyCommands(short* errorCode);
+
+  // ---- Table requests ----
+
+  // Asks for a table. mode, as unsigned 8-bit: 0 cache only, 1 cache then
+  // server, anything else server only. Answered from the cache: the callback
+  // runs on this thread and the result is its verdict. Sent to the server: the
+  // request is followed until data or its time-out ends it. On success the
+  // library releases userData exactly once through release (when both are set);
+  // on failure the caller keeps it.
+  int requestData(unsigned int requestId, signed char mode, int tunerId, short pid, short tableId,
+                  short tableIdExt, void* userData, void (*release)(void*), short* errorCode);
+
+  // As requestData, but the server request is synchronous and not followed:
+  // userData is released once send has returned successfully.
+  int requestDataSync(unsigned int requestId, signed char mode, int tunerId, short pid,
+                      short tableId, short tableIdExt, void* userData, void (*release)(void*),
+                      short* errorCode);
+
+  // The time-out of a request for this PID and table id, in whole seconds.
+  static timeval getTimeout(short pid, short tableId, short tableIdExt);
+
+  // The tuner's cached table for pid, or null (-11 no cache, -12 not cached).
+  // The table stays the cache's; it is valid only while the cache keeps it.
+  TISDBTTable* getFromCache(int tunerId, short pid, short tableId, short tableIdExt,
+                            void* userData, short* errorCode);
+
+  // Calls the notification callback; 1 when it accepted. Releases nothing.
+  int dispatchRequestFeedback(unsigned int requestId, unsigned char status, void* userData,
+                              TISDBTTable* table, short* errorCode);
+
+  // Reports a timed-out request (status 1, no table) on the instance; returns
+  // the callback's result, or 0. Called by the follower's monitor thread.
+  int requestTimedOut(unsigned int requestId, int tunerId, short pid, short tableId,
+                      short tableIdExt, void* userData, timeval timeOut,
+                      unsigned int requestCounter);
+
+  // ---- Data injection helpers ----
+
+  // A new table parsed from one section, chosen by PID and table id; or null.
+  TISDBTTable* parseData(int tunerId, short pid, short tableId, short tableIdExt, void* context,
+                         unsigned char* data, unsigned int size);
+
+  // 1 when the table's type is one the cache keeps.
+  int isCacheable(TISDBTTable* table);
+
+  // 1 when the table is event data, announced even unasked.
+  int isEventData(TISDBTTable* table);
+
+  // ---- Video size ----
+  // Synchronous commands; outputs are written only on success, straight from
+  // the server's answer, and must not be null.
+
+  int getVideoSize(unsigned short tsId, unsigned short layerId, short* outSx, short* outSy,
+                   unsigned short* outSw, unsigned short* outSh, short* outDx, short* outDy,
+                   unsigned short* outDw, unsigned short* outDh, short* errorCode);
+  int getDefaultVideoSize(unsigned short tsId, unsigned short layerId, short* outSx, short* outSy,
+                          unsigned short* outSw, unsigned short* outSh, short* outDx,
+                          short* outDy, unsigned short* outDw, unsigned short* outDh,
+                          short* errorCode);
+  int getSourceVideoSize(unsigned short tsId, unsigned short layerId, unsigned short* outSw,
+                         unsigned short* outSh, short* errorCode);
+  int setVideoSize(unsigned short tsId, unsigned short layerId, short sx, short sy,
+                   unsigned short sw, unsigned short sh, short dx, short dy, unsigned short dw,
+                   unsigned short dh, short* errorCode);
+  int checkVideoSize(unsigned short tsId, unsigned short layerId, short sx, short sy,
+                     unsigned short sw, unsigned short sh, short dx, short dy,
+                     unsigned short dw, unsigned short dh, short* outSx, short* outSy,
+                     unsigned short* outSw, unsigned short* outSh, short* outDx, short* outDy,
+                     unsigned short* outDw, unsigned short* outDh, short* errorCode);
+
+  // ---- Keys and application status ----
+  // Synchronous commands; the answer, if any, is not read.
+
+  // Reserves keyCode for listenerId.
+  int reserveKey(std::string listenerId, unsigned int keyCode, short* errorCode);
+
+  // Releases keyCode; listenerId is accepted but not passed on.
+  int releaseKey(std::string listenerId, unsigned int keyCode, short* errorCode);
+
+  // Reports that the status of application appId changed.
+  int notifyAppStatusChange(std::string appId, unsigned char notificationCode, short* errorCode);
+
+  // ---- Tuner list ----
+
+  // The number of tuners; *ids and *types receive new malloc'd arrays (owned by
+  // the caller, to be freed with free) even when there are none.
+  int getTunerList(int** ids, unsigned char** types, short* errorCode);
+
+ private:
+  OstrelGingaCommonCore();
+  OstrelGingaCommonCore(const OstrelGingaCommonCore&);
+  OstrelGingaCommonCore& operator=(const OstrelGingaCommonCore&);
+
+  GingaServer* getServer() const { return m_pServer.load(std::memory_order_acquire); }
+
+  std::atomic<GingaServer*> m_pServer;
+  std::atomic<RequestNotificationCallback> m_pNotificationCallback;
+
+  static std::atomic<OstrelGingaCommonCore*> s_pInstance;
+  static pthread_mutex_t s_pSingMutex;
+};
+
+}  // namespace Ostrel
+
+#endif  // OSTREL_GINGA_COMMON_CORE_H

@@ -1,0 +1,9 @@
+#include "TGetTunerListCommand.h"
+
+namespace Ostrel {
+
+TGetTunerListCommand::TGetTunerListCommand() : TCommand(kCode) {}
+
+TGetTunerListCommand::~TGetTunerListCommand() {}
+
+}  // namespace Ostrel

@@ -1,0 +1,9 @@
+#include "TSyncDataRequestCommand.h"
+
+namespace Ostrel {
+
+TSyncDataRequestCommand::TSyncDataRequestCommand() : TTableKeyCommand(kCode) {}
+
+TSyncDataRequestCommand::~TSyncDataRequestCommand() {}
+
+}  // namespace Ostrel

@@ -1,0 +1,9 @@
+#include "TVideoGetDefaultSize.h"
+
+namespace Ostrel {
+
+TVideoGetDefaultSize::TVideoGetDefaultSize() : TVideoCommand(kCode) {}
+
+TVideoGetDefaultSize::~TVideoGetDefaultSize() {}
+
+}  // namespace Ostrel

@@ -1,0 +1,9 @@
+#include "TVideoGetSourceVideoSize.h"
+
+namespace Ostrel {
+
+TVideoGetSourceVideoSize::TVideoGetSourceVideoSize() : TVideoCommand(kCode) {}
+
+TVideoGetSourceVideoSize::~TVideoGetSourceVideoSize() {}
+
+}  // namespace Ostrel

@@ -1,0 +1,9 @@
+#include "TVideoSetSize.h"
+
+namespace Ostrel {
+
+TVideoSetSize::TVideoSetSize() : TVideoCommand(kCode) {}
+
+TVideoSetSize::~TVideoSetSize() {}
+
+}  // namespace Ostrel

@@ -1,0 +1,42 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "LogCapture.h"
+#include "OstrelLogger.h"
+
+using OstrelTest::LogCapture;
+
+TEST(Logger, SinkReceivesTheFormattedMessageWithLevelAndModule) {
+  LogCapture capture;
+  ostrel_log_std_generic(4, "Cacher", "%s: add: %d items", "Cacher", 3);
+  auto lines = capture.lines();
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_EQ(4, lines[0].level);
+  EXPECT_EQ("Cacher", lines[0].module);
+  EXPECT_EQ("Cacher: add: 3 items", lines[0].message);
+}
+
+TEST(Logger, LongMessagesAreDeliveredWhole) {
+  LogCapture capture;
+  std::string text(5000, 'x');
+  ostrel_log_std_generic(4, "M", "%s|%s", "M", text.c_str());
+  ASSERT_EQ(1u, capture.lines().size());
+  EXPECT_EQ("M|" + text, capture.lines()[0].message);
+}
+
+TEST(Logger, DefaultSinkWritesOneStampedLineToStandardError) {
+  { LogCapture capture; }  // installing and removing a sink restores the default
+  testing::internal::CaptureStderr();
+  ostrel_log_std_generic(4, "GingaCommonCore", "%s: hello", "GingaCommonCore");
+  std::string out = testing::internal::GetCapturedStderr();
+  ASSERT_FALSE(out.empty());
+  EXPECT_EQ('\n', out.back());
+  EXPECT_EQ(out.size() - 1, out.find('\n'));  // one line
+  EXPECT_NE(std::string::npos, out.find(" GingaCommonCore GingaCommonCore: hello\n"));
+  // "YYYY-MM-DD hh:mm:ss.mmm"
+  ASSERT_GT(out.size(), 23u);
+  EXPECT_EQ('-', out[4]);
+  EXPECT_EQ(':', out[13]);
+  EXPECT_EQ('.', out[19]);
+}

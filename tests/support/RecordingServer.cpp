@@ -1,0 +1,119 @@
+#include "RecordingServer.h"
+
+#include "TDataRequestCommand.h"
+#include "TNotifyStatusChange.h"
+#include "TReleaseKeyCommand.h"
+#include "TReserveKeyCommand.h"
+#include "TSyncDataRequestCommand.h"
+#include "TVideoCommand.h"
+
+using namespace Ostrel;
+
+namespace OstrelTest {
+
+namespace {
+
+RecordedCommand snapshot(TCommand* command) {
+  RecordedCommand r;
+  r.code = command->getCode();
+  r.endPoint = command->getEndPoint();
+  if (auto* key = dynamic_cast<TTableKeyCommand*>(command)) {
+    r.tunerId = key->getTunerId();
+    r.pid = key->getPid();
+    r.tableId = key->getTableId();
+    r.tableIdExt = key->getTableIdExt();
+  }
+  if (auto* data = dynamic_cast<TDataRequestCommand*>(command)) {
+    r.open = data->getOpen();
+    r.timeOut = data->getTimeOut();
+    r.requestCounter = data->getRequestCounter();
+  }
+  if (auto* reserve = dynamic_cast<TReserveKeyCommand*>(command)) {
+    r.keyCode = reserve->getKeyCode();
+    r.listenerId = reserve->getListenerId();
+  }
+  if (auto* release = dynamic_cast<TReleaseKeyCommand*>(command)) {
+    r.keyCode = release->getKeyCode();
+  }
+  if (auto* app = dynamic_cast<TAppCommand*>(command)) {
+    r.appId = app->getAppId();
+  }
+  if (auto* status = dynamic_cast<TNotifyStatusChange*>(command)) {
+    r.notificationCode = status->getNotificationCode();
+  }
+  if (auto* video = dynamic_cast<TVideoCommand*>(command)) {
+    r.tsId = video->getTsId();
+    r.layerId = video->getLayerId();
+    r.sx = video->getSx();
+    r.sy = video->getSy();
+    r.sw = video->getSw();
+    r.sh = video->getSh();
+    r.dx = video->getDx();
+    r.dy = video->getDy();
+    r.dw = video->getDw();
+    r.dh = video->getDh();
+  }
+  return r;
+}
+
+}  // namespace
+
+int RecordingServer::execute(TCommand* command, TCommand** response) {
+  ExecuteHook hook;
+  int result = 1;
+  AnswerMaker makeAnswer;
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_commands.push_back(snapshot(command));
+    hook = m_hook;
+    auto r = m_results.find(command->getCode());
+    if (r != m_results.end()) result = r->second;
+    auto a = m_answers.find(command->getCode());
+    if (a != m_answers.end()) makeAnswer = a->second;
+  }
+  if (hook) hook(command);
+  if (makeAnswer && response) *response = makeAnswer();
+  return result;
+}
+
+void RecordingServer::waitBusyCommands() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  ++m_waits;
+}
+
+void RecordingServer::setResult(unsigned short code, int result) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_results[code] = result;
+}
+
+void RecordingServer::setAnswer(unsigned short code, AnswerMaker makeAnswer) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_answers[code] = std::move(makeAnswer);
+}
+
+void RecordingServer::setExecuteHook(ExecuteHook hook) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_hook = std::move(hook);
+}
+
+std::vector<RecordedCommand> RecordingServer::commands() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_commands;
+}
+
+size_t RecordingServer::commandCount() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_commands.size();
+}
+
+RecordedCommand RecordingServer::last() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_commands.empty() ? RecordedCommand() : m_commands.back();
+}
+
+int RecordingServer::waitCount() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_waits;
+}
+
+}  // namespace OstrelTest
