@@ -8,6 +8,7 @@
 #include <string>
 
 #include "GingaDataDestination.h"
+#include "OstrelExport.h"
 
 namespace Ostrel {
 
@@ -30,7 +31,7 @@ typedef int (*RequestNotificationCallback)(unsigned int requestId, unsigned char
 //
 // Every operation that takes errorCode writes it only when it is not null:
 // 0 on success, or one of -1, -3, -4, -5, -7, -8, -10, -11, -12.
-class OstrelGingaCommonCore : public GingaDataDestination {
+class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
  public:
   virtual ~OstrelGingaCommonCore();
 

@@ -1,0 +1,2 @@
+// The tuner list.
+#include "OstrelGingaCommonCore.h"

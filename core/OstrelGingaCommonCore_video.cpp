@@ -1,0 +1,2 @@
+// Video size commands.
+#include "OstrelGingaCommonCore.h"
