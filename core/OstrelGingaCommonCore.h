@@ -106,21 +106,39 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
   int isEventData(TISDBTTable* table);
 
   // ---- Video size ----
-  // Synchronous commands; outputs are written only on success, straight from
-  // the server's answer, and must not be null.
+  // Synchronous commands to the bound server, on the caller's thread, with no
+  // lock taken. tsId and layerId name the video; every value passes to the
+  // server, and back from its answer, unchanged (never clipped or checked).
+  // Outputs are required (written without a test) and are written only on
+  // success, only from the server's answer; on failure they keep what they
+  // held. errorCode: 0; -3 no command could be made; -5 send failed; -4 (gets
+  // and check only) send succeeded but gave no answer, or an answer of another
+  // class. The command is deleted within the call, and so is the answer of a
+  // successful send.
 
+  // The present geometry: source and destination position and size.
   int getVideoSize(unsigned short tsId, unsigned short layerId, short* outSx, short* outSy,
                    unsigned short* outSw, unsigned short* outSh, short* outDx, short* outDy,
                    unsigned short* outDw, unsigned short* outDh, short* errorCode);
+
+  // The default geometry, as getVideoSize.
   int getDefaultVideoSize(unsigned short tsId, unsigned short layerId, short* outSx, short* outSy,
                           unsigned short* outSw, unsigned short* outSh, short* outDx,
                           short* outDy, unsigned short* outDw, unsigned short* outDh,
                           short* errorCode);
+
+  // The width and height of the source picture; nothing else is written.
   int getSourceVideoSize(unsigned short tsId, unsigned short layerId, unsigned short* outSw,
                          unsigned short* outSh, short* errorCode);
+
+  // Sets a geometry. Succeeds (1, error code 0) whenever send does, with or
+  // without an answer, which is deleted unread; never reports -4.
   int setVideoSize(unsigned short tsId, unsigned short layerId, short sx, short sy,
                    unsigned short sw, unsigned short sh, short dx, short dy, unsigned short dw,
                    unsigned short dh, short* errorCode);
+
+  // Submits a geometry; the outputs receive the geometry the server answers
+  // with, never the inputs.
   int checkVideoSize(unsigned short tsId, unsigned short layerId, short sx, short sy,
                      unsigned short sw, unsigned short sh, short dx, short dy,
                      unsigned short dw, unsigned short dh, short* outSx, short* outSy,
@@ -141,8 +159,16 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
 
   // ---- Tuner list ----
 
-  // The number of tuners; *ids and *types receive new malloc'd arrays (owned by
-  // the caller, to be freed with free) even when there are none.
+  // The number of tuners copied; *ids and *types receive new malloc'd arrays
+  // (owned by the caller, to be freed with free) of that many ids and types in
+  // index order, even when there are none (an array of no tuners may be null
+  // where malloc(0) gives null). Tuners have 8-bit indices: at most the first
+  // 256 are copied and counted. Judged by the answer, not by send's result: an
+  // answer received is used even when send reports failure. On failure 0 is
+  // returned and neither output is written: -1 ids or types null (no command
+  // made); -3 no command could be made; -4 no answer of the tuner-list class
+  // ("No answer received."), or the arrays could not be allocated ("Could not
+  // allocate memory.", nothing kept). Caller's thread, no lock taken.
   int getTunerList(int** ids, unsigned char** types, short* errorCode);
 
  private:
