@@ -1,0 +1,393 @@
+// The registry of outstanding requests: instance, categories, add, get and
+// remove, and the teardown.
+#include "RequestFollower.h"
+
+#include <limits>
+
+#include "OstrelLogger.h"
+#include "ScopedLock.h"
+
+namespace Ostrel {
+
+namespace {
+
+const char* const kModule = "RequestFollower";
+const long kMicrosecondsPerSecond = 1000000L;
+
+}  // namespace
+
+std::atomic<RequestFollower*> RequestFollower::s_pInstance(NULL);
+pthread_mutex_t RequestFollower::s_pSingMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+void RequestFollower::log(const char* format) {
+  ostrel_log_std_generic(4, kModule, format, kModule);
+}
+
+// ---- Instance ----
+
+RequestFollower::RequestFollower() : m_thread(pthread_t()), m_iStop(0), m_ullNextSequence(0) {
+  pthread_cond_init(&m_cond, NULL);
+  startMonitor();
+}
+
+// The instance is already unreachable (destroy detached it), so nothing here
+// needs the lock except stopping the thread; the release functions run
+// without any lock of ours.
+RequestFollower::~RequestFollower() {
+  stopMonitor();
+  ItemList pending;
+  pending.swap(m_lstTimeOut);
+  ItemList* categories[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
+                            &m_lstEitSchedule, &m_lstTot, &m_lstPid26, &m_lstPmt};
+  for (size_t i = 0; i < sizeof(categories) / sizeof(categories[0]); ++i) {
+    categories[i]->clear();
+  }
+  m_mapRequestId.clear();
+  m_mapTimeOutOrder.clear();
+  m_mapRequestKey.clear();
+  m_mapPositions.clear();
+  for (ItemList::iterator it = pending.begin(); it != pending.end(); ++it) {
+    delete *it;
+  }
+  pthread_cond_destroy(&m_cond);
+}
+
+bool RequestFollower::getInstance() {
+  if (s_pInstance.load(std::memory_order_acquire)) {
+    return true;
+  }
+  {
+    ScopedLock lock(&s_pSingMutex);
+    if (!s_pInstance.load(std::memory_order_relaxed)) {
+      s_pInstance.store(new RequestFollower(), std::memory_order_release);
+    }
+  }
+  if (s_pInstance.load(std::memory_order_acquire)) {
+    return true;
+  }
+  log("%s: Could not initialize it!");
+  return false;
+}
+
+// The instance under the lock, or null: getInstance() has run, but a
+// concurrent destroy may have detached it since.
+// REQUIRES: s_pSingMutex held.
+RequestFollower* RequestFollower::instance() {
+  return s_pInstance.load(std::memory_order_relaxed);
+}
+
+// The pointer is detached under the lock and the instance torn down without
+// it, so that the monitor thread can take the lock to see its stop flag.
+bool RequestFollower::destroy() {
+  RequestFollower* follower = NULL;
+  {
+    ScopedLock lock(&s_pSingMutex);
+    follower = instance();
+    if (follower && follower->m_thread != pthread_t() &&
+        pthread_equal(follower->m_thread, pthread_self())) {
+      log("%s: destroy: ERROR: Not allowed on the monitor thread.");
+      return false;
+    }
+    s_pInstance.store(NULL, std::memory_order_release);
+  }
+  if (!follower) {
+    log("%s: Instance not found!");
+    return false;
+  }
+  delete follower;
+  return true;
+}
+
+// ---- Public operations ----
+
+bool RequestFollower::add(unsigned int requestId, int tunerId, short pid, short tableId,
+                          short tableIdExt, void* userData, void (*release)(void*), timeval timeOut,
+                          unsigned int requestCounter) {
+  if (!getInstance()) {
+    return false;
+  }
+  ScopedLock lock(&s_pSingMutex);
+  RequestFollower* follower = instance();
+  return follower && follower->__add(requestId, tunerId, pid, tableId, tableIdExt, userData,
+                                     release, timeOut, requestCounter);
+}
+
+RequestFollower::RequestFollowerItem* RequestFollower::get(unsigned int requestId) {
+  if (!getInstance()) {
+    return NULL;
+  }
+  ScopedLock lock(&s_pSingMutex);
+  RequestFollower* follower = instance();
+  return follower ? follower->__get(requestId) : NULL;
+}
+
+std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::get(int tunerId, short pid,
+                                                                       short tableId,
+                                                                       short tableIdExt) {
+  if (!getInstance()) {
+    return new ItemList();
+  }
+  ScopedLock lock(&s_pSingMutex);
+  RequestFollower* follower = instance();
+  return follower ? follower->__get(tunerId, pid, tableId, tableIdExt) : new ItemList();
+}
+
+RequestFollower::RequestFollowerItem* RequestFollower::remove(unsigned int requestId) {
+  if (!getInstance()) {
+    return NULL;
+  }
+  ScopedLock lock(&s_pSingMutex);
+  RequestFollower* follower = instance();
+  return follower ? follower->__remove(requestId) : NULL;
+}
+
+std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::remove(int tunerId, short pid,
+                                                                          short tableId,
+                                                                          short tableIdExt) {
+  if (!getInstance()) {
+    return new ItemList();
+  }
+  ScopedLock lock(&s_pSingMutex);
+  RequestFollower* follower = instance();
+  return follower ? follower->__remove(tunerId, pid, tableId, tableIdExt) : new ItemList();
+}
+
+// ---- Bodies ----
+
+// REQUIRES: s_pSingMutex held.
+bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, short tableId,
+                            short tableIdExt, void* userData, void (*release)(void*),
+                            timeval timeOut, unsigned int requestCounter) {
+  ItemList* category = getSpecificList(pid, tableId, tableIdExt);
+  if (!category) {
+    return false;
+  }
+  timeval now;
+  timeval deadline;
+  if (gettimeofday(&now, NULL) != 0 || !deadlineAfter(now, timeOut, &deadline)) {
+    return false;
+  }
+  RequestFollowerItem* item = new RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt,
+                                                      userData, release, deadline, requestCounter);
+  __file(item, category);
+  // A repeated id is re-pointed: the earlier item stays pending, by key only.
+  m_mapRequestId[static_cast<int>(requestId)] = item;
+  pthread_cond_broadcast(&m_cond);
+  return true;
+}
+
+// REQUIRES: s_pSingMutex held.
+RequestFollower::RequestFollowerItem* RequestFollower::__get(unsigned int requestId) {
+  std::map<int, RequestFollowerItem*>::iterator it =
+      m_mapRequestId.find(static_cast<int>(requestId));
+  return it == m_mapRequestId.end() ? NULL : it->second;
+}
+
+// REQUIRES: s_pSingMutex held.
+RequestFollower::ItemList* RequestFollower::__get(int tunerId, short pid, short tableId,
+                                                  short tableIdExt) {
+  ItemList* found = new ItemList();
+  if (!getSpecificList(pid, tableId, tableIdExt)) {
+    return found;
+  }
+  const RequestKey first = firstKey(tunerId, pid, tableId, tableIdExt);
+  std::map<RequestKey, RequestFollowerItem*, RequestKeyLess>::iterator it =
+      m_mapRequestKey.lower_bound(first);
+  for (; it != m_mapRequestKey.end() && sameKey(it->first, first); ++it) {
+    found->push_back(it->second);
+  }
+  return found;
+}
+
+// REQUIRES: s_pSingMutex held.
+RequestFollower::RequestFollowerItem* RequestFollower::__remove(unsigned int requestId) {
+  std::map<int, RequestFollowerItem*>::iterator it =
+      m_mapRequestId.find(static_cast<int>(requestId));
+  if (it == m_mapRequestId.end()) {
+    return NULL;
+  }
+  RequestFollowerItem* item = it->second;
+  m_mapRequestId.erase(it);
+  __unfile(item);
+  pthread_cond_broadcast(&m_cond);
+  return item;
+}
+
+// REQUIRES: s_pSingMutex held.
+RequestFollower::ItemList* RequestFollower::__remove(int tunerId, short pid, short tableId,
+                                                     short tableIdExt) {
+  if (!getSpecificList(pid, tableId, tableIdExt)) {
+    return new ItemList();
+  }
+  ItemList* taken = __get(tunerId, pid, tableId, tableIdExt);
+  for (ItemList::iterator it = taken->begin(); it != taken->end(); ++it) {
+    __unfile(*it);
+    // Whichever item the id entry points to: ids are meant to be unique.
+    m_mapRequestId.erase(static_cast<int>((*it)->getRequestId()));
+  }
+  pthread_cond_broadcast(&m_cond);
+  return taken;
+}
+
+// ---- Categories ----
+
+// The PID rows come first; PMTs are recognised by table id on any other PID.
+RequestFollower::ItemList* RequestFollower::getSpecificList(short pid, short tableId,
+                                                            short /*tableIdExt*/) {
+  switch (pid) {
+    case 0x0000:
+      return &m_lstPat;
+    case 0x0001:
+      return &m_lstCat;
+    case 0x0010:
+    case 0x0024:
+      return &m_lstNit;
+    case 0x0011:
+      return &m_lstSdt;
+    case 0x0012:
+      return (tableId == 0x4E || tableId == 0x4F) ? &m_lstEitPf : &m_lstEitSchedule;
+    case 0x0014:
+      return &m_lstTot;
+    case 0x0026:
+      return &m_lstPid26;
+    default:
+      return tableId == 0x02 ? &m_lstPmt : NULL;
+  }
+}
+
+// ---- Filing ----
+
+// Inserts the item after every pending item whose deadline is not later than
+// its own, which is where a stable sort of the appended item would put it.
+// REQUIRES: s_pSingMutex held.
+void RequestFollower::__file(RequestFollowerItem* item, ItemList* category) {
+  TimeOutKey order;
+  order.tvDeadline = item->getTimeOut();
+  order.ullSequence = m_ullNextSequence++;
+  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next =
+      m_mapTimeOutOrder.upper_bound(order);
+  ItemPosition position;
+  position.ullSequence = order.ullSequence;
+  position.itTimeOut = m_lstTimeOut.insert(
+      next == m_mapTimeOutOrder.end() ? m_lstTimeOut.end() : next->second, item);
+  position.itCategory = category->insert(category->end(), item);
+  m_mapTimeOutOrder.insert(next, std::make_pair(order, position.itTimeOut));
+  m_mapRequestKey.insert(std::make_pair(keyOf(item, order), item));
+  m_mapPositions.insert(std::make_pair(item, position));
+}
+
+// Takes the item out of the time-out list, its category list and the side
+// indexes; the id index is the caller's business.
+// REQUIRES: s_pSingMutex held.
+void RequestFollower::__unfile(RequestFollowerItem* item) {
+  std::map<RequestFollowerItem*, ItemPosition>::iterator it = m_mapPositions.find(item);
+  if (it == m_mapPositions.end()) {
+    return;
+  }
+  TimeOutKey order;
+  order.tvDeadline = item->getTimeOut();
+  order.ullSequence = it->second.ullSequence;
+  m_lstTimeOut.erase(it->second.itTimeOut);
+  getSpecificList(item->getPid(), item->getTableId(), item->getTableIdExt())
+      ->erase(it->second.itCategory);
+  m_mapTimeOutOrder.erase(order);
+  m_mapRequestKey.erase(keyOf(item, order));
+  m_mapPositions.erase(it);
+}
+
+// REQUIRES: s_pSingMutex held.
+bool RequestFollower::__isPending(RequestFollowerItem* item, unsigned long long sequence) const {
+  std::map<RequestFollowerItem*, ItemPosition>::const_iterator it = m_mapPositions.find(item);
+  return it != m_mapPositions.end() && it->second.ullSequence == sequence;
+}
+
+// ---- Keys and deadlines ----
+
+bool RequestFollower::TimeOutKeyLess::operator()(const TimeOutKey& a, const TimeOutKey& b) const {
+  if (a.tvDeadline.tv_sec != b.tvDeadline.tv_sec) {
+    return a.tvDeadline.tv_sec < b.tvDeadline.tv_sec;
+  }
+  if (a.tvDeadline.tv_usec != b.tvDeadline.tv_usec) {
+    return a.tvDeadline.tv_usec < b.tvDeadline.tv_usec;
+  }
+  return a.ullSequence < b.ullSequence;
+}
+
+bool RequestFollower::RequestKeyLess::operator()(const RequestKey& a, const RequestKey& b) const {
+  if (a.iTunerId != b.iTunerId) {
+    return a.iTunerId < b.iTunerId;
+  }
+  if (a.sPid != b.sPid) {
+    return a.sPid < b.sPid;
+  }
+  if (a.sTableId != b.sTableId) {
+    return a.sTableId < b.sTableId;
+  }
+  if (a.sTableIdExt != b.sTableIdExt) {
+    return a.sTableIdExt < b.sTableIdExt;
+  }
+  return TimeOutKeyLess()(a.toOrder, b.toOrder);
+}
+
+RequestFollower::RequestKey RequestFollower::keyOf(RequestFollowerItem* item,
+                                                   const TimeOutKey& order) {
+  RequestKey key;
+  key.iTunerId = item->getTunerId();
+  key.sPid = item->getPid();
+  key.sTableId = item->getTableId();
+  key.sTableIdExt = item->getTableIdExt();
+  key.toOrder = order;
+  return key;
+}
+
+// The smallest entry of a key: no pending item of that key sorts before it.
+RequestFollower::RequestKey RequestFollower::firstKey(int tunerId, short pid, short tableId,
+                                                      short tableIdExt) {
+  RequestKey key;
+  key.iTunerId = tunerId;
+  key.sPid = pid;
+  key.sTableId = tableId;
+  key.sTableIdExt = tableIdExt;
+  key.toOrder.tvDeadline.tv_sec = std::numeric_limits<time_t>::min();
+  key.toOrder.tvDeadline.tv_usec = std::numeric_limits<suseconds_t>::min();
+  key.toOrder.ullSequence = 0;
+  return key;
+}
+
+bool RequestFollower::sameKey(const RequestKey& a, const RequestKey& b) {
+  return a.iTunerId == b.iTunerId && a.sPid == b.sPid && a.sTableId == b.sTableId &&
+         a.sTableIdExt == b.sTableIdExt;
+}
+
+// now + timeOut with the microsecond carry. False for microseconds outside
+// 0..999999, which would give the monitor an invalid wait limit. Seconds
+// saturate instead of overflowing a 32-bit time_t.
+bool RequestFollower::deadlineAfter(const timeval& now, const timeval& timeOut, timeval* deadline) {
+  if (timeOut.tv_usec < 0 || timeOut.tv_usec >= kMicrosecondsPerSecond || now.tv_usec < 0 ||
+      now.tv_usec >= kMicrosecondsPerSecond) {
+    return false;
+  }
+  long usec = now.tv_usec + timeOut.tv_usec;
+  time_t carry = 0;
+  if (usec >= kMicrosecondsPerSecond) {
+    usec -= kMicrosecondsPerSecond;
+    carry = 1;
+  }
+  const time_t maxSec = std::numeric_limits<time_t>::max();
+  const time_t minSec = std::numeric_limits<time_t>::min();
+  time_t sec = 0;
+  if (timeOut.tv_sec >= 0 && now.tv_sec > maxSec - timeOut.tv_sec - carry) {
+    sec = maxSec;
+    usec = kMicrosecondsPerSecond - 1;
+  } else if (timeOut.tv_sec < 0 && now.tv_sec < minSec - timeOut.tv_sec) {
+    sec = minSec;
+    usec = 0;
+  } else {
+    sec = now.tv_sec + timeOut.tv_sec + carry;
+  }
+  deadline->tv_sec = sec;
+  deadline->tv_usec = usec;
+  return true;
+}
+
+}  // namespace Ostrel
