@@ -1,0 +1,26 @@
+# Shared part of the cross toolchain files: the triple's compiler and binutils,
+# its Debian sysroot, and qemu-user as the emulator through which CTest (and
+# gtest_discover_tests) run every target program.
+if(NOT OSTREL_CROSS_TRIPLE OR NOT OSTREL_CROSS_QEMU)
+  message(FATAL_ERROR "Set OSTREL_CROSS_TRIPLE and OSTREL_CROSS_QEMU before including OstrelCross.cmake")
+endif()
+
+set(CMAKE_C_COMPILER ${OSTREL_CROSS_TRIPLE}-gcc)
+set(CMAKE_CXX_COMPILER ${OSTREL_CROSS_TRIPLE}-g++)
+set(CMAKE_AR ${OSTREL_CROSS_TRIPLE}-ar CACHE FILEPATH "")
+set(CMAKE_RANLIB ${OSTREL_CROSS_TRIPLE}-ranlib CACHE FILEPATH "")
+set(CMAKE_STRIP ${OSTREL_CROSS_TRIPLE}-strip CACHE FILEPATH "")
+set(CMAKE_NM ${OSTREL_CROSS_TRIPLE}-nm CACHE FILEPATH "")
+
+# Debian installs the target's C library and libstdc++ here.
+set(OSTREL_CROSS_SYSROOT /usr/${OSTREL_CROSS_TRIPLE})
+set(CMAKE_FIND_ROOT_PATH ${OSTREL_CROSS_SYSROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# -L makes qemu load the target's dynamic loader and libraries from the
+# sysroot; the build tree's own libraries are found through their RPATH.
+find_program(OSTREL_QEMU_PROGRAM ${OSTREL_CROSS_QEMU} REQUIRED)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${OSTREL_QEMU_PROGRAM};-L;${OSTREL_CROSS_SYSROOT})

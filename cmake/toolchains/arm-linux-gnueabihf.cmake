@@ -1,0 +1,8 @@
+# 32-bit ARM, hard-float (armhf): the receiver's word size (32-bit pointers and
+# time_t) and its unsigned plain char. Uses Debian's cross compiler
+# (g++-arm-linux-gnueabihf); test programs run under qemu-user.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(OSTREL_CROSS_TRIPLE arm-linux-gnueabihf)
+set(OSTREL_CROSS_QEMU qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/OstrelCross.cmake)

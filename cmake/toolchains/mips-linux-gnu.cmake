@@ -1,0 +1,8 @@
+# 32-bit big-endian MIPS: the other byte order, so that every multi-byte field
+# of a section is read the portable way. Uses Debian's cross compiler
+# (g++-mips-linux-gnu); test programs run under qemu-user.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR mips)
+set(OSTREL_CROSS_TRIPLE mips-linux-gnu)
+set(OSTREL_CROSS_QEMU qemu-mips)
+include(${CMAKE_CURRENT_LIST_DIR}/OstrelCross.cmake)
