@@ -1,0 +1,45 @@
+#ifndef OSTREL_TLONG_SECTION_TABLE_H
+#define OSTREL_TLONG_SECTION_TABLE_H
+
+#include "TISDBTTable.h"
+#include "TSectionReader.h"
+
+namespace Ostrel {
+
+// Base of the tables sent in long-form sections (PAT, PMT, NIT, SDT): the
+// fields that follow section_length in each of them. Values are kept as the
+// wire gives them. Immutable once parsed.
+class TLongSectionTable : public TISDBTTable {
+ public:
+  unsigned char getTableId() const { return m_ucTableId; }
+  // transport_stream_id (PAT, SDT), program_number (PMT), network_id (NIT).
+  unsigned short getTableIdExtension() const { return m_usTableIdExtension; }
+  unsigned char getVersionNumber() const { return m_ucVersionNumber; }
+  bool isCurrentNext() const { return m_bCurrentNext; }
+  unsigned char getSectionNumber() const { return m_ucSectionNumber; }
+  unsigned char getLastSectionNumber() const { return m_ucLastSectionNumber; }
+
+ protected:
+  explicit TLongSectionTable(unsigned int type);
+
+  // Checks the framing of a long-form section with a CRC (see TSectionFrame)
+  // and reads the five header fields. On success *body covers what follows
+  // last_section_number up to the CRC. False when the frame is wrong or the
+  // section number is above the last section number.
+  bool openSection(const unsigned char* data, unsigned int size, TSectionReader* body);
+
+ private:
+  TLongSectionTable(const TLongSectionTable&);
+  TLongSectionTable& operator=(const TLongSectionTable&);
+
+  unsigned char m_ucTableId;
+  unsigned short m_usTableIdExtension;
+  unsigned char m_ucVersionNumber;
+  bool m_bCurrentNext;
+  unsigned char m_ucSectionNumber;
+  unsigned char m_ucLastSectionNumber;
+};
+
+}  // namespace Ostrel
+
+#endif  // OSTREL_TLONG_SECTION_TABLE_H

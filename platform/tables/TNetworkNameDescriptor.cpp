@@ -1,0 +1,21 @@
+#include "TNetworkNameDescriptor.h"
+
+#include "TTextCodec.h"
+
+namespace Ostrel {
+
+const unsigned char TNetworkNameDescriptor::kTag;
+
+TNetworkNameDescriptor::TNetworkNameDescriptor(const unsigned char* data, unsigned int length)
+    : TDescriptor(kTag, data, length), m_strName(TTextCodec::decode(data, length)) {}
+
+TNetworkNameDescriptor* TNetworkNameDescriptor::decode(const unsigned char* data,
+                                                       unsigned int length) {
+  return new TNetworkNameDescriptor(data, length);
+}
+
+bool TNetworkNameDescriptor::isDecoded() const {
+  return true;
+}
+
+}  // namespace Ostrel
