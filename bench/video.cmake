@@ -1,0 +1,2 @@
+# The video size commands and the tuner list.
+ostrel_add_bench(video_bench video_bench.cpp)
