@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Installation: build the libraries, install them into a staging prefix, move
+# the prefix elsewhere (the installed tree must be relocatable), then check
+# the SONAMEs, compile every installed header on its own, and build and run
+# the example consumer against the package both ways: CMake and pkg-config.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+src=$PWD
+build=build/install-check
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+timeout 300 cmake --preset default -B "$build" -DOSTREL_BUILD_TESTS=OFF -DOSTREL_BUILD_BENCH=OFF \
+  -DOSTREL_BUILD_SIM=OFF -DOSTREL_BUILD_EXAMPLES=OFF -DOSTREL_BUILD_DOCS=OFF >/dev/null
+timeout 600 cmake --build "$build" -j2
+timeout 120 cmake --install "$build" --prefix "$work/stage" >/dev/null
+mv "$work/stage" "$work/prefix"
+prefix=$work/prefix
+libdir=$(dirname "$(find "$prefix" -name OstrelGingaCommonCore.pc)")/..
+libdir=$(cd "$libdir" && pwd)
+incdir=$prefix/include/Ostrel
+
+echo "-- libraries and their SONAME"
+for lib in OstrelGingaCommonCore OstrelGingaCommands OstrelISDBTUtils OstrelLogger; do
+  soname=$(readelf -d "$libdir/lib$lib.so.2.0.0" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
+  [ "$soname" = "lib$lib.so.2" ] || { echo "lib$lib: SONAME '$soname'"; exit 1; }
+  [ -L "$libdir/lib$lib.so.2" ] && [ -L "$libdir/lib$lib.so" ] ||
+    { echo "lib$lib: links missing"; exit 1; }
+  echo "lib$lib.so.2.0.0: SONAME $soname"
+done
+
+echo "-- every installed header compiles on its own (C++11)"
+count=0
+for header in "$incdir"/*.h; do
+  echo "#include <$(basename "$header")>" |
+    g++ -std=c++11 -fsyntax-only -Wall -Wextra -Werror -I"$incdir" -x c++ - ||
+    { echo "$(basename "$header") does not compile on its own"; exit 1; }
+  count=$((count + 1))
+done
+echo "$count headers"
+
+echo "-- consumer through the CMake package"
+timeout 300 cmake -S "$src/examples/consumer" -B "$work/consumer-cmake" -G Ninja \
+  -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+timeout 300 cmake --build "$work/consumer-cmake"
+"$work/consumer-cmake/consumer"
+
+echo "-- consumer through pkg-config"
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+pkg-config --exact-version=2.0.0 OstrelGingaCommonCore
+flags=$(pkg-config --cflags --libs OstrelGingaCommonCore OstrelLogger)
+echo "pkg-config: $flags"
+g++ -std=c++11 -Wall -Wextra -Werror "$src/examples/consumer/consumer.cpp" -o "$work/consumer-pc" \
+  $flags -Wl,-rpath,"$(pkg-config --variable=libdir OstrelGingaCommonCore)"
+"$work/consumer-pc"
