@@ -28,8 +28,8 @@ TSDTBuilder& TSDTBuilder::addService(unsigned short serviceId,
                                      unsigned char runningStatus, bool eitPresentFollowing,
                                      bool eitSchedule, bool freeCaMode) {
   m_wrServices.u16(serviceId);
-  // reserved_future_use and EIT_user_defined_flags all ones.
-  m_wrServices.u8(0xFC | (eitSchedule ? 0x02 : 0) | (eitPresentFollowing ? 0x01 : 0));
+  // reserved_future_use all ones, EIT_user_defined_flags zero.
+  m_wrServices.u8(0xE0 | (eitSchedule ? 0x02 : 0) | (eitPresentFollowing ? 0x01 : 0));
   m_wrServices.loop12(descriptors, ((runningStatus & 0x07) << 1) | (freeCaMode ? 1 : 0));
   return *this;
 }
