@@ -27,3 +27,7 @@ run_target() {
 
 run_target arm "ARM" "little endian"
 run_target mips "MIPS" "big endian"
+
+# Footprint on the builds just made: the size target is checked, the heap
+# figures are printed (docs/footprint.md is written by hand, not in CI).
+timeout 300 scripts/footprint --no-write --check-size
