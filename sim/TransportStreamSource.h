@@ -1,0 +1,79 @@
+#ifndef OSTREL_SIM_TRANSPORT_STREAM_SOURCE_H
+#define OSTREL_SIM_TRANSPORT_STREAM_SOURCE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Ostrel {
+
+class TsPacketizer;
+
+// Where a tuner's bytes come from: a file, standard input (or any pipe) or a
+// buffer in memory. A file or buffer can loop, starting again at its
+// beginning when it ends, as a broadcast carousel repeats; a pipe cannot. Used
+// by one reader thread.
+class TransportStreamSource {
+ public:
+  enum ReadResult {
+    kData,       // bytes were added to the packetizer
+    kNoDataYet,  // a pipe had nothing within the time allowed
+    kLooped,     // the end was reached and reading starts again at the beginning
+    kEnd,        // the end was reached and there is no more
+    kError       // reading failed; getError() says why
+  };
+
+  ~TransportStreamSource();
+
+  // Opens a file, or standard input for "-". Null, with *error set, when the
+  // file cannot be opened.
+  static std::unique_ptr<TransportStreamSource> openFile(const std::string& path,
+                                                         std::string* error);
+  static std::unique_ptr<TransportStreamSource> fromMemory(std::vector<unsigned char> bytes,
+                                                           const std::string& name);
+
+  // Looping applies to files and buffers only; it is on by default for them.
+  void setLoop(bool loop) { m_bLoop = loop && m_bSeekable; }
+  bool isLooping() const { return m_bLoop; }
+  bool isSeekable() const { return m_bSeekable; }
+
+  // Reads up to maxBytes into the packetizer; a pipe waits at most timeoutMs
+  // for data.
+  ReadResult read(TsPacketizer* packetizer, size_t maxBytes, int timeoutMs);
+
+  const std::string& getName() const { return m_strName; }
+  const std::string& getError() const { return m_strError; }
+  // Size of a file or buffer, 0 for a pipe.
+  uint64_t getSize() const { return m_ullSize; }
+  // Bytes read since the start of the current pass.
+  uint64_t getPosition() const { return m_ullPosition; }
+  // How many times the input started again.
+  uint64_t getLoops() const { return m_ullLoops; }
+
+ private:
+  TransportStreamSource();
+  TransportStreamSource(const TransportStreamSource&);
+  TransportStreamSource& operator=(const TransportStreamSource&);
+
+  ReadResult readFd(TsPacketizer* packetizer, size_t maxBytes, int timeoutMs);
+  ReadResult readMemory(TsPacketizer* packetizer, size_t maxBytes);
+  ReadResult atEnd();
+
+  std::string m_strName;
+  std::string m_strError;
+  int m_iFd;
+  bool m_bOwnsFd;
+  bool m_bSeekable;
+  bool m_bLoop;
+  std::vector<unsigned char> m_vecMemory;
+  bool m_bMemory;
+  uint64_t m_ullSize;
+  uint64_t m_ullPosition;
+  uint64_t m_ullLoops;
+};
+
+}  // namespace Ostrel
+
+#endif  // OSTREL_SIM_TRANSPORT_STREAM_SOURCE_H

@@ -1,0 +1,5 @@
+# Tests of the receiver simulator.
+if(TARGET OstrelSim)
+  ostrel_add_test(sim_demux_test sim_demux_test.cpp)
+  target_link_libraries(sim_demux_test PRIVATE OstrelSim)
+endif()

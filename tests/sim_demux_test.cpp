@@ -1,0 +1,323 @@
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "SectionDemux.h"
+#include "TsPacketizer.h"
+#include "sim_test_stream.h"
+
+using namespace Ostrel;
+using namespace SimTest;
+
+namespace {
+
+const unsigned short kPid = 0x0100;
+
+struct Demux {
+  SectionRecorder sink;
+  SectionDemux demux{3, &sink};
+  TsPacketizer packetizer;
+
+  Demux() { demux.enablePid(kPid); }
+  void push(const Bytes& bytes) {
+    packetizer.push(bytes.data(), bytes.size());
+    packetizer.process(&demux);
+  }
+  void finish() { packetizer.finish(&demux); }
+  void pushPackets(const std::vector<Bytes>& packets) {
+    for (const Bytes& p : packets) {
+      demux.pushPacket(p.data());
+    }
+  }
+};
+
+}  // namespace
+
+TEST(SectionDemux, ReassemblesSectionsAcrossPacketsAndSeveralPerPacket) {
+  Demux d;
+  Bytes big = longSection(0x02, 7, filler(1000));
+  Bytes small1 = longSection(0x02, 8, filler(10, 3));
+  Bytes small2 = longSection(0x02, 9, filler(20, 5));
+  Bytes small3 = shortSection(0x70, filler(5, 9));
+  unsigned char cc = 4;
+  d.pushPackets(packetize(kPid, {big, small1, small2, small3, big}, &cc));
+  ASSERT_EQ(5u, d.sink.entries.size());
+  EXPECT_EQ(big, d.sink.entries[0].data);
+  EXPECT_EQ(small1, d.sink.entries[1].data);
+  EXPECT_EQ(small2, d.sink.entries[2].data);
+  EXPECT_EQ(small3, d.sink.entries[3].data);
+  EXPECT_EQ(big, d.sink.entries[4].data);
+  EXPECT_EQ(3, d.sink.entries[0].tunerId);
+  EXPECT_EQ(kPid, d.sink.entries[0].pid);
+  EXPECT_EQ(0u, d.demux.getStatistics().ccErrors);
+}
+
+TEST(SectionDemux, SectionHeaderSplitOverTwoPacketsIsJoined) {
+  Demux d;
+  Bytes first = longSection(0x02, 1, filler(181 - 12));
+  Bytes second = longSection(0x02, 2, filler(30));
+  // Packet 1: pointer 0, first (181 bytes), then the first 2 bytes of
+  // second's 3-byte header; packet 2 has the rest.
+  Bytes p1payload = {0x00};
+  p1payload.insert(p1payload.end(), first.begin(), first.end());
+  p1payload.insert(p1payload.end(), second.begin(), second.begin() + 2);
+  ASSERT_EQ(184u, p1payload.size());
+  Bytes p2payload(second.begin() + 2, second.end());
+  d.pushPackets({packet(kPid, true, 0, p1payload), packet(kPid, false, 1, p2payload)});
+  ASSERT_EQ(2u, d.sink.entries.size());
+  EXPECT_EQ(second, d.sink.entries[1].data);
+}
+
+TEST(SectionDemux, ContinuityErrorDropsTheSectionInProgressWhole) {
+  Demux d;
+  Bytes big = longSection(0x02, 7, filler(600));
+  Bytes next = longSection(0x02, 8, filler(40));
+  unsigned char cc = 0;
+  std::vector<Bytes> packets = packetize(kPid, {big}, &cc);
+  ASSERT_GE(packets.size(), 3u);
+  packets.erase(packets.begin() + 1);  // a lost packet
+  std::vector<Bytes> more = packetize(kPid, {next}, &cc);
+  packets.insert(packets.end(), more.begin(), more.end());
+  d.pushPackets(packets);
+  ASSERT_EQ(1u, d.sink.entries.size());
+  EXPECT_EQ(next, d.sink.entries[0].data);
+  EXPECT_EQ(1u, d.demux.getStatistics().ccErrors);
+  EXPECT_EQ(0u, d.demux.getStatistics().crcErrors);  // never half-delivered to the CRC check
+}
+
+TEST(SectionDemux, RepeatedPacketIsIgnoredAndAdaptationOnlyPacketKeepsTheCounter) {
+  Demux d;
+  Bytes big = longSection(0x02, 7, filler(400));
+  unsigned char cc = 0;
+  std::vector<Bytes> packets = packetize(kPid, {big}, &cc);
+  packets.insert(packets.begin() + 1, packets[0]);  // duplicate
+  Bytes adaptationOnly = packet(kPid, false, packets[1][3] & 0x0F, {});
+  adaptationOnly[3] = static_cast<unsigned char>(0x20 | (packets[1][3] & 0x0F));
+  adaptationOnly[4] = 183;
+  adaptationOnly[5] = 0x00;
+  packets.insert(packets.begin() + 2, adaptationOnly);
+  d.pushPackets(packets);
+  ASSERT_EQ(1u, d.sink.entries.size());
+  EXPECT_EQ(big, d.sink.entries[0].data);
+  EXPECT_EQ(1u, d.demux.getStatistics().duplicates);
+  EXPECT_EQ(0u, d.demux.getStatistics().ccErrors);
+}
+
+TEST(SectionDemux, BadInputIsCountedAndNeverDelivered) {
+  struct Case {
+    const char* name;
+    std::function<std::vector<Bytes>()> make;
+    uint64_t SectionDemux::Statistics::*counter;
+  };
+  Bytes good = longSection(0x02, 7, filler(300));
+  const Case cases[] = {
+      {"bad CRC",
+       [&] {
+         Bytes bad = good;
+         bad[20] ^= 0x01;
+         unsigned char cc = 0;
+         return packetize(kPid, {bad}, &cc);
+       },
+       &SectionDemux::Statistics::crcErrors},
+      {"transport error in the middle",
+       [&] {
+         unsigned char cc = 0;
+         std::vector<Bytes> p = packetize(kPid, {good}, &cc);
+         p[1][1] |= 0x80;
+         return p;
+       },
+       &SectionDemux::Statistics::transportErrors},
+      {"pointer field beyond the packet",
+       [&] {
+         return std::vector<Bytes>{packet(kPid, true, 0, {200, 0x02, 0xB0, 0x10})};
+       },
+       &SectionDemux::Statistics::malformed},
+      {"section length above the maximum",
+       [&] {
+         return std::vector<Bytes>{packet(kPid, true, 0, {0, 0x02, 0xBF, 0xFF, 1, 2})};
+       },
+       &SectionDemux::Statistics::malformed},
+      {"long form too short for its header",
+       [&] {
+         return std::vector<Bytes>{packet(kPid, true, 0, {0, 0x02, 0xB0, 0x02, 1, 2})};
+       },
+       &SectionDemux::Statistics::malformed},
+      {"new section starts before the last one ended",
+       [&] {
+         unsigned char cc = 0;
+         std::vector<Bytes> p = packetize(kPid, {good}, &cc);
+         p.pop_back();
+         Bytes restart = packet(kPid, true, cc, {0x00, 0xFF});
+         return std::vector<Bytes>{p[0], p[1], restart};
+       },
+       &SectionDemux::Statistics::dropped},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Demux d;
+    d.pushPackets(c.make());
+    EXPECT_TRUE(d.sink.entries.empty());
+    EXPECT_EQ(1u, d.demux.getStatistics().*c.counter);
+    // The PID recovers with the next good section.
+    unsigned char cc = 9;
+    d.pushPackets(packetize(kPid, {good}, &cc));
+    ASSERT_EQ(1u, d.sink.entries.size());
+    EXPECT_EQ(good, d.sink.entries[0].data);
+  }
+}
+
+TEST(SectionDemux, OnlyEnabledPidsAreReassembled) {
+  Demux d;
+  Bytes s = longSection(0x02, 7, filler(50));
+  unsigned char cc = 0;
+  d.pushPackets(packetize(0x0200, {s}, &cc));
+  EXPECT_TRUE(d.sink.entries.empty());
+  d.demux.enablePid(0x0200);
+  d.pushPackets(packetize(0x0200, {s}, &cc));
+  EXPECT_EQ(1u, d.sink.entries.size());
+  d.demux.disablePid(0x0200);
+  d.pushPackets(packetize(0x0200, {s}, &cc));
+  EXPECT_EQ(1u, d.sink.entries.size());
+  EXPECT_FALSE(d.demux.isPidEnabled(0x2000));
+}
+
+TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageAndTornPackets) {
+  Bytes a = longSection(0x02, 1, filler(700, 1));
+  Bytes b = longSection(0x02, 2, filler(350, 2));
+  Bytes c = longSection(0x02, 3, filler(90, 3));
+  struct Case {
+    const char* name;
+    unsigned int recordSize;    // 188, 192 (time stamp first) or 204 (parity after)
+    size_t garbageBefore;       // bytes of garbage at the start
+    int tornAfterPacket;        // -1 none; else this packet is cut short...
+    size_t garbageAfterPacket;  // ...or followed by garbage
+    size_t expectedSections;
+  };
+  const Case cases[] = {
+      {"plain", 188, 0, -1, 0, 3},
+      {"time-stamped 192", 192, 0, -1, 0, 3},
+      {"with parity 204", 204, 0, -1, 0, 3},
+      {"garbage before", 188, 1000, -1, 0, 3},
+      {"garbage before 204", 204, 777, -1, 0, 3},
+      // Once locked, a whole packet followed by garbage is kept.
+      {"garbage between packets", 188, 0, 5, 61, 3},
+      {"garbage between 192", 192, 5, 5, 13, 3},
+      {"garbage between 204", 204, 0, 4, 300, 3},
+      // Packet 5 is cut short: b and c, which it carries, are lost; a is whole.
+      {"torn packet", 188, 0, 5, 0, 1},
+  };
+  for (const Case& tc : cases) {
+    SCOPED_TRACE(tc.name);
+    unsigned char cc = 0;
+    std::vector<Bytes> packets = packetize(kPid, {a, b, c}, &cc);
+    ASSERT_GE(packets.size(), 7u);
+    Bytes stream = filler(tc.garbageBefore, 0x11);
+    for (auto& byte : stream) {
+      if (byte == 0x47)
+        byte = 0x46;
+    }
+    for (size_t i = 0; i < packets.size(); ++i) {
+      Bytes record = packets[i];
+      if (tc.recordSize == 192)
+        record.insert(record.begin(), {1, 2, 3, 4});
+      if (tc.recordSize == 204)
+        record.insert(record.end(), 16, 0xAA);
+      if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket == 0) {
+        record.resize(100);
+      }
+      stream.insert(stream.end(), record.begin(), record.end());
+      if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket > 0) {
+        Bytes garbage(tc.garbageAfterPacket, 0x00);
+        stream.insert(stream.end(), garbage.begin(), garbage.end());
+      }
+    }
+    // Fed in awkward pieces, as reads come.
+    Demux d;
+    std::mt19937 rng(7);
+    for (size_t pos = 0; pos < stream.size();) {
+      size_t n = std::min<size_t>(1 + rng() % 500, stream.size() - pos);
+      d.push(Bytes(stream.begin() + pos, stream.begin() + pos + n));
+      pos += n;
+    }
+    d.finish();
+    EXPECT_EQ(tc.expectedSections, d.sink.entries.size());
+    if (tc.tornAfterPacket < 0 || tc.garbageAfterPacket > 0) {
+      EXPECT_EQ(packets.size(), d.packetizer.getStatistics().packets);
+      EXPECT_EQ(tc.garbageBefore + tc.garbageAfterPacket + (tc.recordSize == 192 ? 4 : 0),
+                d.packetizer.getStatistics().skippedBytes);
+    }
+    EXPECT_EQ(tc.tornAfterPacket < 0 ? 0u : 1u, d.packetizer.getStatistics().syncLosses);
+    ASSERT_FALSE(d.sink.entries.empty());
+    EXPECT_EQ(a, d.sink.entries.front().data);
+    EXPECT_EQ(tc.expectedSections == 3 ? c : a, d.sink.entries.back().data);
+  }
+}
+
+TEST(TsPacketizer, LocksOnTheRightSizeAndKeepsTheTruncatedTailOut) {
+  unsigned char cc = 0;
+  Bytes s = longSection(0x02, 1, filler(2000));
+  std::vector<Bytes> packets = packetize(kPid, {s}, &cc);
+  for (unsigned int size : {188u, 192u, 204u}) {
+    SCOPED_TRACE(size);
+    Bytes stream;
+    for (const Bytes& p : packets) {
+      Bytes record = p;
+      if (size == 192)
+        record.insert(record.begin(), 4, 0x47);  // sync-like time stamps
+      if (size == 204)
+        record.insert(record.end(), 16, 0x47);
+      stream.insert(stream.end(), record.begin(), record.end());
+    }
+    Bytes tail = packets[0];
+    tail.resize(50);  // a truncated last packet
+    stream.insert(stream.end(), tail.begin(), tail.end());
+    Demux d;
+    d.push(stream);
+    d.finish();
+    EXPECT_EQ(packets.size(), d.packetizer.getStatistics().packets);
+    ASSERT_EQ(1u, d.sink.entries.size());
+    EXPECT_EQ(s, d.sink.entries[0].data);
+    // The tail is thrown away, as skipped or truncated bytes.
+    const auto& stats = d.packetizer.getStatistics();
+    EXPECT_GE(stats.truncatedBytes + stats.skippedBytes, 46u);
+  }
+}
+
+TEST(TsPacketizer, RandomBytesNeverCrashOrYieldBadSections) {
+  std::mt19937 rng(12345);
+  for (int round = 0; round < 50; ++round) {
+    Bytes noise(20000 + rng() % 20000);
+    for (auto& byte : noise) {
+      byte = static_cast<unsigned char>(rng());
+      if (rng() % 50 == 0)
+        byte = 0x47;
+    }
+    // Sprinkle packet-looking records to reach the demultiplexer.
+    for (int k = 0; k < 40; ++k) {
+      size_t at = rng() % (noise.size() - 188);
+      noise[at] = 0x47;
+      noise[at + 1] = static_cast<unsigned char>(rng() & 0x5F);
+      noise[at + 2] = 0x00;
+    }
+    SectionRecorder sink;
+    SectionDemux demux(0, &sink);
+    for (unsigned short pid = 0; pid < 0x2000; ++pid)
+      demux.enablePid(pid);
+    TsPacketizer packetizer;
+    packetizer.push(noise.data(), noise.size());
+    packetizer.process(&demux);
+    packetizer.finish(&demux);
+    for (const auto& e : sink.entries) {
+      if (e.data[1] & 0x80) {
+        EXPECT_EQ(0u, SectionCrc::compute(e.data.data(), static_cast<unsigned int>(e.data.size())));
+      }
+    }
+  }
+}
+
+TEST(SectionCrc, MatchesTheKnownCheckValue) {
+  const char* text = "123456789";
+  EXPECT_EQ(0x0376E6E7u, SectionCrc::compute(reinterpret_cast<const unsigned char*>(text), 9));
+  Bytes s = longSection(0x00, 1, filler(8));
+  EXPECT_EQ(0u, SectionCrc::compute(s.data(), static_cast<unsigned int>(s.size())));
+}

@@ -1,0 +1,164 @@
+// Crafted sections and packets for the simulator's tests.
+#ifndef OSTREL_TESTS_SIM_TEST_STREAM_H
+#define OSTREL_TESTS_SIM_TEST_STREAM_H
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "GingaDataDestination.h"
+#include "SectionCrc.h"
+#include "SectionSink.h"
+
+namespace SimTest {
+
+using Bytes = std::vector<unsigned char>;
+
+// A long-form section with CRC_32: table id, extension, version, section
+// number, body bytes.
+inline Bytes longSection(unsigned char tableId, unsigned short ext, const Bytes& body,
+                         unsigned char version = 0, unsigned char number = 0,
+                         unsigned char last = 0) {
+  unsigned int length = 5 + static_cast<unsigned int>(body.size()) + 4;
+  Bytes s = {tableId,
+             static_cast<unsigned char>(0xB0 | ((length >> 8) & 0x0F)),
+             static_cast<unsigned char>(length & 0xFF),
+             static_cast<unsigned char>(ext >> 8),
+             static_cast<unsigned char>(ext & 0xFF),
+             static_cast<unsigned char>(0xC1 | ((version & 0x1F) << 1)),
+             number,
+             last};
+  s.insert(s.end(), body.begin(), body.end());
+  uint32_t crc = Ostrel::SectionCrc::compute(s.data(), static_cast<unsigned int>(s.size()));
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    s.push_back(static_cast<unsigned char>(crc >> shift));
+  }
+  return s;
+}
+
+// A short-form section without CRC.
+inline Bytes shortSection(unsigned char tableId, const Bytes& body) {
+  Bytes s = {tableId, static_cast<unsigned char>(0x70 | ((body.size() >> 8) & 0x0F)),
+             static_cast<unsigned char>(body.size() & 0xFF)};
+  s.insert(s.end(), body.begin(), body.end());
+  return s;
+}
+
+inline Bytes filler(size_t n, unsigned char seed = 1) {
+  Bytes b(n);
+  for (size_t i = 0; i < n; ++i) {
+    b[i] = static_cast<unsigned char>(seed + i * 7);
+  }
+  return b;
+}
+
+// One packet: header, payload (padded with 0xFF stuffing).
+inline Bytes packet(unsigned short pid, bool pusi, unsigned char cc, const Bytes& payload,
+                    bool tei = false) {
+  Bytes p(188, 0xFF);
+  p[0] = 0x47;
+  p[1] = static_cast<unsigned char>((tei ? 0x80 : 0) | (pusi ? 0x40 : 0) | ((pid >> 8) & 0x1F));
+  p[2] = static_cast<unsigned char>(pid & 0xFF);
+  p[3] = static_cast<unsigned char>(0x10 | (cc & 0x0F));
+  for (size_t i = 0; i < payload.size() && i < 184; ++i) {
+    p[4 + i] = payload[i];
+  }
+  return p;
+}
+
+// Packs sections back to back into packets of one PID, the usual way: a
+// packet where a section starts carries the pointer field; the last packet
+// ends in stuffing. cc advances from *cc.
+inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>& sections,
+                                    unsigned char* cc) {
+  Bytes all;
+  std::vector<size_t> starts;
+  for (const Bytes& s : sections) {
+    starts.push_back(all.size());
+    all.insert(all.end(), s.begin(), s.end());
+  }
+  std::vector<Bytes> packets;
+  size_t pos = 0;
+  size_t nextStart = 0;
+  while (pos < all.size()) {
+    while (nextStart < starts.size() && starts[nextStart] < pos) {
+      ++nextStart;
+    }
+    bool pusi = nextStart < starts.size() && starts[nextStart] < pos + 183;
+    Bytes payload;
+    if (pusi) {
+      payload.push_back(static_cast<unsigned char>(starts[nextStart] - pos));
+    }
+    size_t room = 184 - payload.size();
+    if (!pusi && nextStart < starts.size() && starts[nextStart] == pos + 183) {
+      room = 183;  // the next section must start in a packet of its own
+    }
+    size_t take = std::min(room, all.size() - pos);
+    payload.insert(payload.end(), all.begin() + pos, all.begin() + pos + take);
+    pos += take;
+    packets.push_back(packet(pid, pusi, *cc, payload));
+    *cc = (*cc + 1) & 0x0F;
+  }
+  return packets;
+}
+
+inline Bytes join(const std::vector<Bytes>& parts) {
+  Bytes all;
+  for (const Bytes& p : parts) {
+    all.insert(all.end(), p.begin(), p.end());
+  }
+  return all;
+}
+
+// Records the sections a demultiplexer hands on.
+struct SectionRecorder : Ostrel::SectionSink {
+  struct Entry {
+    int tunerId;
+    unsigned short pid;
+    Bytes data;
+  };
+  std::vector<Entry> entries;
+  void onSection(int tunerId, unsigned short pid, const unsigned char* data,
+                 unsigned int size) override {
+    entries.push_back({tunerId, pid, Bytes(data, data + size)});
+  }
+};
+
+// Records injections; thread-safe, with a wait for a count.
+class RecordingDestination : public Ostrel::GingaDataDestination {
+ public:
+  struct Injection {
+    int tunerId;
+    short pid, tableId, tableIdExt;
+    Bytes data;
+  };
+  int injectData(int tunerId, short pid, short tableId, short tableIdExt, void*,
+                 unsigned char* data, unsigned int size) override {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_injections.push_back({tunerId, pid, tableId, tableIdExt, Bytes(data, data + size)});
+    m_cond.notify_all();
+    return 1;
+  }
+  bool waitFor(size_t count, int ms) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cond.wait_for(lock, std::chrono::milliseconds(ms),
+                           [&] { return m_injections.size() >= count; });
+  }
+  std::vector<Injection> injections() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_injections;
+  }
+
+ private:
+  mutable std::mutex m_mutex;
+  std::condition_variable m_cond;
+  std::vector<Injection> m_injections;
+};
+
+}  // namespace SimTest
+
+#endif
