@@ -28,6 +28,24 @@ pthread_mutex_t Cacher::s_pStaticMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 int Cacher::s_iMaxCacheSize = 2048;
 std::atomic<Cacher::Clock> Cacher::s_pClock(&::time);
 
+namespace {
+
+// The caches go with the map that holds them, when the library is unloaded or
+// the process exits; nothing destroys them before. Defined after
+// s_pInstances, so destroyed before it.
+struct InstancesAtExit {
+  ~InstancesAtExit() {
+    ScopedLock lock(&Cacher::s_pStaticMutex);
+    for (std::map<int, Cacher*>::iterator it = Cacher::s_pInstances.begin();
+         it != Cacher::s_pInstances.end(); ++it) {
+      delete it->second;
+    }
+    Cacher::s_pInstances.clear();
+  }
+} s_instancesAtExit;
+
+}  // namespace
+
 Cacher* Cacher::getInstance(int tunerId) {
   ScopedLock lock(&s_pStaticMutex);
   std::map<int, Cacher*>::iterator it = s_pInstances.find(tunerId);

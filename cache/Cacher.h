@@ -22,7 +22,8 @@ class TISDBTTable;
 // Locking: each cache's m_mutex (recursive) guards its entries and size and is
 // held for the whole of add, get, flush and cleanUp; s_pStaticMutex guards
 // s_pInstances only, inside getInstance. Caches of different tuners share no
-// lock. Caches are made on first use and live until the process ends.
+// lock. Caches are made on first use and live until the library is unloaded
+// or the process exits, when they go with s_pInstances.
 //
 // Lending: an entry holds a shared reference to its table. A table handed out
 // as a std::shared_ptr (the shared get, or the caller's own reference after the
@@ -45,8 +46,8 @@ class OSTREL_EXPORT Cacher {
   // before the caches are in use.
   static int s_iMaxCacheSize;
 
-  // The cache of tunerId, made on its first use; never destroyed by the
-  // library. Any thread.
+  // The cache of tunerId, made on its first use; the same object on every
+  // later call. Any thread.
   static Cacher* getInstance(int tunerId);
 
   // Stores table under pid, replacing any table cached there, then cleans up
