@@ -51,22 +51,26 @@ class OSTREL_EXPORT Cacher {
   static Cacher* getInstance(int tunerId);
 
   // Stores table under pid, replacing any table cached there, then cleans up
-  // when the bound is exceeded. From the call on the cache owns table (a table
-  // that is already cached under pid is kept, not owned twice). A null table or
-  // a dataSize of 0 is logged and stored nothing; the caller keeps the table.
+  // when the bound is exceeded. From the call on the cache owns table, which no
+  // one else may own (the table already cached under pid is kept, not owned
+  // twice); should the allocator throw, the exception passes on and the table
+  // is destroyed. A null table or a dataSize of 0 is logged and stores nothing;
+  // the caller keeps the table. Any thread.
   void add(short pid, short tableId, short tableIdExt, TISDBTTable* table, unsigned int dataSize);
 
   // For the library's own use. Stores table (shared): the cache keeps one
   // reference and the caller may go on using its own, even after the entry is
   // replaced, evicted or flushed. A null table or a dataSize of 0 is logged and
-  // stores nothing.
+  // stores nothing. Any thread.
   void add(short pid, short tableId, short tableIdExt, const std::shared_ptr<TISDBTTable>& table,
            unsigned int dataSize);
 
   // On a hit returns 1, writes the cached table and its data size and makes the
   // entry the most recently used; returns 0 and writes nothing otherwise. The
   // table stays the cache's: it must not be destroyed and is valid only until
-  // the entry is replaced, evicted or flushed. Null outputs are logged; 0.
+  // the entry is replaced, evicted or flushed, possibly by another thread; a
+  // caller that uses it after the call should take the shared get. Null
+  // outputs are logged; 0. Any thread.
   int get(short pid, short tableId, short tableIdExt, TISDBTTable** table, unsigned int* dataSize);
 
   // For the library's own use. Like the raw get, but lends a shared handle
@@ -77,7 +81,8 @@ class OSTREL_EXPORT Cacher {
   // The tuner whose tables the cache holds.
   int getTunerId() const { return m_iTunerId; }
 
-  // Empties the cache; each table goes once its last borrower lets go.
+  // Empties the cache; each table goes once its last borrower lets go. Any
+  // thread.
   void flush();
 
   // Removes least recently used entries while the sum exceeds the bound.
@@ -89,7 +94,7 @@ class OSTREL_EXPORT Cacher {
   // restores ::time. Any thread.
   static void setClock(Clock clock);
 
-  // Empties the cache as flush does. Caches are not destroyed by the library.
+  // Empties the cache as flush does. The library destroys caches only at exit.
   virtual ~Cacher();
 
  private:
