@@ -3,6 +3,7 @@
 #include "RequestFollower.h"
 
 #include <limits>
+#include <new>
 
 #include "OstrelLogger.h"
 #include "ScopedLock.h"
@@ -154,6 +155,10 @@ std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::remove(int tu
 
 // ---- Bodies ----
 
+// Every allocation comes before the registry changes: an allocation failure
+// passes to the caller with the registry as it was and the user data still
+// the caller's. The item's storage is taken first and the item built in it
+// last, once nothing can fail any more.
 // REQUIRES: s_pSingMutex held.
 bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, short tableId,
                             short tableIdExt, void* userData, void (*release)(void*),
@@ -167,11 +172,39 @@ bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, shor
   if (gettimeofday(&now, NULL) != 0 || !deadlineAfter(now, timeOut, &deadline)) {
     return false;
   }
-  RequestFollowerItem* item = new RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt,
-                                                      userData, release, deadline, requestCounter);
-  __file(item, category);
+  ItemList timeOutNode(1, static_cast<RequestFollowerItem*>(NULL));
+  ItemList categoryNode(1, static_cast<RequestFollowerItem*>(NULL));
+  void* storage = ::operator new(sizeof(RequestFollowerItem));
+  RequestFollowerItem* item = static_cast<RequestFollowerItem*>(storage);
+  TimeOutKey order;
+  order.tvDeadline = deadline;
+  order.ullSequence = m_ullNextSequence;
+  ItemPosition position;
+  position.ullSequence = order.ullSequence;
+  position.itTimeOut = timeOutNode.begin();
+  position.itCategory = categoryNode.begin();
+  // After every pending item whose deadline is not later than its own: where
+  // a stable sort of the appended item would put it.
+  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next =
+      m_mapTimeOutOrder.upper_bound(order);
+  const ItemList::iterator place =
+      next == m_mapTimeOutOrder.end() ? m_lstTimeOut.end() : next->second;
+  try {
+    __index(item, requestId, makeKey(tunerId, pid, tableId, tableIdExt, order), position, next);
+  } catch (...) {
+    ::operator delete(storage);
+    throw;
+  }
+  // Nothing below allocates or throws.
+  new (storage) RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt, userData, release,
+                                    deadline, requestCounter);
+  timeOutNode.front() = item;
+  categoryNode.front() = item;
+  m_lstTimeOut.splice(place, timeOutNode);
+  category->splice(category->end(), categoryNode);
   // A repeated id is re-pointed: the earlier item stays pending, by key only.
   m_mapRequestId[static_cast<int>(requestId)] = item;
+  ++m_ullNextSequence;
   pthread_cond_broadcast(&m_cond);
   return true;
 }
@@ -257,23 +290,37 @@ RequestFollower::ItemList* RequestFollower::getSpecificList(short pid, short tab
 
 // ---- Filing ----
 
-// Inserts the item after every pending item whose deadline is not later than
-// its own, which is where a stable sort of the appended item would put it.
+// Enters a new item in the side indexes and makes sure that its id has an
+// entry; undoes its own insertions when one of them fails.
 // REQUIRES: s_pSingMutex held.
-void RequestFollower::__file(RequestFollowerItem* item, ItemList* category) {
-  TimeOutKey order;
-  order.tvDeadline = item->getTimeOut();
-  order.ullSequence = m_ullNextSequence++;
-  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next =
-      m_mapTimeOutOrder.upper_bound(order);
-  ItemPosition position;
-  position.ullSequence = order.ullSequence;
-  position.itTimeOut = m_lstTimeOut.insert(
-      next == m_mapTimeOutOrder.end() ? m_lstTimeOut.end() : next->second, item);
-  position.itCategory = category->insert(category->end(), item);
-  m_mapTimeOutOrder.insert(next, std::make_pair(order, position.itTimeOut));
-  m_mapRequestKey.insert(std::make_pair(keyOf(item, order), item));
-  m_mapPositions.insert(std::make_pair(item, position));
+void RequestFollower::__index(
+    RequestFollowerItem* item, unsigned int requestId, const RequestKey& key,
+    const ItemPosition& position,
+    std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next) {
+  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator itOrder;
+  std::map<RequestKey, RequestFollowerItem*, RequestKeyLess>::iterator itKey;
+  std::map<RequestFollowerItem*, ItemPosition>::iterator itPosition;
+  int done = 0;
+  try {
+    itOrder = m_mapTimeOutOrder.insert(next, std::make_pair(key.toOrder, position.itTimeOut));
+    ++done;
+    itKey = m_mapRequestKey.insert(std::make_pair(key, item)).first;
+    ++done;
+    itPosition = m_mapPositions.insert(std::make_pair(item, position)).first;
+    ++done;
+    m_mapRequestId.insert(std::make_pair(static_cast<int>(requestId), item));
+  } catch (...) {
+    if (done > 2) {
+      m_mapPositions.erase(itPosition);
+    }
+    if (done > 1) {
+      m_mapRequestKey.erase(itKey);
+    }
+    if (done > 0) {
+      m_mapTimeOutOrder.erase(itOrder);
+    }
+    throw;
+  }
 }
 
 // Takes the item out of the time-out list, its category list and the side
@@ -329,15 +376,21 @@ bool RequestFollower::RequestKeyLess::operator()(const RequestKey& a, const Requ
   return TimeOutKeyLess()(a.toOrder, b.toOrder);
 }
 
-RequestFollower::RequestKey RequestFollower::keyOf(RequestFollowerItem* item,
-                                                   const TimeOutKey& order) {
+RequestFollower::RequestKey RequestFollower::makeKey(int tunerId, short pid, short tableId,
+                                                     short tableIdExt, const TimeOutKey& order) {
   RequestKey key;
-  key.iTunerId = item->getTunerId();
-  key.sPid = item->getPid();
-  key.sTableId = item->getTableId();
-  key.sTableIdExt = item->getTableIdExt();
+  key.iTunerId = tunerId;
+  key.sPid = pid;
+  key.sTableId = tableId;
+  key.sTableIdExt = tableIdExt;
   key.toOrder = order;
   return key;
+}
+
+RequestFollower::RequestKey RequestFollower::keyOf(RequestFollowerItem* item,
+                                                   const TimeOutKey& order) {
+  return makeKey(item->getTunerId(), item->getPid(), item->getTableId(), item->getTableIdExt(),
+                 order);
 }
 
 // The smallest entry of a key: no pending item of that key sorts before it.

@@ -117,9 +117,13 @@ class OSTREL_EXPORT RequestFollower {
   // The category list of (pid, tableId), or null when it has none.
   ItemList* getSpecificList(short pid, short tableId, short tableIdExt);
 
-  void __file(RequestFollowerItem* item, ItemList* category);
+  void __index(RequestFollowerItem* item, unsigned int requestId, const RequestKey& key,
+               const ItemPosition& position,
+               std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next);
   void __unfile(RequestFollowerItem* item);
   bool __isPending(RequestFollowerItem* item, unsigned long long sequence) const;
+  static RequestKey makeKey(int tunerId, short pid, short tableId, short tableIdExt,
+                            const TimeOutKey& order);
   static RequestKey keyOf(RequestFollowerItem* item, const TimeOutKey& order);
   static RequestKey firstKey(int tunerId, short pid, short tableId, short tableIdExt);
   static bool sameKey(const RequestKey& a, const RequestKey& b);

@@ -37,7 +37,7 @@ class Reports {
     return r;
   }
 
-  // Runs inside the callback, after recording; its result is the callback's.
+  // Runs inside the callback, before recording; its result is the callback's.
   void setHook(std::function<int(const Report&)> hook) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_hook = std::move(hook);
@@ -82,10 +82,15 @@ class Reports {
     std::function<int(const Report&)> hook;
     {
       std::lock_guard<std::mutex> lock(self.m_mutex);
-      self.m_reports.push_back(report);
       hook = self.m_hook;
     }
+    // Recorded after the hook, so that whoever sees the report sees the
+    // hook's effects too.
     int result = hook ? hook(report) : 1;
+    {
+      std::lock_guard<std::mutex> lock(self.m_mutex);
+      self.m_reports.push_back(report);
+    }
     self.m_changed.notify_all();
     return result;
   }
