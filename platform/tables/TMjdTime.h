@@ -5,8 +5,8 @@ namespace Ostrel {
 
 // Dates and times as sections carry them: a 16-bit Modified Julian Date
 // followed by hours, minutes and seconds in BCD (40 bits), and BCD durations
-// (hhmm, hhmmss). Seconds are 64-bit so that dates past 2038 survive on
-// targets with a 32-bit time_t. Any thread; no state.
+// (hhmm, hhmmss). Seconds are 64-bit: the MJD range (1858-11-17 to
+// 2038-04-22) passes both ends of a 32-bit time_t. Any thread; no state.
 class TMjdTime {
  public:
   // MJD of 1970-01-01.

@@ -31,7 +31,8 @@ class TTOTTable : public TISDBTTable {
   // The time as carried: MJD and 24 bits of BCD hhmmss.
   unsigned short getMjd() const { return m_usMjd; }
   unsigned int getBcdTime() const { return m_uiBcdTime; }
-  // The same as seconds since 1970-01-01 00:00:00 UTC (64-bit: past 2038 too).
+  // The same as seconds since 1970-01-01 00:00:00 UTC (64-bit: the date may lie past the end
+  // of a 32-bit time_t).
   long long getUtcSeconds() const { return m_llUtcSeconds; }
   // Empty for a TDT.
   const TDescriptorList& getDescriptors() const { return m_lstDescriptors; }

@@ -1,0 +1,414 @@
+// The building blocks (CRC, reader, text, times) and the builders: the
+// builders write the golden sections byte for byte, and what they write parses
+// back to what was put in.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "TCrc32.h"
+#include "TDescriptorBuilder.h"
+#include "TMjdTime.h"
+#include "TNITBuilder.h"
+#include "TNITTable.h"
+#include "TPATBuilder.h"
+#include "TPATTable.h"
+#include "TPMTBuilder.h"
+#include "TPMTTable.h"
+#include "TSDTBuilder.h"
+#include "TSDTTable.h"
+#include "TSectionReader.h"
+#include "TTOTBuilder.h"
+#include "TTOTTable.h"
+#include "TTextCodec.h"
+#include "golden_sections.h"
+
+using namespace Ostrel;
+using Bytes = std::vector<unsigned char>;
+
+namespace {
+
+template <size_t N>
+Bytes golden(const unsigned char (&section)[N]) {
+  return Bytes(section, section + N);
+}
+
+template <class T>
+std::unique_ptr<T> parse(Bytes b) {
+  return std::unique_ptr<T>(
+      T::parse(b.data(), static_cast<unsigned int>(b.size()), 1, 1, nullptr, nullptr));
+}
+
+Bytes text(const char* s) {
+  return Bytes(s, s + std::strlen(s));
+}
+
+}  // namespace
+
+TEST(TablesCrcTest, MatchesTheBitwiseReferenceForEveryLengthAndSplit) {
+  const unsigned char check[] = "123456789";
+  EXPECT_EQ(TCrc32::compute(check, 9), 0x0376E6E7u);  // the CRC-32/MPEG-2 check value
+  EXPECT_EQ(TCrc32::compute(check, 0), 0xFFFFFFFFu);
+
+  std::mt19937 rng(7);
+  Bytes data(300);
+  for (auto& b : data)
+    b = static_cast<unsigned char>(rng());
+  for (unsigned int n = 0; n <= data.size(); ++n) {
+    unsigned int expected = TCrc32::computeBitwise(data.data(), n);
+    ASSERT_EQ(TCrc32::compute(data.data(), n), expected) << n;
+    unsigned int half = n / 3;
+    ASSERT_EQ(TCrc32::compute(data.data() + half, n - half, TCrc32::compute(data.data(), half)),
+              expected)
+        << n;
+  }
+  // Over a section and its own CRC_32 the register ends at zero.
+  EXPECT_EQ(TCrc32::compute(OstrelGolden::kNit, sizeof(OstrelGolden::kNit)), 0u);
+}
+
+TEST(TablesReaderTest, ReadsBigEndianAndFailsForGoodAtTheEnd) {
+  const unsigned char d[] = {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE};
+  TSectionReader r(d, sizeof(d));
+  EXPECT_EQ(r.u8(), 0x12);
+  EXPECT_EQ(r.u16(), 0x3456);
+  EXPECT_EQ(r.u32(), 0x789ABCDEu);
+  EXPECT_TRUE(r.ok());
+  EXPECT_TRUE(r.atEnd());
+  EXPECT_EQ(r.u8(), 0);
+  EXPECT_FALSE(r.ok());
+  EXPECT_EQ(r.remaining(), 0u);
+
+  TSectionReader partial(d, 3);
+  EXPECT_EQ(partial.u32(), 0u) << "a field that does not fit is not read at all";
+  EXPECT_FALSE(partial.ok());
+  EXPECT_EQ(partial.u8(), 0) << "and nothing after it either";
+
+  TSectionReader outer(d, sizeof(d));
+  TSectionReader inner = outer.sub(4);
+  EXPECT_EQ(inner.u24(), 0x123456u);
+  EXPECT_EQ(inner.remaining(), 1u);
+  EXPECT_EQ(outer.remaining(), 3u);
+  TSectionReader tooLong = outer.sub(4);
+  EXPECT_FALSE(tooLong.ok());
+  EXPECT_FALSE(outer.ok()) << "a length past the end fails the reader that held it";
+
+  const unsigned char loop[] = {0xF0, 0x02, 0xAA, 0xBB, 0xCC};
+  TSectionReader withLength(loop, sizeof(loop));
+  TSectionReader body = withLength.sub12();
+  EXPECT_EQ(body.remaining(), 2u);
+  EXPECT_EQ(withLength.remaining(), 1u);
+  const unsigned char badLoop[] = {0xF0, 0x04, 0xAA, 0xBB, 0xCC};
+  TSectionReader past(badLoop, sizeof(badLoop));
+  EXPECT_FALSE(past.sub12().ok());
+  EXPECT_FALSE(past.ok());
+
+  TSectionReader empty(nullptr, 10);
+  EXPECT_EQ(empty.remaining(), 0u) << "no data means no bytes, whatever the size says";
+  EXPECT_TRUE(empty.skip(0));
+  EXPECT_FALSE(empty.skip(1));
+}
+
+TEST(TablesTextTest, DecodesBroadcastTextToUtf8) {
+  struct Case {
+    const char* what;
+    Bytes in;
+    std::string out;
+  };
+  const Case cases[] = {
+      {"plain ASCII", text("Ostrel TV"), "Ostrel TV"},
+      {"Latin-1 range", {'S', 0xE3, 'o', ' ', 'P', 'a', 'u', 'l', 'o'}, "S\xC3\xA3o Paulo"},
+      {"the eight Latin-9 letters",
+       {0xA4, 0xA6, 0xA8, 0xB4, 0xB8, 0xBC, 0xBD, 0xBE},
+       "\xE2\x82\xAC\xC5\xA0\xC5\xA1\xC5\xBD\xC5\xBE\xC5\x92\xC5\x93\xC5\xB8"},
+      {"emphasis codes dropped", {0x86, 'N', 'e', 'w', 's', 0x87}, "News"},
+      {"line breaks", {'a', 0x8A, 'b', 0x0D, 'c'}, "a\nb\nc"},
+      {"other controls dropped", {'a', 0x00, 0x1B, 0x7F, 0x9F, 'b'}, "ab"},
+      {"one-byte table selector skipped", {0x05, 'T', 'V'}, "TV"},
+      {"three-byte table selector skipped", {0x10, 0x00, 0x0F, 'T', 'V'}, "TV"},
+      {"cut three-byte selector", {0x10, 0x00}, ""},
+      {"UTF-8 selector", {0x15, 0xE6, 0x97, 0xA5, 'x'}, "\xE6\x97\xA5x"},
+      {"bad UTF-8 replaced",
+       {0x15, 'a', 0xC3, 'b', 0xE6, 0x97},
+       "a\xEF\xBF\xBD"
+       "b\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"overlong UTF-8 replaced", {0x15, 0xC0, 0xAF}, "\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"surrogate replaced", {0x15, 0xED, 0xA0, 0x80}, "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"empty", {}, ""},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(TTextCodec::decode(c.in.data(), static_cast<unsigned int>(c.in.size())), c.out)
+        << c.what;
+  }
+  EXPECT_EQ(TTextCodec::decode(nullptr, 5), "");
+}
+
+TEST(TablesTextTest, EncodesToLatin9WhenItCanAndBackToTheSameText) {
+  EXPECT_EQ(TTextCodec::encode("Ostrel"), text("Ostrel"));
+  EXPECT_EQ(TTextCodec::encode("Ca\xC3\xA7"
+                               "a \xE2\x82\xAC"),
+            (Bytes{'C', 'a', 0xE7, 'a', ' ', 0xA4}));
+  Bytes kanji = TTextCodec::encode("\xE6\x97\xA5");
+  EXPECT_EQ(kanji, (Bytes{0x15, 0xE6, 0x97, 0xA5}));
+  EXPECT_EQ(TTextCodec::encode("\xC2\xA4").front(), 0x15) << "U+00A4 has no Latin-9 byte";
+  for (const char* s :
+       {"",
+        "TV \xC3\x91"
+        "and\xC3\xBA",
+        "\xC5\x92uvre \xE2\x82\xAC", "\nfirst", "\xE6\x97\xA5\xE6\x9C\xAC", "a\nb"}) {
+    Bytes b = TTextCodec::encode(s);
+    EXPECT_EQ(TTextCodec::decode(b.data(), static_cast<unsigned int>(b.size())), s) << s;
+  }
+}
+
+TEST(TablesTimeTest, ConvertsMjdAndBcdToUtcSecondsBeyond2038) {
+  struct Case {
+    unsigned char bytes[5];
+    long long seconds;
+  };
+  const Case cases[] = {
+      {{0x9E, 0x8B, 0x00, 0x00, 0x00}, 0},             // 1970-01-01 (MJD 40587)
+      {{0xC0, 0x79, 0x12, 0x45, 0x00}, 750516300LL},   // 1993-10-13 12:45 (MJD 49273)
+      {{0xFF, 0xA2, 0x03, 0x14, 0x07}, 2147483647LL},  // the last second of 32-bit time_t
+      {{0xFF, 0xA2, 0x03, 0x14, 0x08}, 2147483648LL},  // and the one after it
+      {{0xFF, 0xFF, 0x23, 0x59, 0x59}, (65535LL - 40587) * 86400 + 86399},
+      {{0x00, 0x00, 0x00, 0x00, 0x00}, -40587LL * 86400},
+  };
+  for (const Case& c : cases) {
+    long long s = 1;
+    ASSERT_TRUE(TMjdTime::decodeDateTime(c.bytes, &s));
+    EXPECT_EQ(s, c.seconds);
+    unsigned char back[5];
+    ASSERT_TRUE(TMjdTime::encodeDateTime(c.seconds, back));
+    EXPECT_EQ(0, std::memcmp(back, c.bytes, 5)) << c.seconds;
+  }
+  unsigned char out[5];
+  EXPECT_FALSE(TMjdTime::encodeDateTime(-40587LL * 86400 - 1, out));
+  EXPECT_FALSE(TMjdTime::encodeDateTime((65536LL - 40587) * 86400, out));
+
+  int seconds = 0;
+  const unsigned char offset[] = {0x09, 0x30};
+  EXPECT_TRUE(TMjdTime::decodeHhmm(offset, &seconds));
+  EXPECT_EQ(seconds, 9 * 3600 + 30 * 60);
+  const unsigned char badOffset[] = {0x01, 0x60};
+  EXPECT_FALSE(TMjdTime::decodeHhmm(badOffset, &seconds));
+  EXPECT_EQ(TMjdTime::bcd(0x59), 59);
+  EXPECT_EQ(TMjdTime::bcd(0x5A), -1);
+  EXPECT_EQ(TMjdTime::bcd(0xA5), -1);
+}
+
+TEST(TablesBuilderTest, BuildersWriteTheGoldenSectionsByteForByte) {
+  Bytes pat = TPATBuilder()
+                  .setTransportStreamId(0x0421)
+                  .setVersion(5)
+                  .addProgram(0x0000, 0x0010)
+                  .addProgram(0xE760, 0x1FC8)
+                  .addProgram(0xE761, 0x1FC9)
+                  .addProgram(0xE778, 0x1FCA)
+                  .build();
+  EXPECT_EQ(pat, golden(OstrelGolden::kPat));
+  EXPECT_EQ(TPATBuilder().setTransportStreamId(1).build(), golden(OstrelGolden::kPatEmpty));
+
+  Bytes audio = TDescriptorBuilder::streamIdentifier(0x10);
+  TDescriptorBuilder::append(&audio, TDescriptorBuilder::raw(0x0A, Bytes{'p', 'o', 'r', 0}));
+  Bytes data = TDescriptorBuilder::streamIdentifier(0x30);
+  TDescriptorBuilder::append(&data, TDescriptorBuilder::raw(0xFD, Bytes{0x00, 0x08, 0x3D}));
+  Bytes pmt = TPMTBuilder()
+                  .setProgramNumber(0xE760)
+                  .setVersion(2)
+                  .setPcrPid(0x0111)
+                  .addDescriptor(TDescriptorBuilder::raw(0xC1, Bytes{0x84}))
+                  .addStream(0x1B, 0x0111, TDescriptorBuilder::streamIdentifier(0x00))
+                  .addStream(0x0F, 0x0112, audio)
+                  .addStream(0x06, 0x0113, data)
+                  .addStream(0x0D, 0x0114)
+                  .build();
+  EXPECT_EQ(pmt, golden(OstrelGolden::kPmt));
+  EXPECT_EQ(TPMTBuilder().setProgramNumber(1).build(), golden(OstrelGolden::kPmtEmpty));
+
+  Bytes ts;
+  TDescriptorBuilder::append(
+      &ts, TDescriptorBuilder::serviceList({{0xE760, 0x01}, {0xE761, 0x01}, {0xE778, 0xC0}}));
+  TDescriptorBuilder::append(&ts, TDescriptorBuilder::tsInformation(
+                                      5, "Ostrel", {{0x0F, {0xE760, 0xE761}}, {0xAF, {0xE778}}}));
+  TDescriptorBuilder::append(
+      &ts, TDescriptorBuilder::terrestrialDeliverySystem(0x123, 2, 2, {3312, 3354}));
+  TDescriptorBuilder::append(&ts, TDescriptorBuilder::partialReception({0xE778}));
+  Bytes nit = TNITBuilder()
+                  .setNetworkId(0x0640)
+                  .setVersion(1)
+                  .addDescriptor(TDescriptorBuilder::networkName("Ostrel TV"))
+                  .addDescriptor(TDescriptorBuilder::raw(0xFE, Bytes{0x03, 0x01}))
+                  .addTransportStream(0x0421, 0x0640, ts)
+                  .addTransportStream(0x0422, 0x0640)
+                  .build();
+  EXPECT_EQ(nit, golden(OstrelGolden::kNit));
+  EXPECT_EQ(TNITBuilder().setNetworkId(0x0641).setActual(false).build(),
+            golden(OstrelGolden::kNitEmpty));
+
+  Bytes oneSeg{0xC0, 0x00, 10, 'A', 0xE7, 0xE3, 'o', ' ', '1', 's', 'e', 'g', 0x86};
+  Bytes sdt = TSDTBuilder()
+                  .setTransportStreamId(0x0421)
+                  .setOriginalNetworkId(0x0640)
+                  .setVersion(7)
+                  .addService(0xE760, TDescriptorBuilder::service(0x01, "Ostrel", "Ostrel HD"), 4,
+                              true, true)
+                  .addService(0xE778, TDescriptorBuilder::raw(0x48, oneSeg), 4, true, false, true)
+                  .addService(0xE761, Bytes(), 1, false)
+                  .build();
+  EXPECT_EQ(sdt, golden(OstrelGolden::kSdt));
+
+  TTOTBuilder tot;
+  tot.setUtcSeconds(OstrelGolden::kTotUtcSeconds)
+      .addDescriptor(TDescriptorBuilder::localTimeOffset(
+          0x425241, 1, -3 * 3600, OstrelGolden::kTotTimeOfChange, -2 * 3600));
+  EXPECT_EQ(tot.build(), golden(OstrelGolden::kTot));
+  EXPECT_EQ(tot.buildTdt(), golden(OstrelGolden::kTdt));
+}
+
+TEST(TablesBuilderTest, RandomTablesSurviveTheRoundTrip) {
+  std::mt19937 rng(2026);
+  auto pick = [&rng](unsigned int n) { return static_cast<unsigned int>(rng() % n); };
+  for (int round = 0; round < 200; ++round) {
+    // PAT
+    TPATBuilder patBuilder;
+    unsigned short tsid = static_cast<unsigned short>(pick(0x10000));
+    unsigned char version = static_cast<unsigned char>(pick(32));
+    bool current = pick(2) != 0;
+    patBuilder.setTransportStreamId(tsid).setVersion(version).setCurrentNext(current);
+    std::vector<std::pair<unsigned short, unsigned short>> programs(pick(60));
+    for (auto& p : programs) {
+      p = {static_cast<unsigned short>(pick(0x10000)), static_cast<unsigned short>(pick(0x2000))};
+      patBuilder.addProgram(p.first, p.second);
+    }
+    auto pat = parse<TPATTable>(patBuilder.build());
+    ASSERT_TRUE(pat) << round;
+    EXPECT_EQ(pat->getTransportStreamId(), tsid);
+    EXPECT_EQ(pat->getVersionNumber(), version);
+    EXPECT_EQ(pat->isCurrentNext(), current);
+    ASSERT_EQ(pat->getProgramCount(), programs.size());
+    for (unsigned int i = 0; i < programs.size(); ++i) {
+      EXPECT_EQ(pat->getProgram(i).programNumber, programs[i].first);
+      EXPECT_EQ(pat->getProgram(i).pid, programs[i].second);
+    }
+
+    // PMT with random raw descriptors and component tags
+    TPMTBuilder pmtBuilder;
+    unsigned short pcr = static_cast<unsigned short>(pick(0x2000));
+    pmtBuilder.setProgramNumber(tsid).setPcrPid(pcr).setSectionNumber(1, 2);
+    struct S {
+      unsigned char type;
+      unsigned short pid;
+      unsigned char tag;
+      Bytes extra;
+    };
+    std::vector<S> streams(pick(20));
+    for (auto& s : streams) {
+      s.type = static_cast<unsigned char>(pick(256));
+      s.pid = static_cast<unsigned short>(pick(0x2000));
+      s.tag = static_cast<unsigned char>(pick(256));
+      s.extra.resize(pick(20));
+      for (auto& b : s.extra)
+        b = static_cast<unsigned char>(rng());
+      Bytes d = TDescriptorBuilder::streamIdentifier(s.tag);
+      TDescriptorBuilder::append(&d, TDescriptorBuilder::raw(0xF3, s.extra));
+      pmtBuilder.addStream(s.type, s.pid, d);
+    }
+    auto pmt = parse<TPMTTable>(pmtBuilder.build());
+    ASSERT_TRUE(pmt) << round;
+    EXPECT_EQ(pmt->getPcrPid(), pcr);
+    EXPECT_EQ(pmt->getSectionNumber(), 1);
+    EXPECT_EQ(pmt->getLastSectionNumber(), 2);
+    ASSERT_EQ(pmt->getStreamCount(), streams.size());
+    for (unsigned int i = 0; i < streams.size(); ++i) {
+      const TPMTTable::Stream& s = pmt->getStream(i);
+      EXPECT_EQ(s.getStreamType(), streams[i].type);
+      EXPECT_EQ(s.getPid(), streams[i].pid);
+      unsigned char tag = 0;
+      EXPECT_TRUE(s.getComponentTag(&tag));
+      EXPECT_EQ(tag, streams[i].tag);
+      ASSERT_EQ(s.getDescriptors().size(), 2u);
+      EXPECT_EQ(s.getDescriptors().at(1)->getData(), streams[i].extra);
+    }
+
+    // SDT with random names and flags
+    TSDTBuilder sdtBuilder;
+    sdtBuilder.setTransportStreamId(tsid).setOriginalNetworkId(static_cast<unsigned short>(~tsid));
+    struct Svc {
+      unsigned short id;
+      unsigned char status;
+      bool pf, schedule, ca;
+      std::string name;
+    };
+    std::vector<Svc> services(pick(8));
+    const char* names[] = {"Ostrel", "S\xC3\xA3o Jo\xC3\xA3o", "\xE6\x97\xA5\xE6\x9C\xAC", "",
+                           "\xE2\x82\xAC 1"};
+    for (auto& s : services) {
+      s = {static_cast<unsigned short>(pick(0x10000)),
+           static_cast<unsigned char>(pick(8)),
+           pick(2) != 0,
+           pick(2) != 0,
+           pick(2) != 0,
+           names[pick(5)]};
+      sdtBuilder.addService(s.id, TDescriptorBuilder::service(0x01, "P", s.name), s.status, s.pf,
+                            s.schedule, s.ca);
+    }
+    auto sdt = parse<TSDTTable>(sdtBuilder.build());
+    ASSERT_TRUE(sdt) << round;
+    EXPECT_EQ(sdt->getOriginalNetworkId(), static_cast<unsigned short>(~tsid));
+    ASSERT_EQ(sdt->getServiceCount(), services.size());
+    for (unsigned int i = 0; i < services.size(); ++i) {
+      const TSDTTable::Service& s = sdt->getService(i);
+      EXPECT_EQ(s.getServiceId(), services[i].id);
+      EXPECT_EQ(s.getRunningStatus(), services[i].status);
+      EXPECT_EQ(s.isEitPresentFollowing(), services[i].pf);
+      EXPECT_EQ(s.isEitSchedule(), services[i].schedule);
+      EXPECT_EQ(s.isFreeCaMode(), services[i].ca);
+      EXPECT_EQ(s.getServiceName(), services[i].name);
+      EXPECT_EQ(s.getProviderName(), "P");
+    }
+
+    // TOT at a random second of the MJD range, with a random offset
+    // The 16-bit MJD covers 1858-11-17 to 2038-04-22.
+    long long when = static_cast<long long>(rng() % 3000000000u) - 850000000LL;
+    int offset = (static_cast<int>(pick(2 * 13 * 60 + 1)) - 13 * 60) * 60;
+    auto tot = parse<TTOTTable>(
+        TTOTBuilder()
+            .setUtcSeconds(when)
+            .addDescriptor(TDescriptorBuilder::localTimeOffset(0x425241, 3, offset, when + 10, 0))
+            .build());
+    ASSERT_TRUE(tot) << round << " at " << when << " offset " << offset;
+    EXPECT_EQ(tot->getUtcSeconds(), when);
+    int got = 1;
+    EXPECT_TRUE(tot->getLocalTimeOffset(0x425241, 3, when, &got));
+    EXPECT_EQ(got, offset);
+  }
+}
+
+TEST(TablesBuilderTest, BuildersRefuseWhatDoesNotFit) {
+  TPATBuilder pat;
+  for (int i = 0; i < 253; ++i)
+    pat.addProgram(static_cast<unsigned short>(i + 1), 0x100);
+  EXPECT_EQ(pat.build().size(), 1024u);
+  pat.addProgram(254, 0x100);
+  EXPECT_TRUE(pat.build().empty());
+
+  EXPECT_TRUE(TDescriptorBuilder::raw(0x80, Bytes(256)).empty());
+  EXPECT_EQ(TDescriptorBuilder::raw(0x80, Bytes(255)).size(), 257u);
+  EXPECT_TRUE(TDescriptorBuilder::service(1, std::string(200, 'p'), std::string(60, 'n')).empty());
+  EXPECT_TRUE(TDescriptorBuilder::tsInformation(1, std::string(64, 'n'), {}).empty());
+  EXPECT_TRUE(
+      TDescriptorBuilder::tsInformation(1, "n", {{1, {}}, {2, {}}, {3, {}}, {4, {}}}).empty());
+  EXPECT_TRUE(TDescriptorBuilder::localTimeOffset(0x425241, 1, 30, 0, 0).empty())
+      << "offsets are whole minutes";
+  EXPECT_TRUE(TTOTBuilder().setUtcSeconds(-40587LL * 86400 - 1).build().empty());
+  EXPECT_TRUE(TTOTBuilder().setUtcSeconds(-40587LL * 86400 - 1).buildTdt().empty());
+
+  // A loop over 4095 bytes cannot be written: the builder says so.
+  TPMTBuilder pmt;
+  for (int i = 0; i < 17; ++i)
+    pmt.addDescriptor(TDescriptorBuilder::raw(0x80, Bytes(253)));
+  EXPECT_TRUE(pmt.build().empty());
+}
