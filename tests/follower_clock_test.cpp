@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <functional>
 #include <limits>
 #include <list>
 #include <map>
@@ -233,6 +234,44 @@ TEST_F(FollowerClock, ARequestTakenOutDuringAPassIsNotReported) {
   EXPECT_EQ(1, b.releases);
   EXPECT_EQ(0, reports->countFor(2));
   EXPECT_EQ(2u, reports->all().size());
+}
+
+// The monitor waits on a deadline that the real clock will not reach during
+// the test; only a broadcast makes it look at the clock again.
+TEST_F(FollowerClock, ChangesOfThePendingRequestsWakeTheMonitor) {
+  ClockReset reset;
+  setClock(static_cast<long long>(realSeconds()) + 100000, 0);
+  long reads = s_otherReads;
+  ASSERT_TRUE(RequestFollower::add(1, 1, 0x11, 0x42, 0, nullptr, nullptr, tv(10, 0), 1));
+  ASSERT_TRUE(RequestFollower::add(2, 1, 0x11, 0x42, 0, nullptr, nullptr, tv(20, 0), 1));
+  ASSERT_TRUE(RequestFollower::add(3, 1, 0x11, 0x42, 0, nullptr, nullptr, tv(30, 0), 1));
+  struct {
+    const char* what;
+    std::function<void()> change;
+  } changes[] = {
+      {"remove by id", [] { delete RequestFollower::remove(1); }},
+      {"remove by key, a match",
+       [] {
+         std::unique_ptr<ItemList> taken(RequestFollower::remove(1, 0x11, 0x42, 0));
+         for (Item* i : *taken)
+           delete i;
+       }},
+      {"remove by key, no match",
+       [] { std::unique_ptr<ItemList>(RequestFollower::remove(1, 0x11, 0x42, 5)); }},
+      {"add", [] { RequestFollower::add(4, 1, 0x11, 0x42, 0, nullptr, nullptr, tv(5, 0), 1); }},
+  };
+  for (const auto& c : changes) {
+    // Once the monitor has read the clock it holds the lock until it waits:
+    // taking the lock then finds it waiting, its reading count settled.
+    ASSERT_TRUE(eventually([&] { return s_otherReads > reads; })) << c.what;
+    RequestFollowerTestPeer::lock();
+    reads = s_otherReads;
+    RequestFollowerTestPeer::unlock();
+    c.change();
+    EXPECT_TRUE(eventually([&] { return s_otherReads > reads; }, std::chrono::seconds(5)))
+        << c.what;
+  }
+  EXPECT_TRUE(reports->all().empty());
 }
 
 TEST_F(FollowerClock, ClockFailureEndsTheMonitorButTheRegistryStillWorks) {

@@ -102,6 +102,15 @@ TEST_F(FollowerMonitor, RemovingTheEarliestRearmsTheWaitAndItIsNeverReported) {
   EXPECT_EQ(1u, reports->all().size());
 }
 
+TEST_F(FollowerMonitor, AnEarlierDeadlineAddedLaterRearmsTheWait) {
+  ASSERT_TRUE(addIn(1, tv(60, 0), nullptr));
+  ASSERT_TRUE(addIn(2, tv(0, 50000), nullptr));
+  // Well before the first deadline: the second add must have cut the wait short.
+  ASSERT_TRUE(reports->waitForCount(1, std::chrono::seconds(20)));
+  EXPECT_EQ(2u, reports->all().at(0).requestId);
+  EXPECT_NE(nullptr, RequestFollower::get(1));
+}
+
 TEST_F(FollowerMonitor, RefusedNotificationIsLoggedOnceAndStillReleases) {
   LogCapture log;
   reports->setHook([](const Report&) { return 0; });
