@@ -55,7 +55,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
  public:
   typedef std::chrono::steady_clock Clock;
 
-  static const unsigned char kTerrestrialTuner = 1;
+  static constexpr unsigned char kTerrestrialTuner = 1;
 
   struct Options {
     unsigned short screenWidth = 1920;

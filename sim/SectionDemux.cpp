@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "SectionCrc.h"
 #include "SectionSink.h"
+#include "TCrc32.h"
 #include "TsPacket.h"
 
 namespace Ostrel {
@@ -212,7 +212,7 @@ void SectionDemux::emit(unsigned short pid, const unsigned char* data, unsigned 
       ++m_stats.malformed;
       return;
     }
-    if (SectionCrc::compute(data, size) != 0) {
+    if (TCrc32::compute(data, size) != 0) {
       ++m_stats.crcErrors;
       return;
     }

@@ -66,6 +66,9 @@ VideoGeometry VideoGeometry::clipped(unsigned short sourceW, unsigned short sour
     g.destination.h = 0;
     g.source.w = 0;
     g.source.h = 0;
+    int64_t unused = 0;
+    clipSpan(&g.source.x, &g.source.w, sourceW, &unused, &unused);
+    clipSpan(&g.source.y, &g.source.h, sourceH, &unused, &unused);
     return g;
   }
   cropSource(&g.source.x, &g.source.w, destW, lowX, highX);

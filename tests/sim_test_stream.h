@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "GingaDataDestination.h"
-#include "SectionCrc.h"
 #include "SectionSink.h"
+#include "TCrc32.h"
 
 namespace SimTest {
 
@@ -33,7 +33,7 @@ inline Bytes longSection(unsigned char tableId, unsigned short ext, const Bytes&
              number,
              last};
   s.insert(s.end(), body.begin(), body.end());
-  uint32_t crc = Ostrel::SectionCrc::compute(s.data(), static_cast<unsigned int>(s.size()));
+  uint32_t crc = Ostrel::TCrc32::compute(s.data(), static_cast<unsigned int>(s.size()));
   for (int shift = 24; shift >= 0; shift -= 8) {
     s.push_back(static_cast<unsigned char>(crc >> shift));
   }

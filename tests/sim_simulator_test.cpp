@@ -1,0 +1,554 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "ReceiverSimulator.h"
+#include "TCommand.h"
+#include "TCrc32.h"
+#include "TDataRequestCommand.h"
+#include "TGetTunerListCommand.h"
+#include "TGetTunerListResponse.h"
+#include "TNotifyStatusChange.h"
+#include "TReleaseKeyCommand.h"
+#include "TReserveKeyCommand.h"
+#include "TSyncDataRequestCommand.h"
+#include "TVideoCheckSize.h"
+#include "TVideoGetDefaultSize.h"
+#include "TVideoGetSize.h"
+#include "TVideoGetSourceVideoSize.h"
+#include "TVideoSetSize.h"
+#include "TransportStreamSource.h"
+#include "TunerInput.h"
+#include "sim_test_stream.h"
+
+using namespace Ostrel;
+using namespace SimTest;
+
+namespace {
+
+const unsigned short kPmtPid = 0x0100;
+
+ReceiverSimulator::Options quickOptions() {
+  ReceiverSimulator::Options options;
+  options.filterStartMs = 0;
+  return options;
+}
+
+int sendOpenRequest(GingaServer* server, int tuner, short pid, short tableId, short ext,
+                    unsigned int timeOut) {
+  TDataRequestCommand* request =
+      static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
+  request->setEndPoint(server);
+  request->setOpen(1);
+  request->setTunerId(tuner);
+  request->setPid(pid);
+  request->setTableId(tableId);
+  request->setTableIdExt(ext);
+  request->setTimeOut(timeOut);
+  request->setRequestCounter(1);
+  return request->send(NULL);  // from here on the request is the server's
+}
+
+int sendSyncRequest(GingaServer* server, int tuner, short pid, short tableId, short ext) {
+  TSyncDataRequestCommand request;
+  request.setEndPoint(server);
+  request.setTunerId(tuner);
+  request.setPid(pid);
+  request.setTableId(tableId);
+  request.setTableIdExt(ext);
+  return request.send(NULL);
+}
+
+template <class T>
+int sendCommand(GingaServer* server, T* command, TCommand** response = nullptr) {
+  command->setEndPoint(server);
+  return command->send(response);
+}
+
+Bytes pmtSection(unsigned short program, unsigned char version = 0) {
+  return longSection(0x02, program, {0xE1, 0x00, 0xF0, 0x00, 0x1B, 0xE1, 0x01, 0xF0, 0x00},
+                     version);
+}
+
+void feedSections(ReceiverSimulator* sim, int tuner, unsigned short pid,
+                  const std::vector<Bytes>& sections, unsigned char* cc) {
+  Bytes stream = join(packetize(pid, sections, cc));
+  // Null packets after them, as in any stream: the packetizer hands a packet
+  // on once it sees where the next one starts.
+  for (int i = 0; i < 6; ++i) {
+    Bytes null = packet(0x1FFF, false, 0, {});
+    stream.insert(stream.end(), null.begin(), null.end());
+  }
+  sim->feed(tuner, stream.data(), stream.size());
+}
+
+bool crcIntact(const Bytes& section) {
+  return TCrc32::compute(section.data(), static_cast<unsigned int>(section.size())) == 0;
+}
+
+class Simulator : public testing::Test {
+ protected:
+  void SetUp() override { m_liveBefore = TCommand::getLiveCount(); }
+  void TearDown() override {
+    m_sim.reset();
+    EXPECT_EQ(m_liveBefore, TCommand::getLiveCount()) << "a command leaked";
+  }
+  ReceiverSimulator* make(const ReceiverSimulator::Options& options = quickOptions()) {
+    m_sim.reset(new ReceiverSimulator(options));
+    m_sim->setDataDestination(&m_destination);
+    m_sim->addTuner(nullptr);
+    return m_sim.get();
+  }
+
+  RecordingDestination m_destination;
+  std::unique_ptr<ReceiverSimulator> m_sim;
+  long m_liveBefore = 0;
+};
+
+}  // namespace
+
+TEST(SectionFilterRule, ExtensionIsComparedOnlyWhereTheMiddlewareKnowsIt) {
+  struct Case {
+    const char* name;
+    short pid, tableId, ext;    // the request
+    unsigned short sectionPid;  // the section
+    Bytes section;
+    bool matches;
+  };
+  const Case cases[] = {
+      {"PMT same programme", 0x100, 0x02, 7, 0x100, pmtSection(7), true},
+      {"PMT other programme", 0x100, 0x02, 7, 0x100, pmtSection(8), false},
+      {"PMT other PID", 0x100, 0x02, 7, 0x101, pmtSection(7), false},
+      {"PAT any ts id", 0x00, 0x00, 0, 0x00, longSection(0x00, 0x0421, {}), true},
+      {"NIT any network id", 0x10, 0x40, -1, 0x10, longSection(0x40, 0x7FE1, {0xF0, 0}), true},
+      {"SDT actual any ts id", 0x11, 0x42, 0, 0x11, longSection(0x42, 0x0421, {0, 1, 0xFF}), true},
+      {"SDT other is another table", 0x11, 0x42, 0, 0x11, longSection(0x46, 0x0421, {0, 1, 0xFF}),
+       false},
+      {"TOT short form", 0x14, 0x73, 0x1234, 0x14, shortSection(0x73, filler(11)), true},
+      {"TDT is not the TOT", 0x14, 0x73, 0, 0x14, shortSection(0x70, filler(5)), false},
+      {"EIT p/f by service id", 0x12, 0x4E, 0x00E8, 0x12, longSection(0x4E, 0x00E8, filler(6)),
+       true},
+      {"EIT p/f other service", 0x12, 0x4E, 0x00E8, 0x12, longSection(0x4E, 0x00E9, filler(6)),
+       false},
+      {"negative PID never matches", -1, 0x02, 7, 0x1FFF, pmtSection(7), false},
+      {"table id above 8 bits never matches", 0x100, 0x102, 7, 0x100, pmtSection(7), false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    SectionFilter filter(2, c.pid, c.tableId, c.ext);
+    EXPECT_EQ(c.matches, filter.matches(2, c.sectionPid, c.section.data(),
+                                        static_cast<unsigned int>(c.section.size())));
+    EXPECT_FALSE(filter.matches(3, c.sectionPid, c.section.data(),
+                                static_cast<unsigned int>(c.section.size())));
+  }
+}
+
+TEST_F(Simulator, OpenRequestPassesEachDistinctSectionUnderItsKeyThenClosesAtItsTimeOut) {
+  ReceiverSimulator* sim = make();
+  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 1));
+  EXPECT_EQ(1u, sim->getOpenRequestCount());
+  unsigned char cc = 0;
+  Bytes v0 = pmtSection(7, 0), v1 = pmtSection(7, 1);
+  feedSections(sim, 0, kPmtPid, {v0, pmtSection(8), v0, v1, v0}, &cc);
+  ASSERT_TRUE(m_destination.waitFor(2, 2000));
+  std::vector<RecordingDestination::Injection> got = m_destination.injections();
+  ASSERT_EQ(2u, got.size());
+  EXPECT_EQ(v0, got[0].data);
+  EXPECT_EQ(v1, got[1].data);
+  for (const auto& injection : got) {
+    EXPECT_EQ(0, injection.tunerId);
+    EXPECT_EQ(static_cast<short>(kPmtPid), injection.pid);
+    EXPECT_EQ(2, injection.tableId);
+    EXPECT_EQ(7, injection.tableIdExt);
+  }
+  // The filter closes once its second is up, and then passes nothing more.
+  for (int i = 0; i < 300 && sim->getOpenRequestCount() > 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(0u, sim->getOpenRequestCount());
+  feedSections(sim, 0, kPmtPid, {pmtSection(7, 2)}, &cc);
+  sim->waitBusyCommands();
+  EXPECT_EQ(2u, m_destination.injections().size());
+  ReceiverSimulator::Counters counters = sim->getCounters();
+  EXPECT_EQ(1u, counters.filtersOpened);
+  EXPECT_EQ(1u, counters.filtersClosed);
+  EXPECT_EQ(2u, counters.deliveries);
+}
+
+TEST_F(Simulator, ANewFilterWaitsForItsStartUpTime) {
+  ReceiverSimulator::Options options = quickOptions();
+  options.filterStartMs = 300;
+  ReceiverSimulator* sim = make(options);
+  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 2));
+  unsigned char cc = 0;
+  feedSections(sim, 0, kPmtPid, {pmtSection(7)}, &cc);
+  sim->waitBusyCommands();
+  EXPECT_TRUE(m_destination.injections().empty());
+  std::this_thread::sleep_for(std::chrono::milliseconds(350));
+  feedSections(sim, 0, kPmtPid, {pmtSection(7)}, &cc);  // the next repetition passes
+  EXPECT_TRUE(m_destination.waitFor(1, 2000));
+}
+
+TEST_F(Simulator, RefusedRequestsAreClosedAndNothingLeaks) {
+  ReceiverSimulator* sim = make();
+  EXPECT_EQ(0, sendOpenRequest(sim, 5, kPmtPid, 0x02, 7, 1));   // no such tuner
+  EXPECT_EQ(0, sendOpenRequest(sim, -1, kPmtPid, 0x02, 7, 1));  // no such tuner
+  EXPECT_EQ(0, sendOpenRequest(sim, 0, 0x2000, 0x02, 7, 1));    // no such PID
+  EXPECT_EQ(0, sendOpenRequest(sim, 0, static_cast<short>(0xFFFF), 0x02, 7, 1));
+  EXPECT_EQ(0u, sim->getOpenRequestCount());
+  EXPECT_EQ(4u, sim->getCounters().commandsRefused);
+  TCommand unknown(0x777);
+  EXPECT_EQ(0, sendCommand(sim, &unknown));
+}
+
+TEST_F(Simulator, ShutdownClosesOpenFiltersAndDropsQueuedDeliveries) {
+  ReceiverSimulator* sim = make();
+  FaultPlan plan;
+  plan.delayMs = 5000;
+  sim->setFaultPlan(plan);
+  for (short ext = 1; ext <= 5; ++ext) {
+    ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, ext, 60));
+  }
+  unsigned char cc = 0;
+  feedSections(sim, 0, kPmtPid, {pmtSection(1), pmtSection(2)}, &cc);
+  EXPECT_EQ(5u, sim->getOpenRequestCount());
+  m_sim.reset();  // TearDown checks that every request was deleted
+  EXPECT_TRUE(m_destination.injections().empty());
+}
+
+TEST_F(Simulator, SyncRequestAnswersFromWhatTheStreamCarriedBeforeItReturns) {
+  ReceiverSimulator* sim = make();
+  EXPECT_EQ(0, sendSyncRequest(sim, 0, 0x0000, 0x00, 0));
+  unsigned char cc = 0;
+  Bytes pat0 = longSection(0x00, 0x0421, {0x00, 0x01, 0xE1, 0x00}, 0);
+  Bytes pat1 = longSection(0x00, 0x0421, {0x00, 0x01, 0xE1, 0x00}, 1);
+  feedSections(sim, 0, 0x0000, {pat0, pat1}, &cc);
+  ASSERT_EQ(1, sendSyncRequest(sim, 0, 0x0000, 0x00, 0x7777));
+  std::vector<RecordingDestination::Injection> got = m_destination.injections();
+  ASSERT_EQ(1u, got.size());  // the latest version only
+  EXPECT_EQ(pat1, got[0].data);
+  EXPECT_EQ(0x7777, got[0].tableIdExt);
+  EXPECT_EQ(0, sendSyncRequest(sim, 0, 0x0000, 0x02, 0));  // nothing of that table id
+  EXPECT_EQ(0, sendSyncRequest(sim, 1, 0x0000, 0x00, 0));  // no such tuner
+  // The PAT named PID 0x100: its PMT is now reassembled too.
+  feedSections(sim, 0, kPmtPid, {pmtSection(1)}, &cc);
+  EXPECT_EQ(1, sendSyncRequest(sim, 0, kPmtPid, 0x02, 1));
+  EXPECT_EQ(0, sendSyncRequest(sim, 0, kPmtPid, 0x02, 2));
+}
+
+TEST_F(Simulator, KeysAreHeldByOneListenerAtATime) {
+  ReceiverSimulator* sim = make();
+  auto reserve = [&](const char* listener, unsigned int key) {
+    TReserveKeyCommand command;
+    command.setListenerId(listener);
+    command.setKeyCode(key);
+    return sendCommand(sim, &command);
+  };
+  auto release = [&](unsigned int key) {
+    TReleaseKeyCommand command;
+    command.setKeyCode(key);
+    return sendCommand(sim, &command);
+  };
+  EXPECT_EQ(1, reserve("a", 0x25));
+  EXPECT_EQ(0, reserve("b", 0x25));
+  EXPECT_EQ(1, reserve("a", 0x25));
+  EXPECT_EQ(1, reserve("b", 0x26));
+  EXPECT_EQ("a", sim->getKeyHolder(0x25));
+  EXPECT_EQ(1, release(0x25));
+  EXPECT_EQ(0, release(0x25));
+  EXPECT_EQ(1, reserve("b", 0x25));
+  EXPECT_EQ("b", sim->getKeyHolder(0x25));
+  EXPECT_EQ("", sim->getKeyHolder(0x99));
+
+  TNotifyStatusChange status;
+  status.setAppId("app.one");
+  status.setNotificationCode(200);
+  EXPECT_EQ(1, sendCommand(sim, &status));
+  status.setAppId("");
+  status.setNotificationCode(0);
+  EXPECT_EQ(1, sendCommand(sim, &status));
+  auto changes = sim->getAppStatusChanges();
+  ASSERT_EQ(2u, changes.size());
+  EXPECT_EQ("app.one", changes[0].first);
+  EXPECT_EQ(200, changes[0].second);
+  EXPECT_EQ("", changes[1].first);
+}
+
+TEST(VideoGeometryClip, CutsToTheScreenAndKeepsTheScale) {
+  struct Case {
+    const char* name;
+    VideoGeometry::Rect source, destination;
+    VideoGeometry::Rect wantSource, wantDestination;
+  };
+  const Case cases[] = {
+      {"inside", {0, 0, 1920, 1080}, {100, 50, 960, 540}, {0, 0, 1920, 1080}, {100, 50, 960, 540}},
+      {"off the left at scale 2",
+       {0, 0, 1920, 1080},
+       {-100, 0, 960, 540},
+       {200, 0, 1720, 1080},
+       {0, 0, 860, 540}},
+      {"off the bottom right",
+       {0, 0, 1920, 1080},
+       {1000, 600, 1920, 1080},
+       {0, 0, 920, 480},
+       {1000, 600, 920, 480}},
+      {"wholly off screen", {0, 0, 1920, 1080}, {2000, 0, 100, 100}, {0, 0, 0, 0}, {1920, 0, 0, 0}},
+      {"source beyond the picture",
+       {1800, 1000, 400, 400},
+       {0, 0, 400, 400},
+       {1800, 1000, 120, 80},
+       {0, 0, 400, 400}},
+      {"extreme values",
+       {-32768, -32768, 65535, 65535},
+       {-32768, 32767, 65535, 65535},
+       {0, 0, 0, 0},
+       {0, 1080, 0, 0}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    VideoGeometry g;
+    g.source = c.source;
+    g.destination = c.destination;
+    VideoGeometry out = g.clipped(1920, 1080, 1920, 1080);
+    EXPECT_EQ(c.wantSource.x, out.source.x);
+    EXPECT_EQ(c.wantSource.y, out.source.y);
+    EXPECT_EQ(c.wantSource.w, out.source.w);
+    EXPECT_EQ(c.wantSource.h, out.source.h);
+    EXPECT_EQ(c.wantDestination.x, out.destination.x);
+    EXPECT_EQ(c.wantDestination.y, out.destination.y);
+    EXPECT_EQ(c.wantDestination.w, out.destination.w);
+    EXPECT_EQ(c.wantDestination.h, out.destination.h);
+  }
+}
+
+TEST_F(Simulator, VideoGeometryIsKeptPerVideoAndCheckedWithoutBeingSet) {
+  ReceiverSimulator::Options options = quickOptions();
+  options.screenWidth = 1280;
+  options.screenHeight = 720;
+  options.sourceWidth = 1920;
+  options.sourceHeight = 1080;
+  ReceiverSimulator* sim = make(options);
+  auto get = [&](unsigned short ts, unsigned short layer) {
+    TVideoGetSize command;
+    command.setTsId(ts);
+    command.setLayerId(layer);
+    TCommand* answer = nullptr;
+    EXPECT_EQ(1, sendCommand(sim, &command, &answer));
+    std::unique_ptr<TVideoGetSize> owned(dynamic_cast<TVideoGetSize*>(answer));
+    EXPECT_TRUE(owned);
+    return owned;
+  };
+  auto initial = get(1, 0);
+  EXPECT_EQ(1920, initial->getSw());
+  EXPECT_EQ(1280, initial->getDw());
+  EXPECT_EQ(720, initial->getDh());
+
+  TVideoCheckSize check;
+  check.setTsId(1);
+  check.setDx(640);
+  check.setDy(360);
+  check.setDw(1280);
+  check.setDh(720);
+  check.setSw(1920);
+  check.setSh(1080);
+  TCommand* answer = nullptr;
+  ASSERT_EQ(1, sendCommand(sim, &check, &answer));
+  std::unique_ptr<TVideoCheckSize> checked(dynamic_cast<TVideoCheckSize*>(answer));
+  ASSERT_TRUE(checked);
+  EXPECT_EQ(640, checked->getDw());
+  EXPECT_EQ(360, checked->getDh());
+  EXPECT_EQ(960, checked->getSw());
+  EXPECT_EQ(1280, get(1, 0)->getDw());  // checking changed nothing
+
+  TVideoSetSize set;
+  set.setTsId(1);
+  set.setLayerId(2);
+  set.setDx(-100);
+  set.setDw(400);
+  set.setDh(300);
+  set.setSw(800);
+  set.setSh(600);
+  ASSERT_EQ(1, sendCommand(sim, &set));
+  auto now = get(1, 2);
+  EXPECT_EQ(0, now->getDx());
+  EXPECT_EQ(300, now->getDw());
+  EXPECT_EQ(200, now->getSx());
+  EXPECT_EQ(600, now->getSw());
+  EXPECT_EQ(1280, get(1, 0)->getDw());  // another layer keeps its own
+
+  TVideoGetDefaultSize defaults;
+  ASSERT_EQ(1, sendCommand(sim, &defaults, &answer));
+  std::unique_ptr<TCommand> ownedDefault(answer);
+  EXPECT_EQ(1280, dynamic_cast<TVideoGetDefaultSize*>(answer)->getDw());
+  TVideoGetSourceVideoSize source;
+  ASSERT_EQ(1, sendCommand(sim, &source, &answer));
+  std::unique_ptr<TCommand> ownedSource(answer);
+  EXPECT_EQ(1920, dynamic_cast<TVideoGetSourceVideoSize*>(answer)->getSw());
+  EXPECT_EQ(1080, dynamic_cast<TVideoGetSourceVideoSize*>(answer)->getSh());
+  // Without a place for the answer, nothing is made and nothing leaks.
+  EXPECT_EQ(1, sendCommand(sim, &defaults, nullptr));
+}
+
+TEST_F(Simulator, TunerListHasOneTunerPerInput) {
+  ReceiverSimulator* sim = make();
+  sim->addTuner(nullptr, 7);
+  TGetTunerListCommand command;
+  TCommand* answer = nullptr;
+  ASSERT_EQ(1, sendCommand(sim, &command, &answer));
+  std::unique_ptr<TGetTunerListResponse> list(dynamic_cast<TGetTunerListResponse*>(answer));
+  ASSERT_TRUE(list);
+  ASSERT_EQ(2u, list->getTunerCounter());
+  int id = -1;
+  unsigned char type = 0;
+  list->getTunerId(0, &id);
+  list->getTunerType(0, &type);
+  EXPECT_EQ(0, id);
+  EXPECT_EQ(ReceiverSimulator::kTerrestrialTuner, type);
+  list->getTunerId(1, &id);
+  list->getTunerType(1, &type);
+  EXPECT_EQ(1, id);
+  EXPECT_EQ(7, type);
+}
+
+TEST_F(Simulator, FaultsHideDropDamageAndDelaySections) {
+  struct Case {
+    const char* name;
+    FaultPlan plan;
+    size_t expected;  // injections for three distinct sections
+    bool intact;
+  };
+  FaultPlan hide;
+  hide.hiddenPids.insert(kPmtPid);
+  FaultPlan drop;
+  drop.dropShare = 1.0;
+  FaultPlan corrupt;
+  corrupt.corruptShare = 1.0;
+  FaultPlan delay;
+  delay.delayMs = 200;
+  const Case cases[] = {{"none", FaultPlan(), 3, true},
+                        {"hidden PID", hide, 0, true},
+                        {"all dropped", drop, 0, true},
+                        {"all damaged", corrupt, 3, false},
+                        {"delayed", delay, 3, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecordingDestination destination;
+    ReceiverSimulator sim(quickOptions());
+    sim.setDataDestination(&destination);
+    sim.addTuner(nullptr);
+    sim.setFaultPlan(c.plan);
+    ASSERT_EQ(1, sendOpenRequest(&sim, 0, kPmtPid, 0x02, 7, 1));
+    unsigned char cc = 0;
+    auto started = std::chrono::steady_clock::now();
+    feedSections(&sim, 0, kPmtPid, {pmtSection(7, 0), pmtSection(7, 1), pmtSection(7, 2)}, &cc);
+    sim.waitBusyCommands();
+    auto waited = std::chrono::steady_clock::now() - started;
+    std::vector<RecordingDestination::Injection> got = destination.injections();
+    EXPECT_EQ(c.expected, got.size());
+    for (const auto& injection : got) {
+      EXPECT_EQ(c.intact, crcIntact(injection.data));
+    }
+    if (c.plan.delayMs > 0) {
+      EXPECT_GE(waited, std::chrono::milliseconds(c.plan.delayMs));
+    }
+    if (c.plan.hiddenPids.count(kPmtPid)) {
+      EXPECT_EQ(0, sendSyncRequest(&sim, 0, kPmtPid, 0x02, 7));
+    }
+  }
+}
+
+TEST_F(Simulator, DamagedOrDroppedSectionDoesNotStopTheNextRepetition) {
+  ReceiverSimulator* sim = make();
+  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 5));
+  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 8, 5));
+  unsigned char cc = 0;
+  Bytes pmt7 = pmtSection(7), pmt8 = pmtSection(8);
+  FaultPlan corrupt;
+  corrupt.corruptShare = 1.0;
+  sim->setFaultPlan(corrupt);
+  for (int i = 0; i < 4; ++i)
+    feedSections(sim, 0, kPmtPid, {pmt7}, &cc);
+  FaultPlan drop;
+  drop.dropShare = 1.0;
+  sim->setFaultPlan(drop);
+  for (int i = 0; i < 4; ++i)
+    feedSections(sim, 0, kPmtPid, {pmt8}, &cc);
+  sim->setFaultPlan(FaultPlan());
+  for (int i = 0; i < 4; ++i)
+    feedSections(sim, 0, kPmtPid, {pmt7, pmt8}, &cc);
+  sim->waitBusyCommands();
+  std::vector<RecordingDestination::Injection> got = m_destination.injections();
+  ASSERT_EQ(6u, got.size());  // four damaged, then each intact once
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_FALSE(crcIntact(got[i].data));
+    EXPECT_EQ(7, got[i].tableIdExt);
+  }
+  EXPECT_EQ(pmt7, got[4].data);
+  EXPECT_EQ(pmt8, got[5].data);
+  ReceiverSimulator::Counters counters = sim->getCounters();
+  EXPECT_EQ(4u, counters.faultCorrupted);
+  EXPECT_EQ(4u, counters.faultDropped);
+}
+
+TEST_F(Simulator, LoopingSourcePlaysOnItsOwnThread) {
+  unsigned char cc = 0;
+  Bytes stream = join(packetize(kPmtPid, {pmtSection(7)}, &cc));
+  Bytes nulls = packet(0x1FFF, false, 0, {});
+  for (int i = 0; i < 50; ++i)
+    stream.insert(stream.end(), nulls.begin(), nulls.end());
+  ReceiverSimulator sim(quickOptions());
+  sim.setDataDestination(&m_destination);
+  sim.setPacing(StreamPacer::kByBitRate, 2000000);
+  int tuner = sim.addTuner(TransportStreamSource::fromMemory(stream, "memory"));
+  sim.getTuner(tuner)->getDemux()->enablePid(kPmtPid);
+  sim.start();
+  ASSERT_EQ(1, sendOpenRequest(&sim, tuner, kPmtPid, 0x02, 7, 2));
+  EXPECT_TRUE(m_destination.waitFor(1, 3000));
+  TunerInput::Progress progress = sim.getTuner(tuner)->getProgress();
+  EXPECT_FALSE(progress.ended);
+  EXPECT_EQ(188u, sim.getTuner(tuner)->getProgress().packetizer.packets ? 188u : 0u);
+  sim.stop();
+  EXPECT_TRUE(sim.getTuner(tuner)->getProgress().ended);
+}
+
+TEST_F(Simulator, InputWithoutPacketsEndsWithAnError) {
+  ReceiverSimulator sim(quickOptions());
+  int tuner = sim.addTuner(TransportStreamSource::fromMemory(filler(10000, 3), "noise"));
+  sim.start();
+  ASSERT_TRUE(sim.getTuner(tuner)->waitForEnd(std::chrono::milliseconds(5000)));
+  EXPECT_NE(std::string::npos, sim.getTuner(tuner)->getProgress().error.find("no transport"));
+  std::string error;
+  EXPECT_FALSE(TransportStreamSource::openFile("/nonexistent/file.ts", &error));
+  EXPECT_NE(std::string::npos, error.find("/nonexistent/file.ts"));
+  EXPECT_FALSE(TransportStreamSource::openFile("/", &error));
+}
+
+TEST_F(Simulator, ConcurrentRequestsWhileTheStreamPlaysLeakNothing) {
+  unsigned char patCc = 0, pmtCc = 0;
+  Bytes stream = join(packetize(0x0000, {longSection(0x00, 1, {0, 7, 0xE1, 0x00})}, &patCc));
+  Bytes pmts = join(packetize(kPmtPid, {pmtSection(7), pmtSection(8)}, &pmtCc));
+  stream.insert(stream.end(), pmts.begin(), pmts.end());
+  ReceiverSimulator sim(quickOptions());
+  sim.setDataDestination(&m_destination);
+  sim.setPacing(StreamPacer::kByBitRate, 8000000);
+  sim.addTuner(TransportStreamSource::fromMemory(stream, "memory"));
+  sim.start();
+  std::atomic<int> accepted{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 25; ++i) {
+        accepted += sendOpenRequest(&sim, 0, kPmtPid, 0x02, static_cast<short>(7 + (i + t) % 3), 1);
+        sendSyncRequest(&sim, 0, 0x0000, 0x00, 0);
+        if (i % 10 == 0)
+          sim.waitBusyCommands();
+      }
+    });
+  }
+  for (auto& thread : threads)
+    thread.join();
+  EXPECT_EQ(100, accepted.load());
+  sim.waitBusyCommands();
+  EXPECT_FALSE(m_destination.injections().empty());
+}
