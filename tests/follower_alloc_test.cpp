@@ -37,6 +37,11 @@ void* allocate(std::size_t size) {
 
 }  // namespace
 
+// The replacements pair malloc with free; GCC cannot see that through them.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
 void* operator new(std::size_t size) {
   return allocate(size);
 }
