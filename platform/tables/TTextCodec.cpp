@@ -130,7 +130,7 @@ std::string TTextCodec::decode(const unsigned char* data, unsigned int size) {
   }
   if (data[0] == 0x10) {
     pos = size < 3 ? size : 3;
-  } else if (data[0] >= 0x01 && data[0] <= 0x1F) {
+  } else if ((data[0] >= 0x01 && data[0] <= 0x0B) || (data[0] >= 0x11 && data[0] <= 0x1F)) {
     pos = 1;
   }
   out.reserve(size - pos);
@@ -145,22 +145,21 @@ std::vector<unsigned char> TTextCodec::encode(const std::string& utf8) {
   std::vector<unsigned char> latin;
   latin.reserve(size);
   unsigned int pos = 0;
-  while (pos < size) {
+  bool fits = true;
+  while (pos < size && fits) {
     int b = codePointToLatin9(nextUtf8(data, size, &pos));
-    if (b < 0) {
-      std::vector<unsigned char> raw;
-      raw.reserve(size + 1);
-      raw.push_back(kUtf8Selector);
-      raw.insert(raw.end(), data, data + size);
-      return raw;
-    }
-    latin.push_back(static_cast<unsigned char>(b));
+    fits = b >= 0;
+    if (fits)
+      latin.push_back(static_cast<unsigned char>(b));
   }
-  // A leading line feed would read as a table selector: say UTF-8 instead.
-  if (!latin.empty() && latin[0] == 0x0A) {
-    latin.insert(latin.begin(), kUtf8Selector);
-  }
-  return latin;
+  // A leading line feed (0x0A) would read as a table selector: UTF-8 then.
+  if (fits && (latin.empty() || latin[0] != 0x0A))
+    return latin;
+  std::vector<unsigned char> raw;
+  raw.reserve(size + 1);
+  raw.push_back(kUtf8Selector);
+  raw.insert(raw.end(), data, data + size);
+  return raw;
 }
 
 }  // namespace Ostrel

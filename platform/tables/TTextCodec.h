@@ -12,7 +12,7 @@ namespace Ostrel {
 //   become U+FFFD.
 // - Otherwise the bytes are ISO/IEC 8859-15 (Latin-9), the default character
 //   table of ISDB-Tb, after skipping a leading table selector: 0x01..0x0B and
-//   0x11..0x1F (one byte), 0x10 (three bytes).
+//   0x11..0x1F (one byte), 0x10 (three bytes); any other first byte is text.
 // - Control codes: 0x0A, 0x0D and 0x8A become a line feed; every other code of
 //   0x00..0x1F and 0x7F..0x9F (emphasis switches, padding) is dropped.
 // Any thread; no state.
