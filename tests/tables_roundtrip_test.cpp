@@ -125,6 +125,8 @@ TEST(TablesTextTest, DecodesBroadcastTextToUtf8) {
        "\xE2\x82\xAC\xC5\xA0\xC5\xA1\xC5\xBD\xC5\xBE\xC5\x92\xC5\x93\xC5\xB8"},
       {"emphasis codes dropped", {0x86, 'N', 'e', 'w', 's', 0x87}, "News"},
       {"line breaks", {'a', 0x8A, 'b', 0x0D, 'c'}, "a\nb\nc"},
+      {"a leading carriage return is a line break", {0x0D, 'a'}, "\na"},
+      {"reserved 0x0C..0x0F lead as controls", {0x0E, 'a'}, "a"},
       {"other controls dropped", {'a', 0x00, 0x1B, 0x7F, 0x9F, 'b'}, "ab"},
       {"one-byte table selector skipped", {0x05, 'T', 'V'}, "TV"},
       {"three-byte table selector skipped", {0x10, 0x00, 0x0F, 'T', 'V'}, "TV"},
@@ -153,11 +155,11 @@ TEST(TablesTextTest, EncodesToLatin9WhenItCanAndBackToTheSameText) {
   Bytes kanji = TTextCodec::encode("\xE6\x97\xA5");
   EXPECT_EQ(kanji, (Bytes{0x15, 0xE6, 0x97, 0xA5}));
   EXPECT_EQ(TTextCodec::encode("\xC2\xA4").front(), 0x15) << "U+00A4 has no Latin-9 byte";
-  for (const char* s :
-       {"",
-        "TV \xC3\x91"
-        "and\xC3\xBA",
-        "\xC5\x92uvre \xE2\x82\xAC", "\nfirst", "\xE6\x97\xA5\xE6\x9C\xAC", "a\nb"}) {
+  for (const char* s : {"",
+                        "TV \xC3\x91"
+                        "and\xC3\xBA",
+                        "\xC5\x92uvre \xE2\x82\xAC", "\nfirst", "\n\xC2\xB0" "C",
+                        "\xE6\x97\xA5\xE6\x9C\xAC", "a\nb"}) {
     Bytes b = TTextCodec::encode(s);
     EXPECT_EQ(TTextCodec::decode(b.data(), static_cast<unsigned int>(b.size())), s) << s;
   }
