@@ -123,9 +123,8 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
 
   // The default geometry, as getVideoSize.
   int getDefaultVideoSize(unsigned short tsId, unsigned short layerId, short* outSx, short* outSy,
-                          unsigned short* outSw, unsigned short* outSh, short* outDx,
-                          short* outDy, unsigned short* outDw, unsigned short* outDh,
-                          short* errorCode);
+                          unsigned short* outSw, unsigned short* outSh, short* outDx, short* outDy,
+                          unsigned short* outDw, unsigned short* outDh, short* errorCode);
 
   // The width and height of the source picture; nothing else is written.
   int getSourceVideoSize(unsigned short tsId, unsigned short layerId, unsigned short* outSw,
@@ -140,10 +139,10 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
   // Submits a geometry; the outputs receive the geometry the server answers
   // with, never the inputs.
   int checkVideoSize(unsigned short tsId, unsigned short layerId, short sx, short sy,
-                     unsigned short sw, unsigned short sh, short dx, short dy,
-                     unsigned short dw, unsigned short dh, short* outSx, short* outSy,
-                     unsigned short* outSw, unsigned short* outSh, short* outDx, short* outDy,
-                     unsigned short* outDw, unsigned short* outDh, short* errorCode);
+                     unsigned short sw, unsigned short sh, short dx, short dy, unsigned short dw,
+                     unsigned short dh, short* outSx, short* outSy, unsigned short* outSw,
+                     unsigned short* outSh, short* outDx, short* outDy, unsigned short* outDw,
+                     unsigned short* outDh, short* errorCode);
 
   // ---- Keys and application status ----
   // Synchronous commands; the answer, if any, is not read.
