@@ -349,16 +349,32 @@ const char* ChannelScan::outcomeName(Outcome outcome) {
   }
 }
 
-bool ChannelScan::run(std::chrono::milliseconds limit) {
+void ChannelScan::start() {
   State& state = *m_pState;
+  {
+    std::lock_guard<std::mutex> lock(state.mutex);
+    if (!state.result.requests.empty()) {
+      return;
+    }
+  }
   state.core->setRequestNotificationCallback(&ChannelScan::notify);
   state.send(m_pState, "PAT", kPatPid, 0x00, 0);
   state.send(m_pState, "NIT", kNitPid, 0x40, 0);
   state.send(m_pState, "SDT", kSdtPid, 0x42, 0);
   state.send(m_pState, "TOT", kTotPid, 0x73, 0);
+}
+
+bool ChannelScan::waitFor(std::chrono::milliseconds limit) {
+  State& state = *m_pState;
   std::unique_lock<std::mutex> lock(state.mutex);
-  state.cond.wait_for(lock, limit, [&state] { return state.pending == 0; });
-  return state.result.hasPat;
+  return state.cond.wait_for(lock, limit, [&state] { return state.pending == 0; });
+}
+
+bool ChannelScan::run(std::chrono::milliseconds limit) {
+  start();
+  waitFor(limit);
+  std::lock_guard<std::mutex> lock(m_pState->mutex);
+  return m_pState->result.hasPat;
 }
 
 unsigned int ChannelScan::getPendingCount() const {

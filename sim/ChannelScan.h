@@ -98,6 +98,11 @@ class ChannelScan {
   // Returns true when the PAT arrived.
   bool run(std::chrono::milliseconds limit);
 
+  // run() in two steps: start() sends the first requests (once); waitFor()
+  // waits at most limit and returns true once every request has ended.
+  void start();
+  bool waitFor(std::chrono::milliseconds limit);
+
   // A copy of what is known so far; any thread.
   Result getResult() const;
   // How many requests have not ended yet.

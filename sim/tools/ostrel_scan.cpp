@@ -35,6 +35,8 @@ const int kExitInput = 1;
 const int kExitUsage = 2;
 const int kExitNoPat = 3;
 
+const std::chrono::seconds kAfterEnd(5);
+
 std::atomic<bool> s_bInterrupted(false);
 
 void onInterrupt(int) {
@@ -88,7 +90,8 @@ void usage(std::FILE* to) {
                "  --verbose         show the library's log messages\n"
                "\n"
                "Exit status: 0 when every tuner's PAT arrived, 1 when an input cannot be\n"
-               "read, 2 on a usage error, 3 when a PAT did not arrive.\n");
+               "read, 2 on a usage error, 3 when a PAT did not arrive. Once an input has\n"
+               "ended, requests still open are given 5 s more, then reported as no answer.\n");
 }
 
 bool number(const char* text, double* out) {
@@ -266,7 +269,22 @@ ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, ReceiverSimulator* si
   scan.setTrace(trace);
   {
     Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO), sim->getTuner(tunerId), &scan);
-    scan.run(std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000)));
+    scan.start();
+    // Once the input has ended nothing more can come: requests still open
+    // get a few seconds (the PMT, NIT and SDT time-outs) and no more.
+    const auto limit = std::chrono::steady_clock::now() +
+                       std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
+    auto endedAt = std::chrono::steady_clock::time_point::max();
+    TunerInput* tuner = sim->getTuner(tunerId);
+    while (!scan.waitFor(std::chrono::milliseconds(100)) && !s_bInterrupted) {
+      auto now = std::chrono::steady_clock::now();
+      if (endedAt == std::chrono::steady_clock::time_point::max() && tuner->getProgress().ended) {
+        endedAt = now;
+      }
+      if (now >= limit || now - endedAt >= kAfterEnd) {
+        break;
+      }
+    }
   }
   return scan.getResult();
 }
