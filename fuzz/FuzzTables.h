@@ -40,7 +40,7 @@ inline void touch(const Ostrel::TDescriptorList& list) {
   for (unsigned int i = 0; i < list.size(); ++i) {
     const TDescriptor* d = list.at(i);
     g_sink += d->getTag() + d->getLength();
-    touch(d->getData().data(), d->getData().size());
+    touch(d->getData(), d->getLength());
   }
   if (const auto* d = list.findDecoded<TNetworkNameDescriptor>())
     touch(d->getName());

@@ -344,6 +344,6 @@ TEST(TablesBoundaryTest, AKnownDescriptorThatDoesNotFitItsLayoutIsKeptRaw) {
     ASSERT_EQ(list.size(), 1u) << c.what;
     EXPECT_FALSE(list.at(0)->isDecoded()) << c.what;
     EXPECT_EQ(list.at(0)->getTag(), c.tag) << c.what;
-    EXPECT_EQ(list.at(0)->getData(), c.payload) << c.what;
+    EXPECT_EQ(list.at(0)->getBytes(), c.payload) << c.what;
   }
 }

@@ -95,7 +95,7 @@ inline std::string describe(const Ostrel::TDescriptorList& list) {
   std::string s = "[";
   for (unsigned int i = 0; i < list.size(); ++i) {
     const Ostrel::TDescriptor* d = list.at(i);
-    s += num("tag", d->getTag()) + hex(d->getData().data(), d->getLength()) + " ";
+    s += num("tag", d->getTag()) + hex(d->getData(), d->getLength()) + " ";
   }
   return s + "] ";
 }

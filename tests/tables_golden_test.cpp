@@ -75,7 +75,7 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   const TDescriptor* copyControl = pmt->getDescriptors().at(0);
   EXPECT_EQ(copyControl->getTag(), 0xC1);
   EXPECT_FALSE(copyControl->isDecoded());
-  EXPECT_EQ(copyControl->getData(), bytes({0x84}));
+  EXPECT_EQ(copyControl->getBytes(), bytes({0x84}));
 
   struct Expected {
     unsigned char type;
@@ -101,10 +101,10 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   }
   const TDescriptor* language = pmt->getStream(1).getDescriptors().find(0x0A);
   ASSERT_TRUE(language);
-  EXPECT_EQ(language->getData(), bytes({'p', 'o', 'r', 0x00}));
+  EXPECT_EQ(language->getBytes(), bytes({'p', 'o', 'r', 0x00}));
   const TDescriptor* dataComponent = pmt->getStream(2).getDescriptors().at(1);
   EXPECT_EQ(dataComponent->getTag(), 0xFD);
-  EXPECT_EQ(dataComponent->getData(), bytes({0x00, 0x08, 0x3D}));
+  EXPECT_EQ(dataComponent->getBytes(), bytes({0x00, 0x08, 0x3D}));
   EXPECT_EQ(pmt->findStream(0x0113), &pmt->getStream(2));
   EXPECT_EQ(pmt->findStream(0x0115), nullptr);
 }
@@ -120,7 +120,7 @@ TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
   ASSERT_EQ(nit->getDescriptors().size(), 2u);
   EXPECT_TRUE(nit->getDescriptors().at(0)->isDecoded());
   EXPECT_EQ(nit->getDescriptors().at(1)->getTag(), 0xFE);
-  EXPECT_EQ(nit->getDescriptors().at(1)->getData(), bytes({0x03, 0x01}));
+  EXPECT_EQ(nit->getDescriptors().at(1)->getBytes(), bytes({0x03, 0x01}));
 
   ASSERT_EQ(nit->getTransportStreamCount(), 2u);
   const TNITTable::TransportStream& ts = nit->getTransportStream(0);
@@ -198,7 +198,7 @@ TEST(TablesGoldenTest, SdtGivesEachServiceItsFlagsTypeAndNames) {
   EXPECT_EQ(oneSeg.getServiceName(), "A\xC3\xA7\xC3\xA3o 1seg");
   const TServiceDescriptor* d = oneSeg.getDescriptors().findDecoded<TServiceDescriptor>();
   ASSERT_TRUE(d);
-  EXPECT_EQ(d->getData().size(), 13u) << "the raw bytes stay as they came";
+  EXPECT_EQ(d->getLength(), 13u) << "the raw bytes stay as they came";
 
   const TSDTTable::Service& idle = sdt->getService(2);
   EXPECT_EQ(idle.getServiceId(), 0xE761);

@@ -158,7 +158,9 @@ TEST(TablesTextTest, EncodesToLatin9WhenItCanAndBackToTheSameText) {
   for (const char* s : {"",
                         "TV \xC3\x91"
                         "and\xC3\xBA",
-                        "\xC5\x92uvre \xE2\x82\xAC", "\nfirst", "\n\xC2\xB0" "C",
+                        "\xC5\x92uvre \xE2\x82\xAC", "\nfirst",
+                        "\n\xC2\xB0"
+                        "C",
                         "\xE6\x97\xA5\xE6\x9C\xAC", "a\nb"}) {
     Bytes b = TTextCodec::encode(s);
     EXPECT_EQ(TTextCodec::decode(b.data(), static_cast<unsigned int>(b.size())), s) << s;
@@ -332,7 +334,7 @@ TEST(TablesBuilderTest, RandomTablesSurviveTheRoundTrip) {
       EXPECT_TRUE(s.getComponentTag(&tag));
       EXPECT_EQ(tag, streams[i].tag);
       ASSERT_EQ(s.getDescriptors().size(), 2u);
-      EXPECT_EQ(s.getDescriptors().at(1)->getData(), streams[i].extra);
+      EXPECT_EQ(s.getDescriptors().at(1)->getBytes(), streams[i].extra);
     }
 
     // SDT with random names and flags

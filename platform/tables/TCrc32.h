@@ -6,7 +6,7 @@ namespace Ostrel {
 // The CRC-32 of MPEG-2 sections: polynomial 0x04C11DB7, most significant bit
 // first, initial value 0xFFFFFFFF, no final inversion. A section whose CRC_32
 // field is included in the computation gives 0 when it is intact.
-// Table-driven, eight bytes per step; the tables are built once, on first use,
+// Table-driven, sixteen bytes per step; the tables are built once, on first use,
 // in a thread-safe way. Any thread.
 class TCrc32 {
  public:

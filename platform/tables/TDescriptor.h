@@ -9,16 +9,22 @@ namespace Ostrel {
 // Descriptors this library knows are objects of a derived class with decoded
 // fields (isDecoded() is then true); every other descriptor, and a known one
 // whose payload does not fit its layout, is a plain TDescriptor.
-// Immutable once made; owned by the TDescriptorList that holds it.
+// Immutable once made. Lives in its table's memory: valid while the table is.
 class TDescriptor {
  public:
-  TDescriptor(unsigned char tag, const unsigned char* data, unsigned int length);
+  // data must outlive the descriptor (the table's copy of its section).
+  TDescriptor(unsigned char tag, const unsigned char* data, unsigned int length)
+      : m_pData(data), m_ucTag(tag), m_ucLength(static_cast<unsigned char>(length)) {}
   virtual ~TDescriptor();
 
   unsigned char getTag() const { return m_ucTag; }
-  // The payload (after tag and length byte) and its size.
-  unsigned int getLength() const { return static_cast<unsigned int>(m_vecData.size()); }
-  const std::vector<unsigned char>& getData() const { return m_vecData; }
+  // The payload (after tag and length byte) and its size (0..255).
+  unsigned int getLength() const { return m_ucLength; }
+  const unsigned char* getData() const { return m_pData; }
+  // A copy of the payload.
+  std::vector<unsigned char> getBytes() const {
+    return std::vector<unsigned char>(m_pData, m_pData + m_ucLength);
+  }
 
   // True when this object is the decoded class for its tag.
   virtual bool isDecoded() const;
@@ -27,8 +33,9 @@ class TDescriptor {
   TDescriptor(const TDescriptor&);
   TDescriptor& operator=(const TDescriptor&);
 
+  const unsigned char* m_pData;
   unsigned char m_ucTag;
-  std::vector<unsigned char> m_vecData;
+  unsigned char m_ucLength;
 };
 
 }  // namespace Ostrel

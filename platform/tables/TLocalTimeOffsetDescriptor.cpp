@@ -1,5 +1,7 @@
 #include "TLocalTimeOffsetDescriptor.h"
 
+#include <new>
+
 #include "TMjdTime.h"
 #include "TSectionReader.h"
 
@@ -16,7 +18,7 @@ TLocalTimeOffsetDescriptor::TLocalTimeOffsetDescriptor(const unsigned char* data
     : TDescriptor(kTag, data, length) {}
 
 TLocalTimeOffsetDescriptor* TLocalTimeOffsetDescriptor::decode(const unsigned char* data,
-                                                               unsigned int length) {
+                                                               unsigned int length, TArena* arena) {
   if (length % kEntrySize != 0)
     return 0;
   std::vector<Entry> entries;
@@ -44,7 +46,8 @@ TLocalTimeOffsetDescriptor* TLocalTimeOffsetDescriptor::decode(const unsigned ch
     }
     entries.push_back(e);
   }
-  TLocalTimeOffsetDescriptor* d = new TLocalTimeOffsetDescriptor(data, length);
+  TLocalTimeOffsetDescriptor* d = new (arena->allocate(sizeof(TLocalTimeOffsetDescriptor)))
+      TLocalTimeOffsetDescriptor(data, length);
   d->m_vecEntries.swap(entries);
   return d;
 }

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -22,8 +23,9 @@ class TLocalTimeOffsetDescriptor : public TDescriptor {
   };
 
   // A new descriptor, or null when the payload is not a whole number of
-  // 13-byte entries or holds a time that is not valid BCD. Caller owns.
-  static TLocalTimeOffsetDescriptor* decode(const unsigned char* data, unsigned int length);
+  // 13-byte entries or holds a time that is not valid BCD. Placed in arena; the caller destroys it.
+  static TLocalTimeOffsetDescriptor* decode(const unsigned char* data, unsigned int length,
+                                            TArena* arena);
 
   unsigned int getEntryCount() const { return static_cast<unsigned int>(m_vecEntries.size()); }
   // Entry index (< getEntryCount()).

@@ -15,10 +15,13 @@ TLongSectionTable::TLongSectionTable(unsigned int type)
 
 bool TLongSectionTable::openSection(const unsigned char* data, unsigned int size,
                                     TSectionReader* body) {
-  TSectionReader section;
-  if (!TSectionFrame::open(data, size, true, true, TSectionFrame::kMaxPsiSectionSize, &section)) {
+  TSectionReader checked;
+  if (!TSectionFrame::open(data, size, true, true, TSectionFrame::kMaxPsiSectionSize, &checked)) {
     return false;
   }
+  // Descriptors point into the table's own copy, which lives as long as it.
+  m_arena.setFirstBlock(size * 4 + 512);
+  TSectionReader section = TSectionFrame::body(m_arena.copy(data, size), size, true);
   m_ucTableId = data[0];
   m_usTableIdExtension = section.u16();
   unsigned char versionByte = section.u8();

@@ -1,6 +1,7 @@
 #ifndef OSTREL_TLONG_SECTION_TABLE_H
 #define OSTREL_TLONG_SECTION_TABLE_H
 
+#include "TArena.h"
 #include "TISDBTTable.h"
 #include "TSectionReader.h"
 
@@ -23,15 +24,21 @@ class TLongSectionTable : public TISDBTTable {
   explicit TLongSectionTable(unsigned int type);
 
   // Checks the framing of a long-form section with a CRC (see TSectionFrame)
-  // and reads the five header fields. On success *body covers what follows
+  // and reads the five header fields. On success the table holds a copy of
+  // the section in its arena and *body covers, in that copy, what follows
   // last_section_number up to the CRC. False when the frame is wrong or the
   // section number is above the last section number.
   bool openSection(const unsigned char* data, unsigned int size, TSectionReader* body);
+
+  // Where the table's descriptors live. Declared in this base, so that it
+  // outlives every member of the derived tables.
+  TArena* arena() { return &m_arena; }
 
  private:
   TLongSectionTable(const TLongSectionTable&);
   TLongSectionTable& operator=(const TLongSectionTable&);
 
+  TArena m_arena;
   unsigned char m_ucTableId;
   unsigned short m_usTableIdExtension;
   unsigned char m_ucVersionNumber;

@@ -33,7 +33,7 @@ bool TNITTable::parseBody(const unsigned char* data, unsigned int size) {
   TSectionReader body;
   if (!openSection(data, size, &body))
     return false;
-  if (!m_lstDescriptors.parse(body.sub12()))
+  if (!m_lstDescriptors.parse(body.sub12(), arena()))
     return false;
   TSectionReader loop = body.sub12();
   // The transport stream loop must end exactly where the CRC begins.
@@ -44,7 +44,7 @@ bool TNITTable::parseBody(const unsigned char* data, unsigned int size) {
     TransportStream ts;
     ts.m_usTransportStreamId = loop.u16();
     ts.m_usOriginalNetworkId = loop.u16();
-    if (!ts.m_lstDescriptors.parse(loop.sub12()))
+    if (!ts.m_lstDescriptors.parse(loop.sub12(), arena()))
       return false;
     m_vecTransportStreams.push_back(std::move(ts));
   }

@@ -1,5 +1,7 @@
 #include "TNetworkNameDescriptor.h"
 
+#include <new>
+
 #include "TTextCodec.h"
 
 namespace Ostrel {
@@ -10,8 +12,8 @@ TNetworkNameDescriptor::TNetworkNameDescriptor(const unsigned char* data, unsign
     : TDescriptor(kTag, data, length), m_strName(TTextCodec::decode(data, length)) {}
 
 TNetworkNameDescriptor* TNetworkNameDescriptor::decode(const unsigned char* data,
-                                                       unsigned int length) {
-  return new TNetworkNameDescriptor(data, length);
+                                                       unsigned int length, TArena* arena) {
+  return new (arena->allocate(sizeof(TNetworkNameDescriptor))) TNetworkNameDescriptor(data, length);
 }
 
 bool TNetworkNameDescriptor::isDecoded() const {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -12,8 +13,10 @@ class TNetworkNameDescriptor : public TDescriptor {
  public:
   static const unsigned char kTag = 0x40;
 
-  // A new descriptor from its payload; never null for this layout. Caller owns.
-  static TNetworkNameDescriptor* decode(const unsigned char* data, unsigned int length);
+  // A new descriptor from its payload; never null for this layout. Placed in arena; the caller
+  // destroys it.
+  static TNetworkNameDescriptor* decode(const unsigned char* data, unsigned int length,
+                                        TArena* arena);
 
   // The name as UTF-8 (see TTextCodec); the raw bytes are getData().
   const std::string& getName() const { return m_strName; }

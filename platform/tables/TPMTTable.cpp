@@ -43,7 +43,7 @@ bool TPMTTable::parseBody(const unsigned char* data, unsigned int size) {
   if (!openSection(data, size, &body))
     return false;
   m_usPcrPid = body.u16() & 0x1FFF;
-  if (!m_lstDescriptors.parse(body.sub12()))
+  if (!m_lstDescriptors.parse(body.sub12(), arena()))
     return false;
   // Every stream needs at least its 5-byte header: a bound for the reservation.
   m_vecStreams.reserve(body.remaining() / kStreamHeaderSize);
@@ -51,7 +51,7 @@ bool TPMTTable::parseBody(const unsigned char* data, unsigned int size) {
     Stream s;
     s.m_ucStreamType = body.u8();
     s.m_usPid = body.u16() & 0x1FFF;
-    if (!s.m_lstDescriptors.parse(body.sub12()))
+    if (!s.m_lstDescriptors.parse(body.sub12(), arena()))
       return false;
     m_vecStreams.push_back(std::move(s));
   }

@@ -1,6 +1,6 @@
 #include "TPartialReceptionDescriptor.h"
 
-#include <memory>
+#include <new>
 
 #include "TSectionReader.h"
 
@@ -13,15 +13,19 @@ TPartialReceptionDescriptor::TPartialReceptionDescriptor(const unsigned char* da
     : TDescriptor(kTag, data, length) {}
 
 TPartialReceptionDescriptor* TPartialReceptionDescriptor::decode(const unsigned char* data,
-                                                                 unsigned int length) {
+                                                                 unsigned int length,
+                                                                 TArena* arena) {
   if (length % 2 != 0)
     return 0;
-  std::unique_ptr<TPartialReceptionDescriptor> d(new TPartialReceptionDescriptor(data, length));
+  std::vector<unsigned short> ids;
+  ids.reserve(length / 2);
   TSectionReader r(data, length);
-  d->m_vecServiceIds.reserve(length / 2);
   while (!r.atEnd())
-    d->m_vecServiceIds.push_back(r.u16());
-  return d.release();
+    ids.push_back(r.u16());
+  TPartialReceptionDescriptor* d = new (arena->allocate(sizeof(TPartialReceptionDescriptor)))
+      TPartialReceptionDescriptor(data, length);
+  d->m_vecServiceIds.swap(ids);
+  return d;
 }
 
 bool TPartialReceptionDescriptor::isDecoded() const {

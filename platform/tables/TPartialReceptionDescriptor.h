@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -14,8 +15,9 @@ class TPartialReceptionDescriptor : public TDescriptor {
   static const unsigned char kTag = 0xFB;
 
   // A new descriptor, or null when the payload is not a whole number of
-  // 16-bit service ids. Caller owns.
-  static TPartialReceptionDescriptor* decode(const unsigned char* data, unsigned int length);
+  // 16-bit service ids. Placed in arena; the caller destroys it.
+  static TPartialReceptionDescriptor* decode(const unsigned char* data, unsigned int length,
+                                             TArena* arena);
 
   const std::vector<unsigned short>& getServiceIds() const { return m_vecServiceIds; }
   bool isDecoded() const;

@@ -61,7 +61,7 @@ bool TSDTTable::parseBody(const unsigned char* data, unsigned int size) {
     unsigned short statusAndLength = body.u16();
     s.m_ucRunningStatus = statusAndLength >> 13;
     s.m_bFreeCaMode = (statusAndLength & 0x1000) != 0;
-    if (!s.m_lstDescriptors.parse(body.sub(statusAndLength & 0x0FFF)))
+    if (!s.m_lstDescriptors.parse(body.sub(statusAndLength & 0x0FFF), arena()))
       return false;
     m_vecServices.push_back(std::move(s));
   }

@@ -23,6 +23,12 @@ class TSectionFrame {
   // 3-byte header and the CRC (or the end). The table id is the caller's check.
   static bool open(const unsigned char* data, unsigned int size, bool syntax, bool hasCrc,
                    unsigned int maxSize, TSectionReader* body);
+
+  // The body of a section already checked by open(): the bytes between the
+  // 3-byte header and the CRC (or the end), for a copy of those checked bytes.
+  static TSectionReader body(const unsigned char* section, unsigned int size, bool hasCrc) {
+    return TSectionReader(section + kHeaderSize, size - kHeaderSize - (hasCrc ? kCrcSize : 0));
+  }
 };
 
 }  // namespace Ostrel

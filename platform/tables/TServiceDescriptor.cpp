@@ -1,5 +1,7 @@
 #include "TServiceDescriptor.h"
 
+#include <new>
+
 #include "TSectionReader.h"
 #include "TTextCodec.h"
 
@@ -10,7 +12,8 @@ const unsigned char TServiceDescriptor::kTag;
 TServiceDescriptor::TServiceDescriptor(const unsigned char* data, unsigned int length)
     : TDescriptor(kTag, data, length), m_ucServiceType(0) {}
 
-TServiceDescriptor* TServiceDescriptor::decode(const unsigned char* data, unsigned int length) {
+TServiceDescriptor* TServiceDescriptor::decode(const unsigned char* data, unsigned int length,
+                                               TArena* arena) {
   TSectionReader r(data, length);
   unsigned char type = r.u8();
   unsigned char providerLength = r.u8();
@@ -21,7 +24,8 @@ TServiceDescriptor* TServiceDescriptor::decode(const unsigned char* data, unsign
     return 0;
   std::string providerName = TTextCodec::decode(provider, providerLength);
   std::string serviceName = TTextCodec::decode(name, nameLength);
-  TServiceDescriptor* d = new TServiceDescriptor(data, length);
+  TServiceDescriptor* d =
+      new (arena->allocate(sizeof(TServiceDescriptor))) TServiceDescriptor(data, length);
   d->m_ucServiceType = type;
   d->m_strProviderName.swap(providerName);
   d->m_strServiceName.swap(serviceName);

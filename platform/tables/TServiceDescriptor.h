@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -13,8 +14,8 @@ class TServiceDescriptor : public TDescriptor {
   static const unsigned char kTag = 0x48;
 
   // A new descriptor, or null when the name lengths run past the payload.
-  // Caller owns.
-  static TServiceDescriptor* decode(const unsigned char* data, unsigned int length);
+  // Placed in arena; the caller destroys it.
+  static TServiceDescriptor* decode(const unsigned char* data, unsigned int length, TArena* arena);
 
   unsigned char getServiceType() const { return m_ucServiceType; }
   // Names as UTF-8 (see TTextCodec).

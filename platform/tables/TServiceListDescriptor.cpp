@@ -1,6 +1,6 @@
 #include "TServiceListDescriptor.h"
 
-#include <memory>
+#include <new>
 
 #include "TSectionReader.h"
 
@@ -12,19 +12,22 @@ TServiceListDescriptor::TServiceListDescriptor(const unsigned char* data, unsign
     : TDescriptor(kTag, data, length) {}
 
 TServiceListDescriptor* TServiceListDescriptor::decode(const unsigned char* data,
-                                                       unsigned int length) {
+                                                       unsigned int length, TArena* arena) {
   if (length % 3 != 0)
     return 0;
-  std::unique_ptr<TServiceListDescriptor> d(new TServiceListDescriptor(data, length));
+  std::vector<Entry> entries;
+  entries.reserve(length / 3);
   TSectionReader r(data, length);
-  d->m_vecEntries.reserve(length / 3);
   while (!r.atEnd()) {
     Entry e;
     e.serviceId = r.u16();
     e.serviceType = r.u8();
-    d->m_vecEntries.push_back(e);
+    entries.push_back(e);
   }
-  return d.release();
+  TServiceListDescriptor* d =
+      new (arena->allocate(sizeof(TServiceListDescriptor))) TServiceListDescriptor(data, length);
+  d->m_vecEntries.swap(entries);
+  return d;
 }
 
 bool TServiceListDescriptor::isDecoded() const {

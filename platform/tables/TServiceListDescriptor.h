@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -19,8 +20,9 @@ class TServiceListDescriptor : public TDescriptor {
   };
 
   // A new descriptor, or null when the payload is not a whole number of
-  // 3-byte entries. Caller owns.
-  static TServiceListDescriptor* decode(const unsigned char* data, unsigned int length);
+  // 3-byte entries. Placed in arena; the caller destroys it.
+  static TServiceListDescriptor* decode(const unsigned char* data, unsigned int length,
+                                        TArena* arena);
 
   unsigned int getServiceCount() const { return static_cast<unsigned int>(m_vecEntries.size()); }
   // Entry index (< getServiceCount()).

@@ -1,5 +1,7 @@
 #include "TStreamIdentifierDescriptor.h"
 
+#include <new>
+
 namespace Ostrel {
 
 const unsigned char TStreamIdentifierDescriptor::kTag;
@@ -9,10 +11,12 @@ TStreamIdentifierDescriptor::TStreamIdentifierDescriptor(const unsigned char* da
     : TDescriptor(kTag, data, length), m_ucComponentTag(data[0]) {}
 
 TStreamIdentifierDescriptor* TStreamIdentifierDescriptor::decode(const unsigned char* data,
-                                                                 unsigned int length) {
+                                                                 unsigned int length,
+                                                                 TArena* arena) {
   if (length < 1)
     return 0;
-  return new TStreamIdentifierDescriptor(data, length);
+  return new (arena->allocate(sizeof(TStreamIdentifierDescriptor)))
+      TStreamIdentifierDescriptor(data, length);
 }
 
 bool TStreamIdentifierDescriptor::isDecoded() const {

@@ -1,6 +1,7 @@
 #ifndef OSTREL_TSTREAM_IDENTIFIER_DESCRIPTOR_H
 #define OSTREL_TSTREAM_IDENTIFIER_DESCRIPTOR_H
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -11,8 +12,9 @@ class TStreamIdentifierDescriptor : public TDescriptor {
  public:
   static const unsigned char kTag = 0x52;
 
-  // A new descriptor, or null when the payload is empty. Caller owns.
-  static TStreamIdentifierDescriptor* decode(const unsigned char* data, unsigned int length);
+  // A new descriptor, or null when the payload is empty. Placed in arena; the caller destroys it.
+  static TStreamIdentifierDescriptor* decode(const unsigned char* data, unsigned int length,
+                                             TArena* arena);
 
   unsigned char getComponentTag() const { return m_ucComponentTag; }
   bool isDecoded() const;

@@ -29,17 +29,20 @@ TTOTTable* TTOTTable::parse(unsigned char* data, unsigned int size, int, int, un
 bool TTOTTable::parseBody(const unsigned char* data, unsigned int size) {
   m_ucTableId = data[0];
   bool tot = m_ucTableId == kTableIdTot;
-  TSectionReader body;
-  if (!TSectionFrame::open(data, size, false, tot, TSectionFrame::kMaxPsiSectionSize, &body)) {
+  TSectionReader checked;
+  if (!TSectionFrame::open(data, size, false, tot, TSectionFrame::kMaxPsiSectionSize, &checked)) {
     return false;
   }
+  // Descriptors point into the table's own copy, which lives as long as it.
+  m_arena.setFirstBlock(size * 4 + 256);
+  TSectionReader body = TSectionFrame::body(m_arena.copy(data, size), size, tot);
   const unsigned char* time = body.bytes(5);
   if (!body.ok() || !TMjdTime::decodeDateTime(time, &m_llUtcSeconds))
     return false;
   m_usMjd = static_cast<unsigned short>((time[0] << 8) | time[1]);
   m_uiBcdTime = (static_cast<unsigned int>(time[2]) << 16) | (time[3] << 8) | time[4];
   if (tot) {
-    if (!m_lstDescriptors.parse(body.sub12()))
+    if (!m_lstDescriptors.parse(body.sub12(), &m_arena))
       return false;
   }
   // Nothing may follow: the descriptor loop (TOT) or the time (TDT) ends the body.

@@ -1,6 +1,7 @@
 #ifndef OSTREL_TTOT_TABLE_H
 #define OSTREL_TTOT_TABLE_H
 
+#include "TArena.h"
 #include "TDescriptorList.h"
 #include "TISDBTTable.h"
 
@@ -47,6 +48,7 @@ class TTOTTable : public TISDBTTable {
   TTOTTable& operator=(const TTOTTable&);
   bool parseBody(const unsigned char* data, unsigned int size);
 
+  TArena m_arena;  // before the descriptors, which live in it
   unsigned char m_ucTableId;
   unsigned short m_usMjd;
   unsigned int m_uiBcdTime;

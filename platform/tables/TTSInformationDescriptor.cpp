@@ -1,5 +1,7 @@
 #include "TTSInformationDescriptor.h"
 
+#include <new>
+
 #include "TSectionReader.h"
 #include "TTextCodec.h"
 
@@ -11,7 +13,7 @@ TTSInformationDescriptor::TTSInformationDescriptor(const unsigned char* data, un
     : TDescriptor(kTag, data, length), m_ucRemoteControlKeyId(0) {}
 
 TTSInformationDescriptor* TTSInformationDescriptor::decode(const unsigned char* data,
-                                                           unsigned int length) {
+                                                           unsigned int length, TArena* arena) {
   TSectionReader r(data, length);
   unsigned char keyId = r.u8();
   unsigned char nameAndCount = r.u8();
@@ -32,7 +34,8 @@ TTSInformationDescriptor* TTSInformationDescriptor::decode(const unsigned char* 
   if (!r.ok())
     return 0;
   std::string tsName = TTextCodec::decode(name, nameLength);
-  TTSInformationDescriptor* d = new TTSInformationDescriptor(data, length);
+  TTSInformationDescriptor* d = new (arena->allocate(sizeof(TTSInformationDescriptor)))
+      TTSInformationDescriptor(data, length);
   d->m_ucRemoteControlKeyId = keyId;
   d->m_strTsName.swap(tsName);
   d->m_vecTransmissionTypes.swap(types);

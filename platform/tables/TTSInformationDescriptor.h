@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -21,8 +22,10 @@ class TTSInformationDescriptor : public TDescriptor {
   };
 
   // A new descriptor, or null when the name or a transmission type runs past
-  // the payload. Bytes after the last transmission type are ignored. Caller owns.
-  static TTSInformationDescriptor* decode(const unsigned char* data, unsigned int length);
+  // the payload. Bytes after the last transmission type are ignored. Placed in arena; the caller
+  // destroys it.
+  static TTSInformationDescriptor* decode(const unsigned char* data, unsigned int length,
+                                          TArena* arena);
 
   unsigned char getRemoteControlKeyId() const { return m_ucRemoteControlKeyId; }
   // The transport stream's name as UTF-8 (see TTextCodec).

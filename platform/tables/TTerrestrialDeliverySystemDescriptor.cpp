@@ -1,5 +1,7 @@
 #include "TTerrestrialDeliverySystemDescriptor.h"
 
+#include <new>
+
 #include "TSectionReader.h"
 
 namespace Ostrel {
@@ -14,7 +16,7 @@ TTerrestrialDeliverySystemDescriptor::TTerrestrialDeliverySystemDescriptor(
       m_ucTransmissionMode(0) {}
 
 TTerrestrialDeliverySystemDescriptor* TTerrestrialDeliverySystemDescriptor::decode(
-    const unsigned char* data, unsigned int length) {
+    const unsigned char* data, unsigned int length, TArena* arena) {
   if (length < 2 || length % 2 != 0)
     return 0;
   TSectionReader r(data, length);
@@ -23,7 +25,9 @@ TTerrestrialDeliverySystemDescriptor* TTerrestrialDeliverySystemDescriptor::deco
   frequencies.reserve(length / 2 - 1);
   while (!r.atEnd())
     frequencies.push_back(r.u16());
-  TTerrestrialDeliverySystemDescriptor* d = new TTerrestrialDeliverySystemDescriptor(data, length);
+  TTerrestrialDeliverySystemDescriptor* d =
+      new (arena->allocate(sizeof(TTerrestrialDeliverySystemDescriptor)))
+          TTerrestrialDeliverySystemDescriptor(data, length);
   d->m_usAreaCode = head >> 4;
   d->m_ucGuardInterval = (head >> 2) & 0x03;
   d->m_ucTransmissionMode = head & 0x03;

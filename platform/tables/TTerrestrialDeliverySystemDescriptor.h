@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "TArena.h"
 #include "TDescriptor.h"
 
 namespace Ostrel {
@@ -15,9 +16,9 @@ class TTerrestrialDeliverySystemDescriptor : public TDescriptor {
   static const unsigned char kTag = 0xFA;
 
   // A new descriptor, or null when the payload is shorter than 2 bytes or
-  // its frequency list is not whole 16-bit values. Caller owns.
+  // its frequency list is not whole 16-bit values. Placed in arena; the caller destroys it.
   static TTerrestrialDeliverySystemDescriptor* decode(const unsigned char* data,
-                                                      unsigned int length);
+                                                      unsigned int length, TArena* arena);
 
   unsigned short getAreaCode() const { return m_usAreaCode; }  // 12 bits
   // 0: 1/32, 1: 1/16, 2: 1/8, 3: 1/4.

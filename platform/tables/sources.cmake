@@ -1,5 +1,6 @@
 # Sources of the table library (OstrelISDBTUtils).
 set(OSTREL_TABLE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/TArena.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TCrc32.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TDescriptor.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TDescriptorBuilder.cpp
