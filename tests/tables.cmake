@@ -7,6 +7,8 @@ ostrel_add_test(tables_boundary_test tables_boundary_test.cpp)
 target_include_directories(tables_boundary_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
 ostrel_add_test(tables_roundtrip_test tables_roundtrip_test.cpp)
 target_include_directories(tables_roundtrip_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
+ostrel_add_test(tables_threads_test tables_threads_test.cpp)
+target_include_directories(tables_threads_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
 
 # The differential test against libdvbpsi, only where libdvbpsi is installed
 # (not in cross builds, for instance).

@@ -9,6 +9,8 @@
 
 namespace OstrelGolden {
 
+// One field (or one descriptor) per line, as written; not reflowed.
+// clang-format off
 // PAT: transport stream 0x0421, version 5, network PID and three programmes.
 // 28 bytes.
 const unsigned char kPat[] = {
@@ -165,6 +167,7 @@ const Section kAll[] = {OSTREL_GOLDEN(kPat), OSTREL_GOLDEN(kPatEmpty), OSTREL_GO
                         OSTREL_GOLDEN(kPmtEmpty), OSTREL_GOLDEN(kNit), OSTREL_GOLDEN(kNitEmpty),
                         OSTREL_GOLDEN(kSdt), OSTREL_GOLDEN(kTot), OSTREL_GOLDEN(kTdt)};
 #undef OSTREL_GOLDEN
+// clang-format on
 
 }  // namespace OstrelGolden
 
