@@ -53,3 +53,23 @@ echo "pkg-config: $flags"
 g++ -std=c++11 -Wall -Wextra -Werror "$src/examples/consumer/consumer.cpp" -o "$work/consumer-pc" \
   $flags -Wl,-rpath,"$(pkg-config --variable=libdir OstrelGingaCommonCore)"
 "$work/consumer-pc"
+
+# The same on the receiver's CPU, when step 10 left an ARM build: install it
+# into a staging tree, cross-build the consumer both ways, run it under qemu.
+if [ -f build/arm/core/libOstrelGingaCommonCore.so.2.0.0 ]; then
+  echo "-- ARM: consumer against a staging tree, through the CMake package"
+  stage=$work/arm-stage
+  timeout 120 cmake --install build/arm --prefix "$stage/usr" >/dev/null
+  timeout 300 cmake -S "$src/examples/consumer" -B "$work/arm-consumer" -G Ninja \
+    -DCMAKE_TOOLCHAIN_FILE="$src/cmake/toolchains/arm-linux-gnueabihf.cmake" \
+    -DCMAKE_FIND_ROOT_PATH="$stage" >/dev/null
+  timeout 300 cmake --build "$work/arm-consumer"
+  qemu-arm -L /usr/arm-linux-gnueabihf "$work/arm-consumer/consumer" | tail -n 1
+  echo "-- ARM: through pkg-config"
+  flags=$(PKG_CONFIG_PATH= PKG_CONFIG_LIBDIR="$stage/usr/lib/pkgconfig" \
+    pkg-config --cflags --libs OstrelGingaCommonCore OstrelLogger)
+  arm-linux-gnueabihf-g++ -std=c++11 -Wall -Wextra -Werror -Wno-psabi \
+    "$src/examples/consumer/consumer.cpp" -o "$work/arm-consumer-pc" $flags \
+    -Wl,-rpath,"$stage/usr/lib"
+  qemu-arm -L /usr/arm-linux-gnueabihf "$work/arm-consumer-pc" | tail -n 1
+fi
