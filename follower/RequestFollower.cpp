@@ -78,17 +78,19 @@ RequestFollower* RequestFollower::instance() {
 }
 
 // The pointer is detached under the lock and the instance torn down without
-// it, so that the monitor thread can take the lock to see its stop flag.
+// it, so that the monitor thread can take the lock to see its stop flag. A
+// monitor thread (of this instance or of one already detached) may hold the
+// lock in a report and would wait for itself or deadlock with the thread it
+// joins, so it may not tear down.
 bool RequestFollower::destroy() {
+  if (onMonitorThread()) {
+    log("%s: destroy: ERROR: Not allowed on the monitor thread.");
+    return false;
+  }
   RequestFollower* follower = NULL;
   {
     ScopedLock lock(&s_pSingMutex);
     follower = instance();
-    if (follower && follower->m_thread != pthread_t() &&
-        pthread_equal(follower->m_thread, pthread_self())) {
-      log("%s: destroy: ERROR: Not allowed on the monitor thread.");
-      return false;
-    }
     s_pInstance.store(NULL, std::memory_order_release);
   }
   if (!follower) {

@@ -131,6 +131,7 @@ class OSTREL_EXPORT RequestFollower {
 
   // Monitor thread (RequestFollower_monitor.cpp).
   static void* monitorThread(void* arg);
+  static bool onMonitorThread();
   void startMonitor();
   void stopMonitor();
   void __monitor(OstrelGingaCommonCore* core);

@@ -8,6 +8,17 @@
 
 namespace Ostrel {
 
+namespace {
+
+// Set on every monitor thread, of whichever instance.
+thread_local bool s_bOnMonitorThread = false;
+
+}  // namespace
+
+bool RequestFollower::onMonitorThread() {
+  return s_bOnMonitorThread;
+}
+
 // Joinable, so that the teardown can wait for its end. A failure to start
 // leaves m_thread at 0: requests are still followed but never time out.
 void RequestFollower::startMonitor() {
@@ -34,6 +45,7 @@ void RequestFollower::stopMonitor() {
 }
 
 void* RequestFollower::monitorThread(void* arg) {
+  s_bOnMonitorThread = true;
   RequestFollower* follower = static_cast<RequestFollower*>(arg);
   if (!follower) {
     log("%s: Monitor: ERROR: RequestFollower instance not provided.");

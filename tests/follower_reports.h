@@ -29,10 +29,15 @@ struct Report {
 
 class Reports {
  public:
-  // Binds the recorder as the core's notification callback. user data given to
-  // requests must be a CountedUserData or null.
+  // Binds the recorder as the core's notification callback, empty and without
+  // a hook. User data given to requests must be a CountedUserData or null.
   static Reports& install() {
     Reports& r = get();
+    {
+      std::lock_guard<std::mutex> lock(r.m_mutex);
+      r.m_reports.clear();
+      r.m_hook = nullptr;
+    }
     Ostrel::OstrelGingaCommonCore::getInstance()->setRequestNotificationCallback(&callback);
     return r;
   }
