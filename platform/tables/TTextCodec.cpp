@@ -17,6 +17,8 @@ const Latin9Difference kLatin9[] = {{0xA4, 0x20AC}, {0xA6, 0x0160}, {0xA8, 0x016
 const unsigned int kLatin9Count = sizeof(kLatin9) / sizeof(kLatin9[0]);
 
 unsigned int latin9ToCodePoint(unsigned char b) {
+  if (b < 0xA4 || b > 0xBE)
+    return b;
   for (unsigned int i = 0; i < kLatin9Count; ++i) {
     if (kLatin9[i].byte == b)
       return kLatin9[i].codePoint;
@@ -134,8 +136,18 @@ std::string TTextCodec::decode(const unsigned char* data, unsigned int size) {
     pos = 1;
   }
   out.reserve(size - pos);
-  for (; pos < size; ++pos)
-    appendShown(latin9ToCodePoint(data[pos]), &out);
+  while (pos < size) {
+    // Runs of printable ASCII, the bulk of most names, are copied as they are.
+    unsigned int start = pos;
+    while (pos < size && data[pos] >= 0x20 && data[pos] < 0x7F)
+      ++pos;
+    if (pos > start)
+      out.append(reinterpret_cast<const char*>(data + start), pos - start);
+    if (pos < size) {
+      appendShown(latin9ToCodePoint(data[pos]), &out);
+      ++pos;
+    }
+  }
   return out;
 }
 
