@@ -1,0 +1,93 @@
+// The request path through the core: a cache-hit requestData (call to
+// callback return) and injectData of a real PMT answering 0, 1 and 8
+// outstanding requests.
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "Cacher.h"
+#include "GingaServer.h"
+#include "OstrelGingaCommonCore.h"
+#include "RequestFollower.h"
+#include "Sections.h"
+#include "TPMTBuilder.h"
+#include "TPMTTable.h"
+
+using namespace Ostrel;
+
+namespace {
+
+// Answers every command at once; open requests are closed right away so that
+// they do not pile up over millions of iterations.
+class NullServer : public GingaServer {
+ public:
+  int execute(TCommand*, TCommand**) override { return 1; }
+};
+
+int countingCallback(unsigned int, unsigned char, void* userData, TISDBTTable*) {
+  if (userData)
+    ++*static_cast<long*>(userData);
+  return 1;
+}
+
+OstrelGingaCommonCore* boundCore(NullServer* server) {
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setServer(server);
+  core->setRequestNotificationCallback(&countingCallback);
+  return core;
+}
+
+void BM_RequestDataCacheHit(benchmark::State& state) {
+  NullServer server;
+  OstrelGingaCommonCore* core = boundCore(&server);
+  const int tuner = 100 + static_cast<int>(state.thread_index());
+  std::vector<unsigned char> pmt = OstrelTest::pmtSection(0x0101, 4);
+  for (short pid = 0x0100; pid < 0x0110; ++pid) {  // 16 PIDs cached
+    Cacher::getInstance(tuner)->add(
+        pid, 2, 0, TPMTTable::parse(pmt.data(), pmt.size(), 1, 1, nullptr, nullptr), 64);
+  }
+  long answered = 0;
+  short pid = 0x0100;
+  for (auto _ : state) {
+    core->requestData(1, 1, tuner, pid, 2, 0x0101, &answered, nullptr, nullptr);
+    pid = static_cast<short>(0x0100 + ((pid + 1) & 0x0F));
+  }
+  if (answered != static_cast<long>(state.iterations()))
+    state.SkipWithError("not answered");
+}
+BENCHMARK(BM_RequestDataCacheHit)->Threads(1)->Threads(2)->UseRealTime();
+
+void BM_InjectPmt(benchmark::State& state) {
+  NullServer server;
+  OstrelGingaCommonCore* core = boundCore(&server);
+  // 34 streams, each with a stream identifier descriptor: a 288-byte section.
+  TPMTBuilder builder;
+  builder.setProgramNumber(0x0101).setPcrPid(0x0111);
+  for (unsigned char i = 0; i < 34; ++i) {
+    builder.addStream(0x1B, static_cast<unsigned short>(0x0111 + i),
+                      std::vector<unsigned char>{0x52, 0x01, i});
+  }
+  std::vector<unsigned char> pmt = builder.build();
+  const int outstanding = static_cast<int>(state.range(0));
+  long answered = 0;
+  timeval timeOut = {60, 0};
+  for (auto _ : state) {
+    state.PauseTiming();
+    for (int i = 0; i < outstanding; ++i) {
+      RequestFollower::add(i + 1, 1, 0x0100, 2, 0x0101, &answered, nullptr, timeOut, 1);
+    }
+    state.ResumeTiming();
+    core->injectData(1, 0x0100, 2, 0x0101, nullptr, pmt.data(),
+                     static_cast<unsigned int>(pmt.size()));
+  }
+  state.counters["section_bytes"] = static_cast<double>(pmt.size());
+  if (answered != outstanding * static_cast<long>(state.iterations())) {
+    state.SkipWithError("not every request answered");
+  }
+  RequestFollower::destroy();
+}
+BENCHMARK(BM_InjectPmt)->Arg(0)->Arg(1)->Arg(8);
+
+}  // namespace
+
+BENCHMARK_MAIN();
