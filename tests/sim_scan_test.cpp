@@ -53,6 +53,7 @@ class SampleScan : public testing::Test {
     m_sim->start();
   }
   void TearDown() override {
+    m_trace.reset();
     m_sim.reset();
     RequestFollower::destroy();
     EXPECT_EQ(m_liveBefore, TCommand::getLiveCount()) << "a command leaked";
@@ -63,10 +64,16 @@ class SampleScan : public testing::Test {
     scan.setTrace(trace);
     scan.run(std::chrono::seconds(30));
     EXPECT_EQ(0u, scan.getPendingCount());
-    return scan.getResult();
+    ChannelScan::Result result = scan.getResult();
+    // Shown with any failure that follows, to tell a slow machine from a fault.
+    m_trace.reset();  // traces are a stack: the old one goes first
+    m_trace.reset(
+        new testing::ScopedTrace(__FILE__, __LINE__, ScanReport::requestTable(result, true)));
+    return result;
   }
 
   std::unique_ptr<ReceiverSimulator> m_sim;
+  std::unique_ptr<testing::ScopedTrace> m_trace;
   OstrelGingaCommonCore* m_core = nullptr;
   long m_liveBefore = 0;
 };
