@@ -20,6 +20,11 @@ extern "C" {
 #include <dvbpsi/dvbpsi.h>
 #include <dvbpsi/psi.h>
 #include <dvbpsi/descriptor.h>
+#include <dvbpsi/dr_40.h>
+#include <dvbpsi/dr_41.h>
+#include <dvbpsi/dr_48.h>
+#include <dvbpsi/dr_52.h>
+#include <dvbpsi/dr_58.h>
 #include <dvbpsi/demux.h>
 #include <dvbpsi/nit.h>
 #include <dvbpsi/pat.h>

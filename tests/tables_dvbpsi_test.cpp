@@ -11,12 +11,21 @@
 
 #include "tables_dvbpsi.h"  // libdvbpsi, included once
 
+#include "TArena.h"
 #include "TDescriptorBuilder.h"
+#include "TDescriptorList.h"
+#include "TLocalTimeOffsetDescriptor.h"
+#include "TMjdTime.h"
 #include "TNITBuilder.h"
+#include "TNetworkNameDescriptor.h"
 #include "TPATBuilder.h"
 #include "TPMTBuilder.h"
 #include "TSDTBuilder.h"
+#include "TServiceDescriptor.h"
+#include "TServiceListDescriptor.h"
+#include "TStreamIdentifierDescriptor.h"
 #include "TTOTBuilder.h"
+#include "TTextCodec.h"
 #include "golden_sections.h"
 
 using namespace Ostrel;
@@ -166,4 +175,105 @@ TEST(TablesDvbpsiTest, ShortTrailingTotDescriptorsAndEmptyPatsAreKeptWhereLibdvb
   Bytes pat = golden(OstrelGolden::kPatEmpty);
   EXPECT_EQ(ours<TPATTable>(pat), "tsid=1 v=0 cn=1 ");
   std::cout << "libdvbpsi: " << theirs(pat, OstrelDvbpsi::Decoder::kPat) << "\n";
+}
+
+namespace {
+
+// One descriptor decoded by both: ours through TDescriptorList::create, and
+// libdvbpsi's through its decoder for the tag. Both are released on return.
+template <class Ours, class Theirs, class Check>
+void decodeBoth(const Bytes& wire, Theirs* (*decode)(dvbpsi_descriptor_t*), Check check) {
+  ASSERT_GE(wire.size(), 2u);
+  TArena arena;
+  TDescriptor* ours = TDescriptorList::create(wire[0], wire.data() + 2, wire[1], &arena);
+  Bytes payload(wire.begin() + 2, wire.end());
+  dvbpsi_descriptor_t* d = dvbpsi_NewDescriptor(wire[0], wire[1], payload.data());
+  Theirs* theirs = decode(d);
+  EXPECT_TRUE(ours->isDecoded());
+  if (ours->isDecoded() && theirs)
+    check(*static_cast<Ours*>(ours), *theirs);
+  EXPECT_NE(theirs, nullptr) << OstrelDvbpsi::hex(wire.data(), wire.size());
+  ours->~TDescriptor();
+  dvbpsi_DeleteDescriptors(d);
+}
+
+std::string text(const uint8_t* bytes, unsigned int n) {
+  return TTextCodec::decode(bytes, n);
+}
+
+}  // namespace
+
+TEST(TablesDvbpsiTest, DescriptorsDecodeAlikeInBothLibraries) {
+  std::mt19937 rng(99);
+  const char* names[] = {"Ostrel", "S\xC3\xA3o Paulo", "\xE6\x97\xA5\xE6\x9C\xAC", "",
+                         "TV \xE2\x82\xAC"};
+  for (int round = 0; round < 100; ++round) {
+    std::string provider = names[rng() % 5], name = names[rng() % 5];
+    decodeBoth<TServiceDescriptor>(
+        TDescriptorBuilder::service(static_cast<unsigned char>(rng()), provider, name),
+        dvbpsi_DecodeServiceDr, [&](const TServiceDescriptor& o, const dvbpsi_service_dr_t& t) {
+          EXPECT_EQ(o.getServiceType(), t.i_service_type);
+          EXPECT_EQ(o.getProviderName(),
+                    text(t.i_service_provider_name, t.i_service_provider_name_length));
+          EXPECT_EQ(o.getServiceName(), text(t.i_service_name, t.i_service_name_length));
+          EXPECT_EQ(o.getServiceName(), name);
+        });
+
+    // libdvbpsi refuses an empty network name and an empty service list;
+    // ours reads both (empty), so the comparison leaves them out.
+    decodeBoth<TNetworkNameDescriptor>(
+        TDescriptorBuilder::networkName(name.empty() ? "N" : name), dvbpsi_DecodeNetworkNameDr,
+        [&](const TNetworkNameDescriptor& o, const dvbpsi_network_name_dr_t& t) {
+          EXPECT_EQ(o.getName(), text(t.i_name_byte, t.i_name_length));
+        });
+
+    std::vector<std::pair<unsigned short, unsigned char>> services(1 + rng() % 20);
+    for (auto& s : services) {
+      s = {static_cast<unsigned short>(rng()), static_cast<unsigned char>(rng())};
+    }
+    decodeBoth<TServiceListDescriptor>(
+        TDescriptorBuilder::serviceList(services), dvbpsi_DecodeServiceListDr,
+        [&](const TServiceListDescriptor& o, const dvbpsi_service_list_dr_t& t) {
+          ASSERT_EQ(o.getServiceCount(), t.i_service_count);
+          for (unsigned int i = 0; i < o.getServiceCount(); ++i) {
+            EXPECT_EQ(o.getService(i).serviceId, t.i_service[i].i_service_id);
+            EXPECT_EQ(o.getService(i).serviceType, t.i_service[i].i_service_type);
+          }
+        });
+
+    decodeBoth<TStreamIdentifierDescriptor>(
+        TDescriptorBuilder::streamIdentifier(static_cast<unsigned char>(rng())),
+        dvbpsi_DecodeStreamIdentifierDr,
+        [&](const TStreamIdentifierDescriptor& o, const dvbpsi_stream_identifier_dr_t& t) {
+          EXPECT_EQ(o.getComponentTag(), t.i_component_tag);
+        });
+
+    int offset = (static_cast<int>(rng() % (2 * 12 * 60 + 1)) - 12 * 60) * 60;
+    long long change = static_cast<long long>(rng() % 2000000000u);
+    decodeBoth<TLocalTimeOffsetDescriptor>(
+        TDescriptorBuilder::localTimeOffset(0x425241, static_cast<unsigned char>(rng() % 64),
+                                            offset, change, offset),
+        dvbpsi_DecodeLocalTimeOffsetDr,
+        [&](const TLocalTimeOffsetDescriptor& o, const dvbpsi_local_time_offset_dr_t& t) {
+          ASSERT_EQ(o.getEntryCount(), t.i_local_time_offsets_number);
+          const TLocalTimeOffsetDescriptor::Entry& e = o.getEntry(0);
+          const dvbpsi_local_time_offset_t& l = t.p_local_time_offset[0];
+          EXPECT_EQ(e.countryCode, (static_cast<unsigned int>(l.i_country_code[0]) << 16) |
+                                       (l.i_country_code[1] << 8) | l.i_country_code[2]);
+          EXPECT_EQ(e.countryRegionId, l.i_country_region_id);
+          EXPECT_EQ(e.localTimeOffset < 0, l.i_local_time_offset_polarity != 0);
+          // libdvbpsi keeps the BCD hhmm and the 40-bit MJD + BCD as carried.
+          int hhmm = e.localTimeOffset < 0 ? -e.localTimeOffset : e.localTimeOffset;
+          EXPECT_EQ(((hhmm / 36000) << 12) | ((hhmm / 3600 % 10) << 8) | ((hhmm / 600 % 6) << 4) |
+                        (hhmm / 60 % 10),
+                    l.i_local_time_offset);
+          unsigned char when[5];
+          ASSERT_TRUE(TMjdTime::encodeDateTime(e.timeOfChange, when));
+          unsigned long long raw = 0;
+          for (unsigned char b : when)
+            raw = (raw << 8) | b;
+          EXPECT_EQ(raw, l.i_time_of_change);
+          EXPECT_EQ(e.timeOfChange, change);
+        });
+  }
 }
