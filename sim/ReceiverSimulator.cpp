@@ -302,41 +302,66 @@ ReceiverSimulator::Clock::time_point ReceiverSimulator::__nextWake() const {
   return wake;
 }
 
+// REQUIRES: m_mutex held. Takes the first due delivery whose filter still
+// lives; a due one whose filter has closed is discarded.
+bool ReceiverSimulator::__takeDue(Clock::time_point now, Delivery* delivery) {
+  while (!m_mapDeliveries.empty() && m_mapDeliveries.begin()->first <= now) {
+    const Clock::time_point due = m_mapDeliveries.begin()->first;
+    *delivery = std::move(m_mapDeliveries.begin()->second);
+    m_mapDeliveries.erase(m_mapDeliveries.begin());
+    std::map<uint64_t, OpenFilter>::iterator filter = m_mapFilters.find(delivery->filterId);
+    if (filter != m_mapFilters.end() && due <= filter->second.deadline) {
+      return true;
+    }
+    ++m_counters.discarded;
+    m_setPendingSeq.erase(delivery->seq);
+  }
+  return false;
+}
+
+// REQUIRES: m_mutex held. Takes out the filters whose time-out has passed,
+// but for the one whose delivery is about to be made.
+void ReceiverSimulator::__takeExpired(Clock::time_point now, const uint64_t* keep,
+                                      std::vector<TDataRequestCommand*>* expired) {
+  for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
+       it != m_mapFilters.end();) {
+    if (it->second.deadline <= now && !(keep && *keep == it->first)) {
+      expired->push_back(it->second.command);
+      m_mapFilters.erase(it++);
+    } else {
+      ++it;
+    }
+  }
+  m_counters.filtersClosed += expired->size();
+}
+
+// Closes the expired requests and makes the delivery, with no lock held.
+// Returns whether the delivery reached a destination.
+bool ReceiverSimulator::callOut(const std::vector<TDataRequestCommand*>& expired,
+                                Delivery* delivery) {
+  for (size_t i = 0; i < expired.size(); ++i) {
+    closeOpenRequest(expired[i]);
+  }
+  GingaDataDestination* destination = getDataDestination();
+  if (!delivery || !destination) {
+    return false;
+  }
+  destination->injectData(delivery->tunerId, delivery->pid, delivery->tableId, delivery->tableIdExt,
+                          NULL, &delivery->data[0],
+                          static_cast<unsigned int>(delivery->data.size()));
+  return true;
+}
+
 void ReceiverSimulator::deliveryLoop() {
   std::unique_lock<std::mutex> lock(m_mutex);
   while (!m_bShutdown) {
     const Clock::time_point now = Clock::now();
-    // One due delivery, if its filter still lives.
-    bool haveDelivery = false;
     Delivery delivery;
-    if (!m_mapDeliveries.empty() && m_mapDeliveries.begin()->first <= now) {
-      delivery = std::move(m_mapDeliveries.begin()->second);
-      Clock::time_point due = m_mapDeliveries.begin()->first;
-      m_mapDeliveries.erase(m_mapDeliveries.begin());
-      std::map<uint64_t, OpenFilter>::iterator filter = m_mapFilters.find(delivery.filterId);
-      if (filter != m_mapFilters.end() && due <= filter->second.deadline) {
-        haveDelivery = true;
-      } else {
-        ++m_counters.discarded;
-        m_setPendingSeq.erase(delivery.seq);
-      }
-    }
-    // Filters whose time-out has passed.
+    const bool haveDelivery = __takeDue(now, &delivery);
     std::vector<TDataRequestCommand*> expired;
-    for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
-         it != m_mapFilters.end();) {
-      if (it->second.deadline <= now && !(haveDelivery && it->first == delivery.filterId)) {
-        expired.push_back(it->second.command);
-        m_mapFilters.erase(it++);
-      } else {
-        ++it;
-      }
-    }
-    m_counters.filtersClosed += expired.size();
+    __takeExpired(now, haveDelivery ? &delivery.filterId : NULL, &expired);
+    m_condIdle.notify_all();  // discarded deliveries count as done
     if (!haveDelivery && expired.empty()) {
-      if (m_setPendingSeq.empty()) {
-        m_condIdle.notify_all();
-      }
       Clock::time_point wake = __nextWake();
       if (wake == Clock::time_point::max()) {
         m_condDelivery.wait(lock);
@@ -346,29 +371,13 @@ void ReceiverSimulator::deliveryLoop() {
       continue;
     }
     lock.unlock();
-    for (size_t i = 0; i < expired.size(); ++i) {
-      closeOpenRequest(expired[i]);
-    }
-    bool injected = false;
-    if (haveDelivery) {
-      GingaDataDestination* destination = getDataDestination();
-      if (destination) {
-        destination->injectData(delivery.tunerId, delivery.pid, delivery.tableId,
-                                delivery.tableIdExt, NULL, &delivery.data[0],
-                                static_cast<unsigned int>(delivery.data.size()));
-        injected = true;
-      }
-    }
+    const bool injected = callOut(expired, haveDelivery ? &delivery : NULL);
     lock.lock();
     if (haveDelivery) {
-      if (injected) {
-        ++m_counters.deliveries;
-      } else {
-        ++m_counters.discarded;
-      }
+      ++(injected ? m_counters.deliveries : m_counters.discarded);
       m_setPendingSeq.erase(delivery.seq);
+      m_condIdle.notify_all();
     }
-    m_condIdle.notify_all();
   }
 }
 

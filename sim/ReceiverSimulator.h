@@ -169,6 +169,12 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   VideoGeometry __getGeometry(unsigned short tsId, unsigned short layerId) const;
   // REQUIRES: m_mutex held.
   Clock::time_point __nextWake() const;
+  // REQUIRES: m_mutex held.
+  bool __takeDue(Clock::time_point now, Delivery* delivery);
+  // REQUIRES: m_mutex held.
+  void __takeExpired(Clock::time_point now, const uint64_t* keep,
+                     std::vector<TDataRequestCommand*>* expired);
+  bool callOut(const std::vector<TDataRequestCommand*>& expired, Delivery* delivery);
 
   const Options m_options;
   StreamPacer::Mode m_ePacing;
