@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <thread>
+
+#include "ReceiverSimulator.h"
+#include "SampleStream.h"
+#include "StreamPacer.h"
+#include "TransportStreamSource.h"
+#include "TsPacketWriter.h"
+#include "TunerInput.h"
+#include "sim_test_stream.h"
+
+using namespace Ostrel;
+using SimTest::Bytes;
+
+namespace {
+
+Bytes pcrPacket(uint64_t pcr) {
+  Bytes out;
+  TsPacketWriter writer(&out);
+  writer.writePcr(0x0111, pcr);
+  return out;
+}
+
+double secondsFromNow(StreamPacer::Clock::time_point at) {
+  return std::chrono::duration<double>(at - StreamPacer::Clock::now()).count();
+}
+
+Bytes with204ByteRecords(const Bytes& stream) {
+  Bytes out;
+  for (size_t i = 0; i < stream.size(); i += 188) {
+    out.insert(out.end(), stream.begin() + i, stream.begin() + i + 188);
+    out.insert(out.end(), 16, 0x00);
+  }
+  return out;
+}
+
+}  // namespace
+
+TEST(StreamPacer, FollowsThePcrAndRestartsAtDiscontinuities) {
+  const uint64_t second = 27000000ull;
+  StreamPacer pacer;
+  pacer.setMode(StreamPacer::kByPcr, 0);
+  Bytes noPcr = SimTest::packet(0x0111, false, 0, {});
+  EXPECT_EQ(StreamPacer::Clock::time_point(), pacer.pace(noPcr.data(), 1, 188));
+  Bytes first = pcrPacket(10 * second);
+  pacer.pace(first.data(), 1, 188);  // anchors the clock
+  Bytes later = pcrPacket(11 * second);
+  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(later.data(), 1, 188)), 0.2);
+  Bytes otherPid = pcrPacket(50 * second);
+  otherPid[2] = 0x20;  // PID 0x0120: not the clock's PID
+  EXPECT_EQ(StreamPacer::Clock::time_point(), pacer.pace(otherPid.data(), 1, 188));
+  // A jump back (or far ahead) carries on from the last good PCR.
+  Bytes back = pcrPacket(2 * second);
+  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(back.data(), 1, 188)), 0.2);
+  Bytes afterBack = pcrPacket(3 * second);
+  EXPECT_NEAR(2.0, secondsFromNow(pacer.pace(afterBack.data(), 1, 188)), 0.2);
+  // The 33-bit base wraps without a jump.
+  pacer.restart();
+  const uint64_t wrap = (1ull << 33) * 300ull;
+  Bytes beforeWrap = pcrPacket(wrap - second / 2);
+  pacer.pace(beforeWrap.data(), 1, 188);
+  Bytes afterWrap = pcrPacket(second / 2);
+  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(afterWrap.data(), 1, 188)), 0.2);
+}
+
+TEST(StreamPacer, ByBitRateAndAsFastAsPossible) {
+  StreamPacer pacer;
+  Bytes packets(188 * 1000, 0);
+  for (size_t i = 0; i < packets.size(); i += 188)
+    packets[i] = 0x47;
+  pacer.setMode(StreamPacer::kByBitRate, 188 * 8 * 1000);  // 1000 packets a second
+  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(packets.data(), 1000, 188)), 0.2);
+  EXPECT_NEAR(1.5, secondsFromNow(pacer.pace(packets.data(), 500, 188)), 0.2);
+  pacer.setMode(StreamPacer::kByBitRate, 0);  // no rate: no pacing
+  EXPECT_EQ(StreamPacer::kAsFastAsPossible, pacer.getMode());
+  EXPECT_EQ(StreamPacer::Clock::time_point(), pacer.pace(packets.data(), 1000, 188));
+}
+
+TEST(TransportStreamSource, PlaysAFileOfParityPacketsOnceToItsEnd) {
+  char path[] = "/tmp/ostrel_sim_source_XXXXXX";
+  int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  Bytes stream = with204ByteRecords(SampleStream::build());
+  ASSERT_EQ(static_cast<ssize_t>(stream.size()), write(fd, stream.data(), stream.size()));
+  close(fd);
+  std::string error;
+  std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(path, &error);
+  ASSERT_TRUE(source) << error;
+  EXPECT_TRUE(source->isSeekable());
+  EXPECT_TRUE(source->isLooping());
+  EXPECT_EQ(stream.size(), source->getSize());
+  source->setLoop(false);
+  ReceiverSimulator sim;
+  int tuner = sim.addTuner(std::move(source));
+  sim.start();
+  ASSERT_TRUE(sim.getTuner(tuner)->waitForEnd(std::chrono::seconds(20)));
+  TunerInput::Progress progress = sim.getTuner(tuner)->getProgress();
+  EXPECT_EQ("", progress.error);
+  EXPECT_EQ(SampleStream::kPacketCount, progress.packetizer.packets);
+  EXPECT_EQ(0u, progress.packetizer.syncLosses);
+  EXPECT_EQ(0u, progress.demux.ccErrors);
+  EXPECT_EQ(0u, progress.demux.crcErrors);
+  EXPECT_GT(progress.demux.sections, 0u);
+  EXPECT_EQ(0u, progress.loops);
+  std::remove(path);
+}
+
+TEST(TransportStreamSource, ReadsStandardInputUntilItCloses) {
+  int fds[2];
+  ASSERT_EQ(0, pipe(fds));
+  int savedStdin = dup(STDIN_FILENO);
+  ASSERT_EQ(STDIN_FILENO, dup2(fds[0], STDIN_FILENO));
+  close(fds[0]);
+  Bytes stream = SampleStream::build();
+  std::thread writer([&] {
+    // In pieces, with pauses: the reader must wait, not end.
+    for (size_t at = 0; at < stream.size(); at += 100000) {
+      size_t n = std::min<size_t>(100000, stream.size() - at);
+      ASSERT_EQ(static_cast<ssize_t>(n), write(fds[1], stream.data() + at, n));
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    close(fds[1]);
+  });
+  std::string error;
+  std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile("-", &error);
+  ASSERT_TRUE(source);
+  EXPECT_FALSE(source->isSeekable());
+  source->setLoop(true);  // a pipe cannot loop, whatever is asked
+  EXPECT_FALSE(source->isLooping());
+  ReceiverSimulator sim;
+  int tuner = sim.addTuner(std::move(source));
+  sim.start();
+  bool ended = sim.getTuner(tuner)->waitForEnd(std::chrono::seconds(20));
+  writer.join();
+  dup2(savedStdin, STDIN_FILENO);
+  close(savedStdin);
+  ASSERT_TRUE(ended);
+  TunerInput::Progress progress = sim.getTuner(tuner)->getProgress();
+  EXPECT_EQ("", progress.error);
+  EXPECT_EQ(SampleStream::kPacketCount, progress.packetizer.packets);
+  EXPECT_EQ(0u, progress.demux.ccErrors);
+}
