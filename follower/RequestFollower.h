@@ -36,15 +36,19 @@ class OSTREL_EXPORT RequestFollower {
   static bool getInstance();
 
   // Stops and joins the monitor thread, then releases the user data of every
-  // pending request once, without notifications. False when there is no
-  // instance. Must not be called from the monitor thread (a callback).
+  // pending request once, without notifications, on the calling thread. False
+  // when there is no instance, and refused (false) on a monitor thread, where
+  // it would wait for itself. The next call of any operation makes a fresh
+  // instance.
   static bool destroy();
 
-  // Records a request; timeOut is relative, its microseconds in 0..999999.
-  // On true the registry owns the request and will release userData (through
-  // release, when both are set) exactly once. On false nothing is stored and
-  // userData stays the caller's: no category for (pid, tableId), a bad
-  // timeOut, or no instance.
+  // Records a request due at the clock plus timeOut (relative, microseconds
+  // in 0..999999) and wakes the monitor. On true the registry owns the
+  // request and will release userData (through release, when both are set)
+  // exactly once. On false nothing is stored and userData stays the caller's:
+  // no category for (pid, tableId), a bad timeOut, an unreadable clock, or no
+  // instance. A repeated requestId re-points the id index to the new request.
+  // Any thread, including a callback on the monitor thread.
   static bool add(unsigned int requestId, int tunerId, short pid, short tableId, short tableIdExt,
                   void* userData, void (*release)(void*), timeval timeOut,
                   unsigned int requestCounter);
@@ -59,7 +63,8 @@ class OSTREL_EXPORT RequestFollower {
                                               short tableIdExt);
 
   // Takes the item indexed under requestId out, or null. The caller owns it
-  // and deletes it, which releases its user data.
+  // and deletes it, which releases its user data. Also from a callback on the
+  // monitor thread: a request taken out there is never reported.
   static RequestFollowerItem* remove(unsigned int requestId);
 
   // Takes every item with exactly this key out, earliest deadline first. The
