@@ -1,0 +1,746 @@
+// The performance report: each of our figures measured beside a reference
+// that does the bare minimum of the same job, in the same run, and printed as
+// one table of ratios. Repetitions run interleaved in random order, so both
+// sides of a pair see the same machine; the table takes the median of each.
+//
+//   report_bench [--quick] [Google Benchmark flags]
+//
+// --quick runs every benchmark once, briefly (CI). OSTREL_REPORT_HEAP32="heap
+// item" adds the heap row measured on a 32-bit target (bench/run sets it).
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Cacher.h"
+#include "GingaServer.h"
+#include "OstrelGingaCommonCore.h"
+#include "OstrelLogger.h"
+#include "RequestFollower.h"
+#include "Sections.h"
+#include "TCrc32.h"
+#include "TDescriptorBuilder.h"
+#include "TPMTBuilder.h"
+#include "TPMTTable.h"
+#include "report_heap.h"
+
+#ifdef OSTREL_BENCH_DVBPSI
+#include "tables_dvbpsi.h"  // libdvbpsi, included once
+#endif
+#ifdef OSTREL_REPORT_SIM
+#include "SampleStream.h"
+#include "SectionDemux.h"
+#include "SectionSink.h"
+#include "TransportStreamSource.h"
+#include "TsPacketizer.h"
+#endif
+
+using namespace Ostrel;
+using Bytes = std::vector<unsigned char>;
+
+namespace {
+
+// Keeps a call through a function pointer from being inlined away.
+template <class T>
+T opaque(T value) {
+  benchmark::DoNotOptimize(value);
+  return value;
+}
+
+// ---- Cache-hit requestData round trip ----
+
+class NullServer : public GingaServer {
+ public:
+  int execute(TCommand*, TCommand**) override { return 1; }
+};
+
+int countingCallback(unsigned int, unsigned char, void* userData, TISDBTTable*) {
+  if (userData)
+    ++*static_cast<long*>(userData);
+  return 1;
+}
+
+const short kFirstPid = 0x0100;
+const int kCachedPids = 16;
+
+void BM_RoundTrip_Ours(benchmark::State& state) {
+  NullServer server;
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setServer(&server);
+  core->setRequestNotificationCallback(&countingCallback);
+  const int tuner = 100;
+  Bytes pmt = OstrelTest::pmtSection(0x0101, 4);
+  for (short pid = kFirstPid; pid < kFirstPid + kCachedPids; ++pid) {
+    Cacher::getInstance(tuner)->add(
+        pid, 2, 0, TPMTTable::parse(pmt.data(), pmt.size(), 1, 1, nullptr, nullptr), 64);
+  }
+  long answered = 0;
+  short pid = kFirstPid;
+  for (auto _ : state) {
+    core->requestData(1, 1, tuner, pid, 2, 0x0101, &answered, nullptr, nullptr);
+    pid = static_cast<short>(kFirstPid + ((pid + 1) & 0x0F));
+  }
+  if (answered != static_cast<long>(state.iterations()))
+    state.SkipWithError("not answered");
+  Cacher::getInstance(tuner)->flush();
+  core->setServer(nullptr);
+}
+
+// The least any cache-hit answer costs: lock, look the PID up among 16,
+// call the callback through a pointer, unlock.
+void BM_RoundTrip_Ref(benchmark::State& state) {
+  pthread_mutexattr_t attr;
+  pthread_mutexattr_init(&attr);
+  pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_t mutex;
+  pthread_mutex_init(&mutex, &attr);
+  pthread_mutexattr_destroy(&attr);
+  std::map<short, TISDBTTable*> tables;
+  std::vector<std::unique_ptr<TISDBTTable>> owned;
+  for (short pid = kFirstPid; pid < kFirstPid + kCachedPids; ++pid) {
+    owned.emplace_back(new TISDBTTable());
+    tables[pid] = owned.back().get();
+  }
+  int (*callback)(unsigned int, unsigned char, void*, TISDBTTable*) = opaque(&countingCallback);
+  long answered = 0;
+  short pid = kFirstPid;
+  for (auto _ : state) {
+    pthread_mutex_lock(&mutex);
+    std::map<short, TISDBTTable*>::iterator it = tables.find(pid);
+    TISDBTTable* table = it == tables.end() ? nullptr : it->second;
+    pthread_mutex_unlock(&mutex);
+    if (table)
+      callback(1, 0, &answered, table);
+    pid = static_cast<short>(kFirstPid + ((pid + 1) & 0x0F));
+  }
+  if (answered != static_cast<long>(state.iterations()))
+    state.SkipWithError("not answered");
+  pthread_mutex_destroy(&mutex);
+}
+
+// ---- Injection of a 288-byte PMT answering one request ----
+
+// A PMT of exactly 288 bytes shaped like an ISDB-Tb programme (the one the
+// table library's benchmark uses): video and audio with component tags and
+// raw descriptors, and data streams.
+Bytes pmt288() {
+  auto streamId = [](unsigned char tag, unsigned char rawTag, unsigned int rawSize) {
+    Bytes d = TDescriptorBuilder::streamIdentifier(tag);
+    TDescriptorBuilder::append(&d, TDescriptorBuilder::raw(rawTag, Bytes(rawSize, 0x11)));
+    return d;
+  };
+  TPMTBuilder b;
+  b.setProgramNumber(0xE760).setVersion(1).setPcrPid(0x0111);
+  b.addDescriptor(TDescriptorBuilder::raw(0xC1, Bytes{0x84}));
+  b.addDescriptor(TDescriptorBuilder::raw(0x09, Bytes{0x00, 0x05, 0xE0, 0x20, 0x01, 0x02}));
+  b.addStream(0x1B, 0x0111, streamId(0x00, 0xC8, 1));
+  b.addStream(0x0F, 0x0112, streamId(0x10, 0x0A, 4));
+  b.addStream(0x0F, 0x0113, streamId(0x11, 0x0A, 4));
+  b.addStream(0x1B, 0x0181, streamId(0x81, 0xC8, 1));
+  b.addStream(0x0F, 0x0183, streamId(0x83, 0x0A, 4));
+  for (unsigned short i = 0; i < 14; ++i) {
+    b.addStream(0x06, static_cast<unsigned short>(0x0130 + i), streamId(0x30 + i, 0xFD, 3));
+  }
+  unsigned int size = static_cast<unsigned int>(b.build().size());
+  b.addStream(0x0D, 0x0140, TDescriptorBuilder::raw(0xFD, Bytes(288 - size - 7, 0x22)));
+  return b.build();
+}
+
+// Sections per iteration: the requests are filed outside the timing, a batch
+// at a time, so that pausing the clock costs little per section.
+const int kInjectBatch = 64;
+
+void BM_Inject_Ours(benchmark::State& state) {
+  NullServer server;
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setServer(&server);
+  core->setRequestNotificationCallback(&countingCallback);
+  Bytes pmt = pmt288();
+  const timeval timeOut = {60, 0};
+  long answered = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    for (int i = 0; i < kInjectBatch; ++i) {
+      RequestFollower::add(static_cast<unsigned int>(i + 1), 1, kFirstPid, 2, static_cast<short>(i),
+                           &answered, nullptr, timeOut, 1);
+    }
+    state.ResumeTiming();
+    for (int i = 0; i < kInjectBatch; ++i) {
+      core->injectData(1, kFirstPid, 2, static_cast<short>(i), nullptr, pmt.data(),
+                       static_cast<unsigned int>(pmt.size()));
+    }
+  }
+  if (answered != kInjectBatch * static_cast<long>(state.iterations()))
+    state.SkipWithError("not every request answered");
+  RequestFollower::destroy();
+  Cacher::getInstance(1)->flush();
+  core->setServer(nullptr);
+}
+
+#ifdef OSTREL_BENCH_DVBPSI
+// The section with another version number and its CRC made right again.
+Bytes withVersion(Bytes section, unsigned char version) {
+  section[5] = static_cast<unsigned char>((section[5] & 0xC1) | ((version & 0x1F) << 1));
+  unsigned int n = static_cast<unsigned int>(section.size()) - 4;
+  unsigned int crc = TCrc32::compute(section.data(), n);
+  for (int i = 0; i < 4; ++i)
+    section[n + i] = static_cast<unsigned char>(crc >> (24 - 8 * i));
+  return section;
+}
+
+// libdvbpsi decodes only what is pushed as transport stream packets; two
+// versions alternate so that every push yields a new table (CRC checked,
+// decoded, handed to its callback and deleted).
+void BM_Inject_Ref(benchmark::State& state) {
+  Bytes section = pmt288();
+  OstrelDvbpsi::Decoder decoder(OstrelDvbpsi::Decoder::kPmt, 0xE760, false);
+  unsigned int counter = 0;
+  Bytes variants[2];
+  for (int v = 0; v < 2; ++v)
+    variants[v] = OstrelDvbpsi::packetize(withVersion(section, v), kFirstPid, &counter);
+  const size_t packets = variants[0].size() / OstrelDvbpsi::kPacketSize;
+  counter = 0;
+  int64_t pushed = 0;
+  for (auto _ : state) {
+    for (int i = 0; i < kInjectBatch; ++i) {
+      Bytes& p = variants[pushed & 1];
+      for (size_t k = 0; k < packets; ++k)  // continuity counters carry on
+        p[k * OstrelDvbpsi::kPacketSize + 3] =
+            static_cast<unsigned char>(0x10 | (counter++ & 0x0F));
+      decoder.push(p);
+      ++pushed;
+    }
+  }
+  if (decoder.tables() != pushed)
+    state.SkipWithError("libdvbpsi missed tables");
+}
+#endif
+
+// ---- CRC-32 over 4 KiB ----
+
+Bytes crcData() {
+  Bytes data(4096);
+  for (size_t i = 0; i < data.size(); ++i)
+    data[i] = static_cast<unsigned char>(i * 7);
+  return data;
+}
+
+void BM_Crc_Ours(benchmark::State& state) {
+  Bytes data = crcData();
+  for (auto _ : state)
+    benchmark::DoNotOptimize(TCrc32::compute(data.data(), static_cast<unsigned int>(data.size())));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * data.size()));
+}
+
+// One 256-entry table, one byte per step: how libdvbpsi computes it.
+void BM_Crc_Ref(benchmark::State& state) {
+  uint32_t table[256];
+  for (uint32_t i = 0; i < 256; ++i) {
+    uint32_t r = i << 24;
+    for (int bit = 0; bit < 8; ++bit)
+      r = (r & 0x80000000u) ? (r << 1) ^ 0x04C11DB7u : r << 1;
+    table[i] = r;
+  }
+  Bytes data = crcData();
+  if (TCrc32::compute(data.data(), static_cast<unsigned int>(data.size())) == 0)
+    state.SkipWithError("unexpected CRC");
+  for (auto _ : state) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (unsigned char byte : data)
+      crc = (crc << 8) ^ table[(crc >> 24) ^ byte];
+    benchmark::DoNotOptimize(crc);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * data.size()));
+}
+
+// ---- Follower add + remove by key, 100 000 outstanding ----
+
+const int kOutstanding = 100000;
+const int kPidSpan = 0x1E00;
+
+void quiet(int, const char*, const char*, void*) {}
+
+// Deadlines 15 to 30 minutes ahead, so that insertions land all over.
+timeval spreadTimeOut(std::minstd_rand* random) {
+  timeval t;
+  t.tv_sec = 900 + static_cast<long>((*random)() % 900);
+  t.tv_usec = static_cast<long>((*random)() % 1000000);
+  return t;
+}
+
+void BM_Follower_Ours(benchmark::State& state) {
+  RequestFollower::destroy();
+  std::minstd_rand random(7);
+  for (int i = 0; i < kOutstanding; ++i) {
+    RequestFollower::add(
+        static_cast<unsigned int>(i + 1), 0, static_cast<short>(kFirstPid + i % kPidSpan), 2,
+        static_cast<short>(i / kPidSpan), nullptr, nullptr, spreadTimeOut(&random), 1);
+  }
+  unsigned int id = kOutstanding + 1;
+  short ext = 0;
+  for (auto _ : state) {
+    RequestFollower::add(id, 1, kFirstPid, 2, ext, nullptr, nullptr, spreadTimeOut(&random), 1);
+    std::list<RequestFollower::RequestFollowerItem*>* taken =
+        RequestFollower::remove(1, kFirstPid, 2, ext);
+    for (RequestFollower::RequestFollowerItem* item : *taken)
+      delete item;
+    if (taken->size() != 1)
+      state.SkipWithError("not taken");
+    delete taken;
+    ++id;
+    ext = static_cast<short>((ext + 1) & 0x3FFF);
+  }
+  RequestFollower::destroy();
+}
+
+void BM_Follower_Ref(benchmark::State& state) {
+  std::minstd_rand random(7);
+  std::multimap<uint64_t, void*> map;
+  auto keyOf = [](int tuner, int pid, int ext) {
+    return (uint64_t(uint32_t(tuner)) << 32) | (uint64_t(pid & 0xFFFF) << 16) | uint64_t(ext);
+  };
+  for (int i = 0; i < kOutstanding; ++i)
+    map.insert(std::make_pair(keyOf(0, kFirstPid + i % kPidSpan, i / kPidSpan), &map));
+  int ext = 0;
+  for (auto _ : state) {
+    map.insert(std::make_pair(keyOf(1, kFirstPid, ext), &map));
+    if (map.erase(keyOf(1, kFirstPid, ext)) != 1)
+      state.SkipWithError("not taken");
+    ext = (ext + 1) & 0x3FFF;
+  }
+}
+
+// ---- Time-out lateness, 1 000 pending ----
+
+const unsigned int kPending = 1000;
+
+struct Reports {
+  std::mutex mutex;
+  std::condition_variable done;
+  std::vector<timeval> at;  // by request id - 1
+  unsigned int count = 0;
+};
+Reports* s_pReports = nullptr;
+
+int recordReport(unsigned int requestId, unsigned char, void*, TISDBTTable*) {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  std::lock_guard<std::mutex> lock(s_pReports->mutex);
+  if (requestId >= 1 && requestId <= s_pReports->at.size()) {
+    s_pReports->at[requestId - 1] = now;
+    if (++s_pReports->count == s_pReports->at.size())
+      s_pReports->done.notify_all();
+  }
+  return 1;
+}
+
+long long microsecondsAfter(const timeval& a, const timeval& b) {
+  return (a.tv_sec - b.tv_sec) * 1000000LL + (a.tv_usec - b.tv_usec);
+}
+
+// The i-th relative time-out: 1 000 deadlines spread evenly over one second,
+// starting 200 ms after they are all filed.
+long timeOutMicroseconds(unsigned int i) {
+  return 200000L + static_cast<long>(i) * 800L;
+}
+
+std::vector<long long> lateOurs() {
+  Reports reports;
+  reports.at.resize(kPending);
+  s_pReports = &reports;
+  OstrelGingaCommonCore::getInstance()->setRequestNotificationCallback(&recordReport);
+  RequestFollower::destroy();
+  std::vector<timeval> deadlines(kPending);
+  for (unsigned int i = 0; i < kPending; ++i) {
+    timeval timeOut = {0, timeOutMicroseconds(i)};
+    RequestFollower::add(i + 1, 0, kFirstPid, 2, static_cast<short>(i), nullptr, nullptr, timeOut,
+                         1);
+    deadlines[i] = RequestFollower::get(i + 1)->getTimeOut();
+  }
+  {
+    std::unique_lock<std::mutex> lock(reports.mutex);
+    reports.done.wait(lock, [&] { return reports.count == kPending; });
+  }
+  RequestFollower::destroy();
+  OstrelGingaCommonCore::getInstance()->setRequestNotificationCallback(nullptr);
+  s_pReports = nullptr;
+  std::vector<long long> late(kPending);
+  for (unsigned int i = 0; i < kPending; ++i)
+    late[i] = microsecondsAfter(reports.at[i], deadlines[i]);
+  return late;
+}
+
+// A bare thread sleeping on a condition variable to each of the same
+// deadlines in turn.
+std::vector<long long> lateReference() {
+  std::vector<timeval> deadlines(kPending);
+  timeval now;
+  gettimeofday(&now, nullptr);
+  for (unsigned int i = 0; i < kPending; ++i) {
+    long usec = now.tv_usec + timeOutMicroseconds(i);
+    deadlines[i].tv_sec = now.tv_sec + usec / 1000000L;
+    deadlines[i].tv_usec = usec % 1000000L;
+  }
+  std::vector<long long> late(kPending);
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+  pthread_mutex_lock(&mutex);
+  for (unsigned int i = 0; i < kPending; ++i) {
+    timespec limit;
+    limit.tv_sec = deadlines[i].tv_sec;
+    limit.tv_nsec = deadlines[i].tv_usec * 1000L;
+    while (pthread_cond_timedwait(&cond, &mutex, &limit) != ETIMEDOUT) {
+    }
+    timeval at;
+    gettimeofday(&at, nullptr);
+    late[i] = microsecondsAfter(at, deadlines[i]);
+  }
+  pthread_mutex_unlock(&mutex);
+  return late;
+}
+
+double percentile(std::vector<long long> v, double p) {
+  std::sort(v.begin(), v.end());
+  return static_cast<double>(v[static_cast<size_t>(p * (v.size() - 1))]);
+}
+
+// Both sides in each repetition, in alternating order.
+void BM_Lateness(benchmark::State& state) {
+  static int s_iRound = 0;
+  for (auto _ : state) {
+    std::vector<long long> ours;
+    std::vector<long long> ref;
+    if (s_iRound++ % 2 == 0) {
+      ours = lateOurs();
+      ref = lateReference();
+    } else {
+      ref = lateReference();
+      ours = lateOurs();
+    }
+    state.counters["ours_p99_us"] = percentile(ours, 0.99);
+    state.counters["ref_p99_us"] = percentile(ref, 0.99);
+    state.counters["ours_median_us"] = percentile(ours, 0.5);
+    state.counters["ref_median_us"] = percentile(ref, 0.5);
+    state.counters["early"] = static_cast<double>(
+        std::count_if(ours.begin(), ours.end(), [](long long v) { return v < 0; }));
+  }
+}
+
+// ---- Simulator demux against a plain read ----
+
+#ifdef OSTREL_REPORT_SIM
+const size_t kReadChunk = 256 * 1024;
+
+// The sample stream 200 times over (about 200 MB), written once per run to a
+// file of the report's own (or the file named by OSTREL_BENCH_TS).
+std::string s_sLargeFile;
+bool s_bWroteLargeFile = false;
+
+const std::string& largeFile() {
+  std::string& path = s_sLargeFile;
+  if (!path.empty())
+    return path;
+  if (const char* given = std::getenv("OSTREL_BENCH_TS")) {
+    path = given;
+    return path;
+  }
+  path = "/tmp/ostrel_perf_report_" + std::to_string(getpid()) + ".ts";
+  Bytes sample = SampleStream::build();
+  std::FILE* out = std::fopen(path.c_str(), "wb");
+  if (out) {
+    for (int i = 0; i < 200; ++i)
+      std::fwrite(sample.data(), 1, sample.size(), out);
+    std::fclose(out);
+    s_bWroteLargeFile = true;
+  }
+  return path;
+}
+
+void removeLargeFile() {
+  if (s_bWroteLargeFile)
+    std::remove(s_sLargeFile.c_str());
+}
+
+void BM_Demux_Ref(benchmark::State& state) {
+  largeFile();  // written before the clock runs
+  Bytes buffer(kReadChunk);
+  uint64_t bytes = 0;
+  for (auto _ : state) {
+    int fd = open(largeFile().c_str(), O_RDONLY);
+    if (fd < 0) {
+      state.SkipWithError("cannot open the stream file");
+      return;
+    }
+    ssize_t got = 0;
+    unsigned char sum = 0;
+    while ((got = read(fd, buffer.data(), buffer.size())) > 0) {
+      sum ^= buffer[static_cast<size_t>(got) - 1];
+      bytes += static_cast<uint64_t>(got);
+    }
+    benchmark::DoNotOptimize(sum);
+    close(fd);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(bytes));
+}
+
+struct CountingSink : SectionSink {
+  uint64_t sections = 0;
+  void onSection(int, unsigned short, const unsigned char*, unsigned int) override { ++sections; }
+};
+
+// The tuner's path without pacing: read, cut into packets, reassemble and
+// check the sections of the service-information PIDs and the PMTs.
+void BM_Demux_Ours(benchmark::State& state) {
+  largeFile();  // written before the clock runs
+  uint64_t bytes = 0;
+  for (auto _ : state) {
+    std::string error;
+    std::unique_ptr<TransportStreamSource> source =
+        TransportStreamSource::openFile(largeFile(), &error);
+    if (!source) {
+      state.SkipWithError(error.c_str());
+      return;
+    }
+    source->setLoop(false);
+    CountingSink sink;
+    SectionDemux demux(0, &sink);
+    for (unsigned short pid = 0; pid <= 0x1F; ++pid)
+      demux.enablePid(pid);
+    for (unsigned short pid : {SampleStream::kHdPmtPid, SampleStream::kDataPmtPid,
+                               SampleStream::kOneSegPmtPid, SampleStream::kMissingPmtPid}) {
+      demux.enablePid(pid);
+    }
+    TsPacketizer packetizer;
+    while (source->read(&packetizer, kReadChunk, 0) == TransportStreamSource::kData)
+      packetizer.process(&demux);
+    packetizer.finish(&demux);
+    bytes += source->getSize();
+    if (sink.sections == 0)
+      state.SkipWithError("no sections");
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(bytes));
+}
+#endif
+
+// ---- Heap per outstanding request ----
+
+void BM_Heap(benchmark::State& state) {
+  RequestFollower::destroy();
+  for (auto _ : state) {
+    OstrelReport::HeapFigure figure = OstrelReport::measureHeapPerRequest();
+    state.counters["heap"] = figure.dHeapPerRequest;
+    state.counters["item"] = figure.uiItemSize;
+  }
+}
+
+// ---- The table ----
+
+struct Figure {
+  double dCpuNs = 0;
+  std::map<std::string, double> mapCounters;
+};
+
+// Keeps the median of each benchmark (or its only run) by function name.
+class Collector : public benchmark::BenchmarkReporter {
+ public:
+  bool ReportContext(const Context&) override { return true; }
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
+      if (run.error_occurred) {
+        std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
+        m_mapFailed[run.run_name.function_name] = true;
+        continue;
+      }
+      if (!median && !single)
+        continue;
+      Figure& f = m_mapFigures[run.run_name.function_name];
+      f.dCpuNs = run.GetAdjustedCPUTime() * (1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit));
+      for (const auto& c : run.counters)
+        f.mapCounters[c.first] = c.second.value;
+      std::fprintf(stderr, ".");
+    }
+  }
+  const Figure* find(const std::string& name) const {
+    if (m_mapFailed.count(name))
+      return nullptr;
+    auto it = m_mapFigures.find(name);
+    return it == m_mapFigures.end() ? nullptr : &it->second;
+  }
+
+ private:
+  std::map<std::string, Figure> m_mapFigures;
+  std::map<std::string, bool> m_mapFailed;
+};
+
+std::string formatTime(double ns) {
+  char text[32];
+  if (ns >= 1e6)
+    std::snprintf(text, sizeof text, "%.1f ms", ns / 1e6);
+  else if (ns >= 1e3)
+    std::snprintf(text, sizeof text, "%.2f µs", ns / 1e3);
+  else
+    std::snprintf(text, sizeof text, "%.1f ns", ns);
+  return text;
+}
+
+std::string format(const char* fmt, double value) {
+  char text[48];
+  std::snprintf(text, sizeof text, fmt, value);
+  return text;
+}
+
+int g_iMissed = 0;
+
+// One line: what, ours, reference, ratio, target and whether it holds.
+void row(const std::string& what, const std::string& ours, const std::string& ref, double ratio,
+         const char* target, bool held) {
+  if (!held)
+    ++g_iMissed;
+  std::printf("| %s | %s | %s | %.2f | %s | %s |\n", what.c_str(), ours.c_str(), ref.c_str(), ratio,
+              target, held ? "met" : "**missed**");
+}
+
+void missing(const std::string& what) {
+  std::printf("| %s | - | - | - | - | not measured |\n", what.c_str());
+}
+
+// Ours over reference by CPU time per iteration, at most the target.
+void timeRow(const Collector& c, const std::string& what, const char* ours, const char* ref,
+             double per, double target, const char* targetText) {
+  const Figure* o = c.find(ours);
+  const Figure* r = c.find(ref);
+  if (!o || !r)
+    return missing(what);
+  const double ratio = o->dCpuNs / r->dCpuNs;
+  row(what, formatTime(o->dCpuNs / per), formatTime(r->dCpuNs / per), ratio, targetText,
+      ratio <= target);
+}
+
+void printTable(const Collector& c) {
+  std::printf("\n| what | ours | reference in the same run | ratio | target | |\n");
+  std::printf("|---|---|---|---|---|---|\n");
+  timeRow(c, "cache-hit `requestData` round trip / lock + map of 16 + indirect call",
+          "BM_RoundTrip_Ours", "BM_RoundTrip_Ref", 1, 6, "at most 6");
+  timeRow(c, "`injectData` 288-byte PMT, one request / libdvbpsi PMT decode with CRC",
+          "BM_Inject_Ours", "BM_Inject_Ref", kInjectBatch, 0.5, "at most 0.5");
+  timeRow(c, "CRC-32 over 4 KiB / byte-wise table", "BM_Crc_Ours", "BM_Crc_Ref", 1, 0.25,
+          "at most 0.25");
+  timeRow(c, "follower `add` + `remove` by key, 100 000 outstanding / `std::multimap`",
+          "BM_Follower_Ours", "BM_Follower_Ref", 1, 3, "at most 3");
+  if (const Figure* l = c.find("BM_Lateness")) {
+    const double ours = l->mapCounters.at("ours_p99_us");
+    const double ref = l->mapCounters.at("ref_p99_us");
+    const double ratio = ours / std::max(ref, 1.0);
+    row("time-out lateness p99, 1 000 pending / bare `pthread_cond_timedwait`",
+        format("%.0f µs", ours), format("%.0f µs", ref), ratio, "at most 1.5", ratio <= 1.5);
+  } else {
+    missing("time-out lateness p99, 1 000 pending");
+  }
+  const Figure* d = c.find("BM_Demux_Ours");
+  const Figure* p = c.find("BM_Demux_Ref");
+  if (d && p) {
+    // A speed: the plain read's time over the demux's.
+    const double ratio = p->dCpuNs / d->dCpuNs;
+    row("simulator demux of a page-cached 200 MB stream / plain read (speed)",
+        formatTime(d->dCpuNs), formatTime(p->dCpuNs), ratio, "at least 0.33", ratio >= 0.33);
+  } else {
+    missing("simulator demux / plain read");
+  }
+  if (const Figure* h = c.find("BM_Heap")) {
+    const double heap = h->mapCounters.at("heap");
+    const double item = h->mapCounters.at("item");
+    row("heap per outstanding request (" + std::to_string(sizeof(void*) * 8) +
+            "-bit host) / item size",
+        format("%.0f B", heap), format("%.0f B", item), heap / item, "at most 3", heap / item <= 3);
+  }
+  double heap32 = 0;
+  double item32 = 0;
+  const char* given = std::getenv("OSTREL_REPORT_HEAP32");
+  if (given && std::sscanf(given, "%lf %lf", &heap32, &item32) == 2 && item32 > 0) {
+    row("heap per outstanding request (32-bit, qemu) / item size", format("%.0f B", heap32),
+        format("%.0f B", item32), heap32 / item32, "at most 3", heap32 / item32 <= 3);
+  } else {
+    missing("heap per outstanding request (32-bit)");
+  }
+  std::printf(
+      "\nCPU time per operation, medians over the repetitions (the follower pair "
+      "counts every thread of the process); %d target(s) missed.\n",
+      g_iMissed);
+}
+
+}  // namespace
+
+BENCHMARK(BM_RoundTrip_Ours);
+BENCHMARK(BM_RoundTrip_Ref);
+BENCHMARK(BM_Inject_Ours);
+#ifdef OSTREL_BENCH_DVBPSI
+BENCHMARK(BM_Inject_Ref);
+#endif
+BENCHMARK(BM_Crc_Ours);
+BENCHMARK(BM_Crc_Ref);
+BENCHMARK(BM_Follower_Ours)->MeasureProcessCPUTime();
+BENCHMARK(BM_Follower_Ref)->MeasureProcessCPUTime();
+BENCHMARK(BM_Lateness)->Iterations(1)->UseRealTime();
+#ifdef OSTREL_REPORT_SIM
+BENCHMARK(BM_Demux_Ours);
+BENCHMARK(BM_Demux_Ref);
+#endif
+BENCHMARK(BM_Heap)->Iterations(1);
+
+int main(int argc, char** argv) {
+  ostrel_log_set_sink(&quiet, nullptr);
+  bool quick = false;
+  std::vector<char*> args{argv[0]};
+  std::string repetitions = "--benchmark_repetitions=5";
+  std::string minTime = "--benchmark_min_time=0.2";
+  std::string interleave = "--benchmark_enable_random_interleaving=true";
+  std::string aggregates = "--benchmark_report_aggregates_only=true";
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quick") == 0)
+      quick = true;
+  }
+  if (quick) {
+    repetitions = "--benchmark_repetitions=1";
+    minTime = "--benchmark_min_time=0.01";
+  }
+  args.push_back(&repetitions[0]);
+  args.push_back(&minTime[0]);
+  args.push_back(&interleave[0]);
+  args.push_back(&aggregates[0]);
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quick") != 0)
+      args.push_back(argv[i]);
+  }
+  int count = static_cast<int>(args.size());
+  benchmark::Initialize(&count, args.data());
+  if (benchmark::ReportUnrecognizedArguments(count, args.data()))
+    return 1;
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  benchmark::Shutdown();
+#ifdef OSTREL_REPORT_SIM
+  removeLargeFile();
+#endif
+  std::fprintf(stderr, "\n");
+  printTable(collector);
+  ostrel_log_set_sink(nullptr, nullptr);
+  return 0;
+}
