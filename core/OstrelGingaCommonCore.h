@@ -80,8 +80,8 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
 
   // The tuner's cached table for pid, or null (-11 no cache, -12 not cached).
   // The table stays the cache's; it is valid only while the cache keeps it.
-  TISDBTTable* getFromCache(int tunerId, short pid, short tableId, short tableIdExt,
-                            void* userData, short* errorCode);
+  TISDBTTable* getFromCache(int tunerId, short pid, short tableId, short tableIdExt, void* userData,
+                            short* errorCode);
 
   // Calls the notification callback; 1 when it accepted. Releases nothing.
   int dispatchRequestFeedback(unsigned int requestId, unsigned char status, void* userData,
