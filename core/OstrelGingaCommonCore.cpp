@@ -14,9 +14,13 @@ pthread_mutex_t OstrelGingaCommonCore::s_pSingMutex = PTHREAD_RECURSIVE_MUTEX_IN
 
 const char* const CommandDispatch::kModule = "GingaCommonCore";
 
-void CommandDispatch::log(const char* format) { ostrel_log_std_generic(4, kModule, format, kModule); }
+void CommandDispatch::log(const char* format) {
+  ostrel_log_std_generic(4, kModule, format, kModule);
+}
 
-GingaEndPoint* CommandDispatch::endPoint(GingaServer* server) { return server; }
+GingaEndPoint* CommandDispatch::endPoint(GingaServer* server) {
+  return server;
+}
 
 OstrelGingaCommonCore::OstrelGingaCommonCore() : m_pServer(NULL), m_pNotificationCallback(NULL) {}
 

@@ -11,11 +11,9 @@ namespace Ostrel {
 namespace {
 
 const CommandMessages kReserveKey = {"%s: reserveKey: ERROR: Could not create command.",
-                                     "%s: reserveKey: ERROR: Could not notify status change.",
-                                     0};
+                                     "%s: reserveKey: ERROR: Could not notify status change.", 0};
 const CommandMessages kReleaseKey = {"%s: releaseKey: ERROR: Could not create command.",
-                                     "%s: releaseKey: ERROR: Could not notify status change.",
-                                     0};
+                                     "%s: releaseKey: ERROR: Could not notify status change.", 0};
 const CommandMessages kNotifyStatus = {
     "%s: notifyAppStatusChange: ERROR: Could not create command.",
     "%s: notifyAppStatusChange: ERROR: Could not notify status change.", 0};
