@@ -2,6 +2,8 @@
 // remove, and the teardown.
 #include "RequestFollower.h"
 
+#include <sched.h>
+
 #include <limits>
 #include <new>
 
@@ -26,7 +28,8 @@ void RequestFollower::log(const char* format) {
 
 // ---- Instance ----
 
-RequestFollower::RequestFollower() : m_thread(pthread_t()), m_iStop(0), m_ullNextSequence(0) {
+RequestFollower::RequestFollower()
+    : m_thread(pthread_t()), m_iStop(0), m_iWakeMonitor(0), m_iWakers(0), m_ullNextSequence(0) {
   pthread_cond_init(&m_cond, NULL);
   startMonitor();
 }
@@ -36,6 +39,11 @@ RequestFollower::RequestFollower() : m_thread(pthread_t()), m_iStop(0), m_ullNex
 // without any lock of ours.
 RequestFollower::~RequestFollower() {
   stopMonitor();
+  // A caller that changed the registry before it was detached may still be
+  // about to wake the monitor: the condition variable outlives that wake-up.
+  while (m_iWakers.load(std::memory_order_acquire) != 0) {
+    sched_yield();
+  }
   ItemList pending;
   pending.swap(m_lstTimeOut);
   ItemList* categories[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
@@ -109,10 +117,17 @@ bool RequestFollower::add(unsigned int requestId, int tunerId, short pid, short 
   if (!getInstance()) {
     return false;
   }
-  ScopedLock lock(&s_pSingMutex);
-  RequestFollower* follower = instance();
-  return follower && follower->__add(requestId, tunerId, pid, tableId, tableIdExt, userData,
-                                     release, timeOut, requestCounter);
+  bool added = false;
+  RequestFollower* woken = NULL;
+  {
+    ScopedLock lock(&s_pSingMutex);
+    RequestFollower* follower = instance();
+    added = follower && follower->__add(requestId, tunerId, pid, tableId, tableIdExt, userData,
+                                        release, timeOut, requestCounter);
+    woken = follower ? follower->__claimWake() : NULL;
+  }
+  wake(woken);
+  return added;
 }
 
 RequestFollower::RequestFollowerItem* RequestFollower::get(unsigned int requestId) {
@@ -139,9 +154,16 @@ RequestFollower::RequestFollowerItem* RequestFollower::remove(unsigned int reque
   if (!getInstance()) {
     return NULL;
   }
-  ScopedLock lock(&s_pSingMutex);
-  RequestFollower* follower = instance();
-  return follower ? follower->__remove(requestId) : NULL;
+  RequestFollowerItem* item = NULL;
+  RequestFollower* woken = NULL;
+  {
+    ScopedLock lock(&s_pSingMutex);
+    RequestFollower* follower = instance();
+    item = follower ? follower->__remove(requestId) : NULL;
+    woken = follower ? follower->__claimWake() : NULL;
+  }
+  wake(woken);
+  return item;
 }
 
 std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::remove(int tunerId, short pid,
@@ -150,9 +172,41 @@ std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::remove(int tu
   if (!getInstance()) {
     return new ItemList();
   }
-  ScopedLock lock(&s_pSingMutex);
-  RequestFollower* follower = instance();
-  return follower ? follower->__remove(tunerId, pid, tableId, tableIdExt) : new ItemList();
+  ItemList* taken = NULL;
+  RequestFollower* woken = NULL;
+  {
+    ScopedLock lock(&s_pSingMutex);
+    RequestFollower* follower = instance();
+    taken = follower ? follower->__remove(tunerId, pid, tableId, tableIdExt) : new ItemList();
+    woken = follower ? follower->__claimWake() : NULL;
+  }
+  wake(woken);
+  return taken;
+}
+
+// ---- Waking the monitor ----
+
+// A change of the pending requests is announced to the monitor once the
+// caller has let go of the lock, so that the monitor does not wake only to
+// wait for that lock. The registry stays alive until the wake-up is done.
+// REQUIRES: s_pSingMutex held.
+RequestFollower* RequestFollower::__claimWake() {
+  if (!m_iWakeMonitor) {
+    return NULL;
+  }
+  m_iWakeMonitor = 0;
+  m_iWakers.fetch_add(1, std::memory_order_relaxed);
+  return this;
+}
+
+// Broadcasts for a registry returned by __claimWake (null: nothing to do).
+// Without the lock, or with it held only by an outer caller on this thread.
+void RequestFollower::wake(RequestFollower* follower) {
+  if (!follower) {
+    return;
+  }
+  pthread_cond_broadcast(&follower->m_cond);
+  follower->m_iWakers.fetch_sub(1, std::memory_order_release);
 }
 
 // ---- Bodies ----
@@ -207,7 +261,7 @@ bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, shor
   // A repeated id is re-pointed: the earlier item stays pending, by key only.
   m_mapRequestId[static_cast<int>(requestId)] = item;
   ++m_ullNextSequence;
-  pthread_cond_broadcast(&m_cond);
+  m_iWakeMonitor = 1;
   return true;
 }
 
@@ -244,7 +298,7 @@ RequestFollower::RequestFollowerItem* RequestFollower::__remove(unsigned int req
   RequestFollowerItem* item = it->second;
   m_mapRequestId.erase(it);
   __unfile(item);
-  pthread_cond_broadcast(&m_cond);
+  m_iWakeMonitor = 1;
   return item;
 }
 
@@ -260,7 +314,7 @@ RequestFollower::ItemList* RequestFollower::__remove(int tunerId, short pid, sho
     // Whichever item the id entry points to: ids are meant to be unique.
     m_mapRequestId.erase(static_cast<int>((*it)->getRequestId()));
   }
-  pthread_cond_broadcast(&m_cond);
+  m_iWakeMonitor = 1;
   return taken;
 }
 

@@ -127,6 +127,8 @@ class OSTREL_EXPORT RequestFollower {
                std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next);
   void __unfile(RequestFollowerItem* item);
   bool __isPending(RequestFollowerItem* item, unsigned long long sequence) const;
+  RequestFollower* __claimWake();
+  static void wake(RequestFollower* follower);
   static RequestKey makeKey(int tunerId, short pid, short tableId, short tableIdExt,
                             const TimeOutKey& order);
   static RequestKey keyOf(RequestFollowerItem* item, const TimeOutKey& order);
@@ -153,6 +155,11 @@ class OSTREL_EXPORT RequestFollower {
   pthread_cond_t m_cond;
   pthread_t m_thread;
   int m_iStop;
+  // Set by a change of the pending requests; the public operation that made
+  // it broadcasts m_cond once it has released the lock (m_iWakers counts the
+  // broadcasts still to come, which the teardown waits for).
+  int m_iWakeMonitor;
+  std::atomic<int> m_iWakers;
   ItemList m_lstTimeOut;
   std::map<int, RequestFollowerItem*> m_mapRequestId;
   ItemList m_lstPat;
