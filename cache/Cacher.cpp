@@ -130,19 +130,19 @@ void Cacher::__add(short pid, short tableId, short tableIdExt,
   }
 }
 
-int Cacher::get(short pid, short /*tableId*/, short /*tableIdExt*/, TISDBTTable** table,
+// The lookup of the shared get; the entry keeps the table, so the pointer
+// stays valid for as long as the cache holds it.
+int Cacher::get(short pid, short tableId, short tableIdExt, TISDBTTable** table,
                 unsigned int* dataSize) {
-  if (!table || !dataSize) {
+  if (!table) {
     logMessage("%s: get: ERROR: Invalid destination pointer(s).");
     return 0;
   }
-  ScopedLock lock(&m_mutex);
-  CacherItem* item = __get(pid);
-  if (!item) {
+  std::shared_ptr<TISDBTTable> shared;
+  if (!get(pid, tableId, tableIdExt, &shared, dataSize)) {
     return 0;
   }
-  *table = item->getData();
-  *dataSize = item->getDataSize();
+  *table = shared.get();
   return 1;
 }
 
