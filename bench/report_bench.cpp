@@ -8,10 +8,12 @@
 // --quick runs every benchmark once, briefly (CI). OSTREL_REPORT_HEAP32="heap
 // item" adds the heap row measured on a 32-bit target (bench/run sets it).
 #include <benchmark/benchmark.h>
+
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include "BenchSections.h"
 
 #include <algorithm>
 #include <atomic>
@@ -53,6 +55,7 @@
 
 using namespace Ostrel;
 using Bytes = std::vector<unsigned char>;
+using OstrelBench::pmt288;
 
 namespace {
 
@@ -135,32 +138,6 @@ void BM_RoundTrip_Ref(benchmark::State& state) {
 }
 
 // ---- Injection of a 288-byte PMT answering one request ----
-
-// A PMT of exactly 288 bytes shaped like an ISDB-Tb programme (the one the
-// table library's benchmark uses): video and audio with component tags and
-// raw descriptors, and data streams.
-Bytes pmt288() {
-  auto streamId = [](unsigned char tag, unsigned char rawTag, unsigned int rawSize) {
-    Bytes d = TDescriptorBuilder::streamIdentifier(tag);
-    TDescriptorBuilder::append(&d, TDescriptorBuilder::raw(rawTag, Bytes(rawSize, 0x11)));
-    return d;
-  };
-  TPMTBuilder b;
-  b.setProgramNumber(0xE760).setVersion(1).setPcrPid(0x0111);
-  b.addDescriptor(TDescriptorBuilder::raw(0xC1, Bytes{0x84}));
-  b.addDescriptor(TDescriptorBuilder::raw(0x09, Bytes{0x00, 0x05, 0xE0, 0x20, 0x01, 0x02}));
-  b.addStream(0x1B, 0x0111, streamId(0x00, 0xC8, 1));
-  b.addStream(0x0F, 0x0112, streamId(0x10, 0x0A, 4));
-  b.addStream(0x0F, 0x0113, streamId(0x11, 0x0A, 4));
-  b.addStream(0x1B, 0x0181, streamId(0x81, 0xC8, 1));
-  b.addStream(0x0F, 0x0183, streamId(0x83, 0x0A, 4));
-  for (unsigned short i = 0; i < 14; ++i) {
-    b.addStream(0x06, static_cast<unsigned short>(0x0130 + i), streamId(0x30 + i, 0xFD, 3));
-  }
-  unsigned int size = static_cast<unsigned int>(b.build().size());
-  b.addStream(0x0D, 0x0140, TDescriptorBuilder::raw(0xFD, Bytes(288 - size - 7, 0x22)));
-  return b.build();
-}
 
 // Sections per iteration: the requests are filed outside the timing, a batch
 // at a time, so that pausing the clock costs little per section.

@@ -5,12 +5,12 @@
 
 #include <vector>
 
+#include "BenchSections.h"
 #include "Cacher.h"
 #include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
 #include "RequestFollower.h"
 #include "Sections.h"
-#include "TPMTBuilder.h"
 #include "TPMTTable.h"
 
 using namespace Ostrel;
@@ -60,14 +60,7 @@ BENCHMARK(BM_RequestDataCacheHit)->Threads(1)->Threads(2)->UseRealTime();
 void BM_InjectPmt(benchmark::State& state) {
   NullServer server;
   OstrelGingaCommonCore* core = boundCore(&server);
-  // 34 streams, each with a stream identifier descriptor: a 288-byte section.
-  TPMTBuilder builder;
-  builder.setProgramNumber(0x0101).setPcrPid(0x0111);
-  for (unsigned char i = 0; i < 34; ++i) {
-    builder.addStream(0x1B, static_cast<unsigned short>(0x0111 + i),
-                      std::vector<unsigned char>{0x52, 0x01, i});
-  }
-  std::vector<unsigned char> pmt = builder.build();
+  std::vector<unsigned char> pmt = OstrelBench::pmt288();
   const int outstanding = static_cast<int>(state.range(0));
   long answered = 0;
   timeval timeOut = {60, 0};
