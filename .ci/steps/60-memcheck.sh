@@ -16,7 +16,7 @@ command -v valgrind >/dev/null || { echo "valgrind is not installed"; exit 1; }
 # the test out; anything else is added to valgrind's options for that test.
 exceptions='
 ^FollowerAllocation\.|skip|the test makes allocations fail through its own operator new, which memcheck replaces with its own: nothing fails, so its cases cannot run (it runs under AddressSanitizer)
-^SampleScan\.SecondScanIsAnsweredFromTheCache|skip|two real-time scans back to back: under memcheck's slowdown a request can miss its deadline, which the test rightly counts as a failure
+^SampleScan\.SecondScanIsAnsweredFromTheCache|skip|two real-time scans back to back: under memcheck a request can miss its deadline, which the test rightly counts as a failure
 '
 
 # OSTREL_MEMCHECK_FILTER=<regex> runs only the tests whose names match (by hand).
