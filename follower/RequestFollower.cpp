@@ -5,7 +5,6 @@
 #include <sched.h>
 
 #include <limits>
-#include <new>
 
 #include "OstrelLogger.h"
 #include "ScopedLock.h"
@@ -29,7 +28,7 @@ void RequestFollower::log(const char* format) {
 // ---- Instance ----
 
 RequestFollower::RequestFollower()
-    : m_thread(pthread_t()), m_iStop(0), m_iWakeMonitor(0), m_iWakers(0), m_ullNextSequence(0) {
+    : m_thread(pthread_t()), m_iStop(0), m_iWakeMonitor(0), m_iWakers(0) {
   pthread_cond_init(&m_cond, NULL);
   startMonitor();
 }
@@ -44,22 +43,40 @@ RequestFollower::~RequestFollower() {
   while (m_iWakers.load(std::memory_order_acquire) != 0) {
     sched_yield();
   }
-  ItemList pending;
-  pending.swap(m_lstTimeOut);
-  ItemList* categories[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
-                            &m_lstEitSchedule, &m_lstTot, &m_lstPid26, &m_lstPmt};
+  // The items' links still chain them together after the containers have
+  // forgotten them; each link is read before its item is deleted.
+  TimeOutList::iterator it = m_lstTimeOut.begin();
+  const TimeOutList::iterator end = m_lstTimeOut.end();
+  CategoryList* categories[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
+                                &m_lstEitSchedule, &m_lstTot, &m_lstPid26, &m_lstPmt};
   for (size_t i = 0; i < sizeof(categories) / sizeof(categories[0]); ++i) {
     categories[i]->clear();
   }
   m_mapRequestId.clear();
-  m_mapTimeOutOrder.clear();
-  m_mapRequestKey.clear();
-  m_mapPositions.clear();
-  for (ItemList::iterator it = pending.begin(); it != pending.end(); ++it) {
-    delete *it;
+  m_treeDeadline.clear();
+  m_treeKey.clear();
+  while (it != end) {
+    RequestFollowerItem* item = *it;
+    ++it;
+    deleteItem(item);
   }
+  m_lstTimeOut.clear();
   pthread_cond_destroy(&m_cond);
 }
+
+// GCC follows the item back to the list link it was found through and takes
+// the item for an interior pointer of that link's block; the item's own
+// operator delete frees the block from its start.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wfree-nonheap-object"
+#endif
+void RequestFollower::deleteItem(RequestFollowerItem* item) {
+  delete item;
+}
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 bool RequestFollower::getInstance() {
   if (s_pInstance.load(std::memory_order_acquire)) {
@@ -143,11 +160,11 @@ std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::get(int tuner
                                                                        short tableId,
                                                                        short tableIdExt) {
   if (!getInstance()) {
-    return new ItemList();
+    return new ItemPtrList();
   }
   ScopedLock lock(&s_pSingMutex);
   RequestFollower* follower = instance();
-  return follower ? follower->__get(tunerId, pid, tableId, tableIdExt) : new ItemList();
+  return follower ? follower->__get(tunerId, pid, tableId, tableIdExt) : new ItemPtrList();
 }
 
 RequestFollower::RequestFollowerItem* RequestFollower::remove(unsigned int requestId) {
@@ -170,14 +187,14 @@ std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::remove(int tu
                                                                           short tableId,
                                                                           short tableIdExt) {
   if (!getInstance()) {
-    return new ItemList();
+    return new ItemPtrList();
   }
-  ItemList* taken = NULL;
+  ItemPtrList* taken = NULL;
   RequestFollower* woken = NULL;
   {
     ScopedLock lock(&s_pSingMutex);
     RequestFollower* follower = instance();
-    taken = follower ? follower->__remove(tunerId, pid, tableId, tableIdExt) : new ItemList();
+    taken = follower ? follower->__remove(tunerId, pid, tableId, tableIdExt) : new ItemPtrList();
     woken = follower ? follower->__claimWake() : NULL;
   }
   wake(woken);
@@ -211,15 +228,14 @@ void RequestFollower::wake(RequestFollower* follower) {
 
 // ---- Bodies ----
 
-// Every allocation comes before the registry changes: an allocation failure
-// passes to the caller with the registry as it was and the user data still
-// the caller's. The item's storage is taken first and the item built in it
-// last, once nothing can fail any more.
+// The item (with its links) is the only allocation: once it is made, filing it
+// cannot fail, so an allocation failure passes to the caller with the registry
+// as it was and the user data still the caller's.
 // REQUIRES: s_pSingMutex held.
 bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, short tableId,
                             short tableIdExt, void* userData, void (*release)(void*),
                             timeval timeOut, unsigned int requestCounter) {
-  ItemList* category = getSpecificList(pid, tableId, tableIdExt);
+  CategoryList* category = getSpecificList(pid, tableId, tableIdExt);
   if (!category) {
     return false;
   }
@@ -228,91 +244,66 @@ bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, shor
   if (gettimeofday(&now, NULL) != 0 || !deadlineAfter(now, timeOut, &deadline)) {
     return false;
   }
-  ItemList timeOutNode(1, static_cast<RequestFollowerItem*>(NULL));
-  ItemList categoryNode(1, static_cast<RequestFollowerItem*>(NULL));
-  void* storage = ::operator new(sizeof(RequestFollowerItem));
-  RequestFollowerItem* item = static_cast<RequestFollowerItem*>(storage);
-  TimeOutKey order;
-  order.tvDeadline = deadline;
-  order.ullSequence = m_ullNextSequence;
-  ItemPosition position;
-  position.ullSequence = order.ullSequence;
-  position.itTimeOut = timeOutNode.begin();
-  position.itCategory = categoryNode.begin();
-  // After every pending item whose deadline is not later than its own: where
-  // a stable sort of the appended item would put it.
-  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next =
-      m_mapTimeOutOrder.upper_bound(order);
-  const ItemList::iterator place =
-      next == m_mapTimeOutOrder.end() ? m_lstTimeOut.end() : next->second;
-  try {
-    __index(item, requestId, makeKey(tunerId, pid, tableId, tableIdExt, order), position, next);
-  } catch (...) {
-    ::operator delete(storage);
-    throw;
-  }
-  // Nothing below allocates or throws.
-  new (storage) RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt, userData, release,
-                                    deadline, requestCounter);
-  timeOutNode.front() = item;
-  categoryNode.front() = item;
-  m_lstTimeOut.splice(place, timeOutNode);
-  category->splice(category->end(), categoryNode);
+  RequestFollowerItem* item = new RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt,
+                                                      userData, release, deadline, requestCounter);
+  __file(item, category);
   // A repeated id is re-pointed: the earlier item stays pending, by key only.
-  m_mapRequestId[static_cast<int>(requestId)] = item;
-  ++m_ullNextSequence;
+  __fileId(item);
   m_iWakeMonitor = 1;
   return true;
 }
 
 // REQUIRES: s_pSingMutex held.
 RequestFollower::RequestFollowerItem* RequestFollower::__get(unsigned int requestId) {
-  std::map<int, RequestFollowerItem*>::iterator it =
-      m_mapRequestId.find(static_cast<int>(requestId));
-  return it == m_mapRequestId.end() ? NULL : it->second;
+  TreeLink* link = __findId(requestId);
+  return link ? itemAt(link, ItemLinks::kIdTree) : NULL;
 }
 
 // REQUIRES: s_pSingMutex held.
-RequestFollower::ItemList* RequestFollower::__get(int tunerId, short pid, short tableId,
-                                                  short tableIdExt) {
-  ItemList* found = new ItemList();
+RequestFollower::ItemPtrList* RequestFollower::__get(int tunerId, short pid, short tableId,
+                                                     short tableIdExt) {
+  ItemPtrList* found = new ItemPtrList();
   if (!getSpecificList(pid, tableId, tableIdExt)) {
     return found;
   }
-  const RequestKey first = firstKey(tunerId, pid, tableId, tableIdExt);
-  std::map<RequestKey, RequestFollowerItem*, RequestKeyLess>::iterator it =
-      m_mapRequestKey.lower_bound(first);
-  for (; it != m_mapRequestKey.end() && sameKey(it->first, first); ++it) {
-    found->push_back(it->second);
+  try {
+    for (TreeLink* link = __firstOfKey(tunerId, pid, tableId, tableIdExt);
+         link && itemAt(link, ItemLinks::kKeyTree)->match(tunerId, pid, tableId, tableIdExt);
+         link = ItemTree::next(link)) {
+      found->push_back(itemAt(link, ItemLinks::kKeyTree));
+    }
+  } catch (...) {
+    delete found;
+    throw;
   }
   return found;
 }
 
 // REQUIRES: s_pSingMutex held.
 RequestFollower::RequestFollowerItem* RequestFollower::__remove(unsigned int requestId) {
-  std::map<int, RequestFollowerItem*>::iterator it =
-      m_mapRequestId.find(static_cast<int>(requestId));
-  if (it == m_mapRequestId.end()) {
+  TreeLink* link = __findId(requestId);
+  if (!link) {
     return NULL;
   }
-  RequestFollowerItem* item = it->second;
-  m_mapRequestId.erase(it);
+  RequestFollowerItem* item = itemAt(link, ItemLinks::kIdTree);
+  m_mapRequestId.unlink(link);
   __unfile(item);
   m_iWakeMonitor = 1;
   return item;
 }
 
+// The list is made first: an allocation failure leaves every item pending.
 // REQUIRES: s_pSingMutex held.
-RequestFollower::ItemList* RequestFollower::__remove(int tunerId, short pid, short tableId,
-                                                     short tableIdExt) {
+RequestFollower::ItemPtrList* RequestFollower::__remove(int tunerId, short pid, short tableId,
+                                                        short tableIdExt) {
   if (!getSpecificList(pid, tableId, tableIdExt)) {
-    return new ItemList();
+    return new ItemPtrList();
   }
-  ItemList* taken = __get(tunerId, pid, tableId, tableIdExt);
-  for (ItemList::iterator it = taken->begin(); it != taken->end(); ++it) {
+  ItemPtrList* taken = __get(tunerId, pid, tableId, tableIdExt);
+  for (ItemPtrList::iterator it = taken->begin(); it != taken->end(); ++it) {
     __unfile(*it);
     // Whichever item the id entry points to: ids are meant to be unique.
-    m_mapRequestId.erase(static_cast<int>((*it)->getRequestId()));
+    __forgetId((*it)->getRequestId());
   }
   m_iWakeMonitor = 1;
   return taken;
@@ -321,8 +312,8 @@ RequestFollower::ItemList* RequestFollower::__remove(int tunerId, short pid, sho
 // ---- Categories ----
 
 // The PID rows come first; PMTs are recognised by table id on any other PID.
-RequestFollower::ItemList* RequestFollower::getSpecificList(short pid, short tableId,
-                                                            short /*tableIdExt*/) {
+RequestFollower::CategoryList* RequestFollower::getSpecificList(short pid, short tableId,
+                                                                short /*tableIdExt*/) {
   switch (pid) {
     case 0x0000:
       return &m_lstPat;
@@ -346,126 +337,143 @@ RequestFollower::ItemList* RequestFollower::getSpecificList(short pid, short tab
 
 // ---- Filing ----
 
-// Enters a new item in the side indexes and makes sure that its id has an
-// entry; undoes its own insertions when one of them fails.
+// Links a new item into the time-out list (after every item whose deadline is
+// not later than its own: where a stable sort of the appended item would put
+// it), its category list and the deadline and key trees. The id index is the
+// caller's business.
 // REQUIRES: s_pSingMutex held.
-void RequestFollower::__index(
-    RequestFollowerItem* item, unsigned int requestId, const RequestKey& key,
-    const ItemPosition& position,
-    std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next) {
-  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator itOrder;
-  std::map<RequestKey, RequestFollowerItem*, RequestKeyLess>::iterator itKey;
-  std::map<RequestFollowerItem*, ItemPosition>::iterator itPosition;
-  int done = 0;
-  try {
-    itOrder = m_mapTimeOutOrder.insert(next, std::make_pair(key.toOrder, position.itTimeOut));
-    ++done;
-    itKey = m_mapRequestKey.insert(std::make_pair(key, item)).first;
-    ++done;
-    itPosition = m_mapPositions.insert(std::make_pair(item, position)).first;
-    ++done;
-    m_mapRequestId.insert(std::make_pair(static_cast<int>(requestId), item));
-  } catch (...) {
-    if (done > 2) {
-      m_mapPositions.erase(itPosition);
-    }
-    if (done > 1) {
-      m_mapRequestKey.erase(itKey);
-    }
-    if (done > 0) {
-      m_mapTimeOutOrder.erase(itOrder);
-    }
-    throw;
+void RequestFollower::__file(RequestFollowerItem* item, CategoryList* category) {
+  RequestFollowerItem::TimevalComparator earlier;
+  TreeLink* parent = NULL;
+  bool toLeft = false;
+  for (TreeLink* at = m_treeDeadline.root(); at;) {
+    parent = at;
+    toLeft = earlier(item, itemAt(at, ItemLinks::kDeadlineTree));
+    at = toLeft ? at->pLeft : at->pRight;
   }
+  TreeLink* link = linkOf(item, ItemLinks::kDeadlineTree);
+  m_treeDeadline.link(parent, toLeft, link);
+  TreeLink* next = ItemTree::next(link);
+  m_lstTimeOut.insert(
+      next ? TimeOutList::positionOf(itemAt(next, ItemLinks::kDeadlineTree)) : m_lstTimeOut.end(),
+      item);
+  category->pushBack(item);
+
+  // By key, then deadline; equal ones go right, so in order of addition.
+  parent = NULL;
+  toLeft = false;
+  for (TreeLink* at = m_treeKey.root(); at;) {
+    parent = at;
+    RequestFollowerItem* other = itemAt(at, ItemLinks::kKeyTree);
+    const int order = compareKey(item, other->getTunerId(), other->getPid(), other->getTableId(),
+                                 other->getTableIdExt());
+    toLeft = order < 0 || (order == 0 && earlier(item, other));
+    at = toLeft ? at->pLeft : at->pRight;
+  }
+  m_treeKey.link(parent, toLeft, linkOf(item, ItemLinks::kKeyTree));
 }
 
-// Takes the item out of the time-out list, its category list and the side
-// indexes; the id index is the caller's business.
+// Takes the item out of the time-out list, its category list and the trees
+// beside them; the id index is the caller's business.
 // REQUIRES: s_pSingMutex held.
 void RequestFollower::__unfile(RequestFollowerItem* item) {
-  std::map<RequestFollowerItem*, ItemPosition>::iterator it = m_mapPositions.find(item);
-  if (it == m_mapPositions.end()) {
-    return;
+  m_lstTimeOut.erase(item);
+  getSpecificList(item->getPid(), item->getTableId(), item->getTableIdExt())->erase(item);
+  m_treeDeadline.unlink(linkOf(item, ItemLinks::kDeadlineTree));
+  m_treeKey.unlink(linkOf(item, ItemLinks::kKeyTree));
+}
+
+// Enters the item under its id, in place of any item already there.
+// REQUIRES: s_pSingMutex held.
+void RequestFollower::__fileId(RequestFollowerItem* item) {
+  const int id = static_cast<int>(item->getRequestId());
+  TreeLink* parent = NULL;
+  bool toLeft = false;
+  for (TreeLink* at = m_mapRequestId.root(); at;) {
+    const int other = static_cast<int>(itemAt(at, ItemLinks::kIdTree)->getRequestId());
+    if (id == other) {
+      m_mapRequestId.replace(at, linkOf(item, ItemLinks::kIdTree));
+      return;
+    }
+    parent = at;
+    toLeft = id < other;
+    at = toLeft ? at->pLeft : at->pRight;
   }
-  TimeOutKey order;
-  order.tvDeadline = item->getTimeOut();
-  order.ullSequence = it->second.ullSequence;
-  m_lstTimeOut.erase(it->second.itTimeOut);
-  getSpecificList(item->getPid(), item->getTableId(), item->getTableIdExt())
-      ->erase(it->second.itCategory);
-  m_mapTimeOutOrder.erase(order);
-  m_mapRequestKey.erase(keyOf(item, order));
-  m_mapPositions.erase(it);
+  m_mapRequestId.link(parent, toLeft, linkOf(item, ItemLinks::kIdTree));
+}
+
+// Erases the id entry of requestId, whichever item it points to.
+// REQUIRES: s_pSingMutex held.
+void RequestFollower::__forgetId(unsigned int requestId) {
+  TreeLink* link = __findId(requestId);
+  if (link) {
+    m_mapRequestId.unlink(link);
+  }
 }
 
 // REQUIRES: s_pSingMutex held.
-bool RequestFollower::__isPending(RequestFollowerItem* item, unsigned long long sequence) const {
-  std::map<RequestFollowerItem*, ItemPosition>::const_iterator it = m_mapPositions.find(item);
-  return it != m_mapPositions.end() && it->second.ullSequence == sequence;
+TreeLink* RequestFollower::__findId(unsigned int requestId) const {
+  const int id = static_cast<int>(requestId);
+  TreeLink* at = m_mapRequestId.root();
+  while (at) {
+    const int other = static_cast<int>(itemAt(at, ItemLinks::kIdTree)->getRequestId());
+    if (id == other) {
+      return at;
+    }
+    at = id < other ? at->pLeft : at->pRight;
+  }
+  return NULL;
+}
+
+// The first pending item of the key in the key tree (its earliest), or null
+// when there is none.
+// REQUIRES: s_pSingMutex held.
+TreeLink* RequestFollower::__firstOfKey(int tunerId, short pid, short tableId,
+                                        short tableIdExt) const {
+  TreeLink* found = NULL;
+  TreeLink* at = m_treeKey.root();
+  while (at) {
+    const int order =
+        compareKey(itemAt(at, ItemLinks::kKeyTree), tunerId, pid, tableId, tableIdExt);
+    if (order < 0) {
+      at = at->pRight;
+    } else {
+      if (order == 0) {
+        found = at;
+      }
+      at = at->pLeft;
+    }
+  }
+  return found;
 }
 
 // ---- Keys and deadlines ----
 
-bool RequestFollower::TimeOutKeyLess::operator()(const TimeOutKey& a, const TimeOutKey& b) const {
-  if (a.tvDeadline.tv_sec != b.tvDeadline.tv_sec) {
-    return a.tvDeadline.tv_sec < b.tvDeadline.tv_sec;
-  }
-  if (a.tvDeadline.tv_usec != b.tvDeadline.tv_usec) {
-    return a.tvDeadline.tv_usec < b.tvDeadline.tv_usec;
-  }
-  return a.ullSequence < b.ullSequence;
+RequestFollower::RequestFollowerItem* RequestFollower::itemAt(TreeLink* link, int tree) {
+  return ItemLinks::itemOf<RequestFollowerItem>(ItemLinks::ofTree(link, tree));
 }
 
-bool RequestFollower::RequestKeyLess::operator()(const RequestKey& a, const RequestKey& b) const {
-  if (a.iTunerId != b.iTunerId) {
-    return a.iTunerId < b.iTunerId;
-  }
-  if (a.sPid != b.sPid) {
-    return a.sPid < b.sPid;
-  }
-  if (a.sTableId != b.sTableId) {
-    return a.sTableId < b.sTableId;
-  }
-  if (a.sTableIdExt != b.sTableIdExt) {
-    return a.sTableIdExt < b.sTableIdExt;
-  }
-  return TimeOutKeyLess()(a.toOrder, b.toOrder);
+TreeLink* RequestFollower::linkOf(RequestFollowerItem* item, int tree) {
+  return &ItemLinks::of(item)->lnkTrees[tree];
 }
 
-RequestFollower::RequestKey RequestFollower::makeKey(int tunerId, short pid, short tableId,
-                                                     short tableIdExt, const TimeOutKey& order) {
-  RequestKey key;
-  key.iTunerId = tunerId;
-  key.sPid = pid;
-  key.sTableId = tableId;
-  key.sTableIdExt = tableIdExt;
-  key.toOrder = order;
-  return key;
-}
-
-RequestFollower::RequestKey RequestFollower::keyOf(RequestFollowerItem* item,
-                                                   const TimeOutKey& order) {
-  return makeKey(item->getTunerId(), item->getPid(), item->getTableId(), item->getTableIdExt(),
-                 order);
-}
-
-// The smallest entry of a key: no pending item of that key sorts before it.
-RequestFollower::RequestKey RequestFollower::firstKey(int tunerId, short pid, short tableId,
-                                                      short tableIdExt) {
-  RequestKey key;
-  key.iTunerId = tunerId;
-  key.sPid = pid;
-  key.sTableId = tableId;
-  key.sTableIdExt = tableIdExt;
-  key.toOrder.tvDeadline.tv_sec = std::numeric_limits<time_t>::min();
-  key.toOrder.tvDeadline.tv_usec = std::numeric_limits<suseconds_t>::min();
-  key.toOrder.ullSequence = 0;
-  return key;
-}
-
-bool RequestFollower::sameKey(const RequestKey& a, const RequestKey& b) {
-  return a.iTunerId == b.iTunerId && a.sPid == b.sPid && a.sTableId == b.sTableId &&
-         a.sTableIdExt == b.sTableIdExt;
+// The item's key against the given one, each part signed: negative, zero or
+// positive as the item's key sorts before, with or after it.
+int RequestFollower::compareKey(const RequestFollowerItem* item, int tunerId, short pid,
+                                short tableId, short tableIdExt) {
+  if (item->getTunerId() != tunerId) {
+    return item->getTunerId() < tunerId ? -1 : 1;
+  }
+  if (item->getPid() != pid) {
+    return item->getPid() < pid ? -1 : 1;
+  }
+  if (item->getTableId() != tableId) {
+    return item->getTableId() < tableId ? -1 : 1;
+  }
+  if (item->getTableIdExt() != tableIdExt) {
+    return item->getTableIdExt() < tableIdExt ? -1 : 1;
+  }
+  return 0;
 }
 
 // now + timeOut with the microsecond carry. False for microseconds outside

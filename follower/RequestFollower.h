@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <list>
-#include <map>
 
+#include "IntrusiveList.h"
+#include "ItemLinks.h"
+#include "ItemTree.h"
 #include "OstrelExport.h"
 
 namespace Ostrel {
@@ -18,6 +20,10 @@ class OstrelGingaCommonCore;
 // pending request sits in the time-out list (earliest deadline first, equal
 // deadlines in order of addition), in the id index and in one of nine category
 // lists chosen by PID and table id; a request in no category is refused.
+//
+// Every list and index is threaded through links that live in the request's
+// own heap block (see RequestFollowerItem), so that following a request costs
+// one allocation, and adding or taking it out costs logarithmic time.
 //
 // One recursive lock, s_pSingMutex, guards the instance pointer and all state.
 // A monitor thread, started with the instance, reports each request whose
@@ -75,36 +81,9 @@ class OSTREL_EXPORT RequestFollower {
  private:
   friend class RequestFollowerTestPeer;
 
-  typedef std::list<RequestFollowerItem*> ItemList;
-
-  // Position in the time-out list: deadline, then order of addition.
-  struct TimeOutKey {
-    timeval tvDeadline;
-    unsigned long long ullSequence;
-  };
-  struct TimeOutKeyLess {
-    bool operator()(const TimeOutKey& a, const TimeOutKey& b) const;
-  };
-
-  // A request key followed by the time-out position, so that the items of one
-  // key lie together and in time-out order.
-  struct RequestKey {
-    int iTunerId;
-    short sPid;
-    short sTableId;
-    short sTableIdExt;
-    TimeOutKey toOrder;
-  };
-  struct RequestKeyLess {
-    bool operator()(const RequestKey& a, const RequestKey& b) const;
-  };
-
-  // Where a pending item sits, so that taking it out needs no list walk.
-  struct ItemPosition {
-    unsigned long long ullSequence;
-    ItemList::iterator itTimeOut;
-    ItemList::iterator itCategory;
-  };
+  typedef std::list<RequestFollowerItem*> ItemPtrList;
+  typedef IntrusiveList<RequestFollowerItem, ItemLinks::kTimeOutList> TimeOutList;
+  typedef IntrusiveList<RequestFollowerItem, ItemLinks::kCategoryList> CategoryList;
 
   RequestFollower();
   ~RequestFollower();
@@ -115,25 +94,26 @@ class OSTREL_EXPORT RequestFollower {
   bool __add(unsigned int requestId, int tunerId, short pid, short tableId, short tableIdExt,
              void* userData, void (*release)(void*), timeval timeOut, unsigned int requestCounter);
   RequestFollowerItem* __get(unsigned int requestId);
-  ItemList* __get(int tunerId, short pid, short tableId, short tableIdExt);
+  ItemPtrList* __get(int tunerId, short pid, short tableId, short tableIdExt);
   RequestFollowerItem* __remove(unsigned int requestId);
-  ItemList* __remove(int tunerId, short pid, short tableId, short tableIdExt);
+  ItemPtrList* __remove(int tunerId, short pid, short tableId, short tableIdExt);
 
   // The category list of (pid, tableId), or null when it has none.
-  ItemList* getSpecificList(short pid, short tableId, short tableIdExt);
+  CategoryList* getSpecificList(short pid, short tableId, short tableIdExt);
 
-  void __index(RequestFollowerItem* item, unsigned int requestId, const RequestKey& key,
-               const ItemPosition& position,
-               std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess>::iterator next);
+  void __file(RequestFollowerItem* item, CategoryList* category);
   void __unfile(RequestFollowerItem* item);
-  bool __isPending(RequestFollowerItem* item, unsigned long long sequence) const;
+  void __fileId(RequestFollowerItem* item);
+  void __forgetId(unsigned int requestId);
+  TreeLink* __findId(unsigned int requestId) const;
+  TreeLink* __firstOfKey(int tunerId, short pid, short tableId, short tableIdExt) const;
   RequestFollower* __claimWake();
   static void wake(RequestFollower* follower);
-  static RequestKey makeKey(int tunerId, short pid, short tableId, short tableIdExt,
-                            const TimeOutKey& order);
-  static RequestKey keyOf(RequestFollowerItem* item, const TimeOutKey& order);
-  static RequestKey firstKey(int tunerId, short pid, short tableId, short tableIdExt);
-  static bool sameKey(const RequestKey& a, const RequestKey& b);
+  static void deleteItem(RequestFollowerItem* item);
+  static RequestFollowerItem* itemAt(TreeLink* link, int tree);
+  static TreeLink* linkOf(RequestFollowerItem* item, int tree);
+  static int compareKey(const RequestFollowerItem* item, int tunerId, short pid, short tableId,
+                        short tableIdExt);
   static bool deadlineAfter(const timeval& now, const timeval& timeOut, timeval* deadline);
 
   // Monitor thread (RequestFollower_monitor.cpp).
@@ -160,25 +140,24 @@ class OSTREL_EXPORT RequestFollower {
   // broadcasts still to come, which the teardown waits for).
   int m_iWakeMonitor;
   std::atomic<int> m_iWakers;
-  ItemList m_lstTimeOut;
-  std::map<int, RequestFollowerItem*> m_mapRequestId;
-  ItemList m_lstPat;
-  ItemList m_lstCat;
-  ItemList m_lstNit;
-  ItemList m_lstSdt;
-  ItemList m_lstEitPf;
-  ItemList m_lstEitSchedule;
-  ItemList m_lstTot;
-  ItemList m_lstPid26;
-  ItemList m_lstPmt;
+  TimeOutList m_lstTimeOut;
+  // The id index: ordered by request id (as int), at most one item per id.
+  ItemTree m_mapRequestId;
+  CategoryList m_lstPat;
+  CategoryList m_lstCat;
+  CategoryList m_lstNit;
+  CategoryList m_lstSdt;
+  CategoryList m_lstEitPf;
+  CategoryList m_lstEitSchedule;
+  CategoryList m_lstTot;
+  CategoryList m_lstPid26;
+  CategoryList m_lstPmt;
 
   // Beside the lists above, kept in step with them: the time-out list's order
-  // as a search tree (where a new item goes), an index by request key, and each
-  // item's places in the lists.
-  std::map<TimeOutKey, ItemList::iterator, TimeOutKeyLess> m_mapTimeOutOrder;
-  std::map<RequestKey, RequestFollowerItem*, RequestKeyLess> m_mapRequestKey;
-  std::map<RequestFollowerItem*, ItemPosition> m_mapPositions;
-  unsigned long long m_ullNextSequence;
+  // as a search tree (where a new item goes), and the pending items by request
+  // key, then deadline, then order of addition.
+  ItemTree m_treeDeadline;
+  ItemTree m_treeKey;
 };
 
 }  // namespace Ostrel

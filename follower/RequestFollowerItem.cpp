@@ -1,7 +1,25 @@
 // One outstanding request and its deadline order.
 #include "RequestFollowerItem.h"
 
+#include <new>
+
+#include "ItemLinks.h"
+
 namespace Ostrel {
+
+void* RequestFollower::RequestFollowerItem::operator new(size_t size) {
+  static_assert(alignof(RequestFollowerItem) <= kItemAlign,
+                "the item must be aligned within its block");
+  char* block = static_cast<char*>(::operator new(kItemOffset + size));
+  ::new (block) ItemLinks();
+  return block + kItemOffset;
+}
+
+void RequestFollower::RequestFollowerItem::operator delete(void* item) {
+  if (item) {
+    ::operator delete(ItemLinks::of(item));
+  }
+}
 
 RequestFollower::RequestFollowerItem::RequestFollowerItem(unsigned int requestId, int tunerId,
                                                           short pid, short tableId,

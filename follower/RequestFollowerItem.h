@@ -1,6 +1,7 @@
 #ifndef OSTREL_REQUEST_FOLLOWER_ITEM_H
 #define OSTREL_REQUEST_FOLLOWER_ITEM_H
 
+#include <stddef.h>
 #include <sys/time.h>
 
 #include "OstrelExport.h"
@@ -14,6 +15,10 @@ namespace Ostrel {
 // made. Created with new and handled by pointer only; whoever takes it out of
 // the registry deletes it, which releases the user data. No lock of its own:
 // pending items are touched under the registry's lock only.
+//
+// Its heap block also holds the registry's links of the item (ItemLinks, just
+// before it), so that a pending request takes one allocation: new and delete
+// of an item always go through the item's own operator new and delete.
 class OSTREL_EXPORT RequestFollower::RequestFollowerItem {
  public:
   // Orders items by deadline, earliest first; equal deadlines are not less
@@ -30,6 +35,11 @@ class OSTREL_EXPORT RequestFollower::RequestFollowerItem {
 
   // Calls release(userData) once when both are set; otherwise does nothing.
   ~RequestFollowerItem();
+
+  // The item's block with room for the registry's links in front; throws
+  // std::bad_alloc as the global operator new does.
+  static void* operator new(size_t size);
+  static void operator delete(void* item);
 
   // Order on (deadline, tuner id, PID, table id, table id extension), signed.
   bool operator<(const RequestFollowerItem& other) const;

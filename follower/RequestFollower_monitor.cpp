@@ -1,7 +1,5 @@
 // The monitor thread: sleeps until the earliest deadline, then reports and
 // deletes every request whose deadline has passed.
-#include <vector>
-
 #include "OstrelGingaCommonCore.h"
 #include "RequestFollower.h"
 #include "ScopedLock.h"
@@ -109,20 +107,16 @@ bool RequestFollower::__waitForDeadline() {
   return true;
 }
 
-// Collects the expired head of the time-out list, then takes each out just
-// before its report. An item that a callback of this pass has meanwhile taken
-// out (or replaced at the same address) is skipped, not reported twice.
+// Reports the expired head of the time-out list, one item at a time, each
+// taken out just before its report. The list is in deadline order, so the
+// pass stops at the first item not yet due. Looking at the head again after
+// every report means that an item which a callback of this pass has taken out
+// is simply not there, and an item that it adds is due at the clock or later,
+// which this pass's reading does not count as past.
 // REQUIRES: s_pSingMutex held.
 void RequestFollower::__expire(OstrelGingaCommonCore* core, const timeval& now) {
-  std::vector<std::pair<RequestFollowerItem*, unsigned long long>> expired;
-  for (ItemList::iterator it = m_lstTimeOut.begin();
-       it != m_lstTimeOut.end() && (*it)->isTimedOut(now); ++it) {
-    expired.push_back(std::make_pair(*it, m_mapPositions.find(*it)->second.ullSequence));
-  }
-  for (size_t i = 0; i < expired.size(); ++i) {
-    if (__isPending(expired[i].first, expired[i].second)) {
-      __report(core, expired[i].first);
-    }
+  while (!m_lstTimeOut.empty() && m_lstTimeOut.front()->isTimedOut(now)) {
+    __report(core, m_lstTimeOut.front());
   }
 }
 
@@ -131,13 +125,13 @@ void RequestFollower::__expire(OstrelGingaCommonCore* core, const timeval& now) 
 // REQUIRES: s_pSingMutex held.
 void RequestFollower::__report(OstrelGingaCommonCore* core, RequestFollowerItem* item) {
   __unfile(item);
-  m_mapRequestId.erase(static_cast<int>(item->getRequestId()));
+  __forgetId(item->getRequestId());
   if (!core->requestTimedOut(item->getRequestId(), item->getTunerId(), item->getPid(),
                              item->getTableId(), item->getTableIdExt(), item->getUserData(),
                              item->getTimeOut(), item->getRequestCounter())) {
     log("%s: Monitor: Request timeout notification failed!");
   }
-  delete item;
+  deleteItem(item);
 }
 
 }  // namespace Ostrel

@@ -1,13 +1,15 @@
-// add when the allocator fails part-way: this program replaces the global
-// operator new so that the n-th allocation on the test's thread throws. Each
-// failure must leave the registry exactly as it was, the request absent and
-// the user data unreleased (it stays the caller's).
+// add and remove by key when the allocator fails part-way: this program
+// replaces the global operator new so that the n-th allocation on the test's
+// thread throws. Each failure must leave the registry exactly as it was: no
+// request added or taken out, no user data released.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <list>
 #include <new>
+#include <vector>
 
 #include "CountedUserData.h"
 #include "RequestFollower.h"
@@ -100,7 +102,47 @@ TEST(FollowerAllocation, FailedAddLeavesEverythingAsItWas) {
     EXPECT_EQ(1, data.releases);
     break;
   }
-  EXPECT_GE(failures, 5);  // each allocation of add was made to fail in turn
+  EXPECT_EQ(1, failures);  // one allocation per request: the item, its links inside
   EXPECT_TRUE(RequestFollower::destroy());
   EXPECT_EQ(1, keep.releases);
+}
+
+TEST(FollowerAllocation, FailedRemoveByKeyLeavesEveryMatchPending) {
+  s_testThread = pthread_self();
+  CountedUserData first, second;
+  ASSERT_TRUE(
+      RequestFollower::add(1, 1, 0x11, 0x42, 0, &first, &CountedUserData::release, tv(100, 0), 1));
+  ASSERT_TRUE(
+      RequestFollower::add(2, 1, 0x11, 0x42, 0, &second, &CountedUserData::release, tv(50, 0), 1));
+  ASSERT_TRUE(RequestFollower::add(3, 2, 0x11, 0x42, 0, nullptr, nullptr, tv(70, 0), 1));
+  int failures = 0;
+  for (long n = 0;; ++n) {
+    SCOPED_TRACE(n);
+    std::list<RequestFollower::RequestFollowerItem*>* taken = nullptr;
+    s_failAfter = n;
+    s_armed = true;
+    try {
+      taken = RequestFollower::remove(1, 0x11, 0x42, 0);
+    } catch (const std::bad_alloc&) {
+      s_armed = false;
+      ++failures;
+      EXPECT_EQ((std::vector<unsigned int>{2, 3, 1}), RequestFollowerTestPeer::timeOutOrder());
+      EXPECT_NE(nullptr, RequestFollower::get(1));
+      EXPECT_NE(nullptr, RequestFollower::get(2));
+      EXPECT_EQ("", RequestFollowerTestPeer::inconsistency());
+      continue;
+    }
+    s_armed = false;
+    ASSERT_EQ(2u, taken->size());
+    EXPECT_EQ(2u, taken->front()->getRequestId());
+    for (RequestFollower::RequestFollowerItem* item : *taken)
+      delete item;
+    delete taken;
+    break;
+  }
+  EXPECT_EQ(3, failures);  // the list, then each of its two nodes
+  EXPECT_EQ(1, first.releases);
+  EXPECT_EQ(1, second.releases);
+  EXPECT_EQ((std::vector<unsigned int>{3}), RequestFollowerTestPeer::timeOutOrder());
+  EXPECT_TRUE(RequestFollower::destroy());
 }

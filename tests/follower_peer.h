@@ -19,6 +19,9 @@ namespace Ostrel {
 class RequestFollowerTestPeer {
  public:
   using Item = RequestFollower::RequestFollowerItem;
+  using TreeLink = Ostrel::TreeLink;
+  using ItemTree = Ostrel::ItemTree;
+  using ItemLinks = Ostrel::ItemLinks;
 
   static void lock() { pthread_mutex_lock(&RequestFollower::s_pSingMutex); }
   static void unlock() { pthread_mutex_unlock(&RequestFollower::s_pSingMutex); }
@@ -28,7 +31,7 @@ class RequestFollowerTestPeer {
     RequestFollower::getInstance();
     lock();
     RequestFollower* f = RequestFollower::s_pInstance.load();
-    RequestFollower::ItemList* list = f->getSpecificList(pid, tableId, 0);
+    RequestFollower::CategoryList* list = f->getSpecificList(pid, tableId, 0);
     std::string name;
     for (const auto& [candidate, label] : lists(f)) {
       if (candidate == list)
@@ -81,14 +84,15 @@ class RequestFollowerTestPeer {
   }
 
  private:
-  static std::vector<std::pair<RequestFollower::ItemList*, std::string>> lists(RequestFollower* f) {
+  static std::vector<std::pair<RequestFollower::CategoryList*, std::string>> lists(
+      RequestFollower* f) {
     return {{&f->m_lstPat, "Pat"}, {&f->m_lstCat, "Cat"},     {&f->m_lstNit, "Nit"},
             {&f->m_lstSdt, "Sdt"}, {&f->m_lstEitPf, "EitPf"}, {&f->m_lstEitSchedule, "EitSchedule"},
             {&f->m_lstTot, "Tot"}, {&f->m_lstPid26, "Pid26"}, {&f->m_lstPmt, "Pmt"}};
   }
 
   static std::string check(RequestFollower* f) {
-    const auto& timeOut = f->m_lstTimeOut;
+    auto& timeOut = f->m_lstTimeOut;
     std::set<Item*> pending(timeOut.begin(), timeOut.end());
     if (pending.size() != timeOut.size())
       return "an item twice in the time-out list";
@@ -109,20 +113,38 @@ class RequestFollowerTestPeer {
     }
     if (inCategories != pending.size())
       return "category lists and time-out list differ in size";
-    for (const auto& [id, item] : f->m_mapRequestId) {
+    int previousId = 0;
+    size_t ids = 0;
+    for (TreeLink* link = f->m_mapRequestId.first(); link; link = ItemTree::next(link), ++ids) {
+      Item* item = RequestFollower::itemAt(link, ItemLinks::kIdTree);
+      const int id = static_cast<int>(item->getRequestId());
       if (!pending.count(item))
         return "id index points to an item not pending";
-      if (static_cast<int>(item->getRequestId()) != id)
-        return "id index under the wrong id";
+      if (ids > 0 && id <= previousId)
+        return "id index out of order or with an id twice";
+      previousId = id;
     }
-    if (f->m_mapPositions.size() != pending.size() || f->m_mapRequestKey.size() != pending.size() ||
-        f->m_mapTimeOutOrder.size() != pending.size())
-      return "side indexes differ in size from the time-out list";
+    if (ids != f->m_mapRequestId.size())
+      return "id index miscounts its entries";
+    if (f->m_treeDeadline.size() != pending.size() || f->m_treeKey.size() != pending.size())
+      return "trees differ in size from the time-out list";
     auto listIt = timeOut.begin();
-    for (const auto& [order, position] : f->m_mapTimeOutOrder) {
-      if (*position != *listIt)
-        return "deadline index out of step with the time-out list";
-      ++listIt;
+    for (TreeLink* link = f->m_treeDeadline.first(); link; link = ItemTree::next(link), ++listIt) {
+      if (RequestFollower::itemAt(link, ItemLinks::kDeadlineTree) != *listIt)
+        return "deadline tree out of step with the time-out list";
+    }
+    Item* previous = nullptr;
+    for (TreeLink* link = f->m_treeKey.first(); link; link = ItemTree::next(link)) {
+      Item* item = RequestFollower::itemAt(link, ItemLinks::kKeyTree);
+      if (!pending.count(item))
+        return "key tree holds an item not pending";
+      if (previous) {
+        const int order = RequestFollower::compareKey(previous, item->getTunerId(), item->getPid(),
+                                                      item->getTableId(), item->getTableIdExt());
+        if (order > 0 || (order == 0 && earlier(item, previous)))
+          return "key tree out of order";
+      }
+      previous = item;
     }
     return "";
   }
