@@ -3,6 +3,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/time.h>
 
 namespace Ostrel {
 
@@ -23,13 +24,16 @@ struct TreeLink {
 // The places of one pending request in the follower's lists and trees. They
 // live in the same heap block as the request's item, just before it, so that
 // a pending request costs one allocation and nothing else (the item's own
-// operator new lays the block out).
+// operator new lays the block out). The request's deadline is kept beside its
+// deadline-tree links, so that a walk down that tree reads one cache line per
+// level instead of two.
 struct ItemLinks {
   enum { kTimeOutList, kCategoryList, kListCount };
-  enum { kDeadlineTree, kKeyTree, kIdTree, kTreeCount };
+  enum { kIdTree, kKeyTree, kDeadlineTree, kTreeCount };
 
   ListLink lnkLists[kListCount];
   TreeLink lnkTrees[kTreeCount];
+  timeval tvDeadline;  // the item's deadline, while it is in the deadline tree
 
   template <class T>
   static T* itemOf(ItemLinks* links);
@@ -44,10 +48,10 @@ struct ItemLinks {
   }
 };
 
-// Where the item starts in the block: after the links, aligned for any scalar
-// or pointer that the item holds.
-const size_t kItemAlign = 8;
-const size_t kItemOffset = (sizeof(ItemLinks) + kItemAlign - 1) & ~(kItemAlign - 1);
+// Where the item starts in the block: right after the links, which hold every
+// kind of field that the item holds (pointers, time values) and so are
+// aligned for it.
+const size_t kItemOffset = sizeof(ItemLinks);
 
 template <class T>
 inline T* ItemLinks::itemOf(ItemLinks* links) {

@@ -16,6 +16,12 @@ namespace {
 const char* const kModule = "RequestFollower";
 const long kMicrosecondsPerSecond = 1000000L;
 
+// The time-out list's order (RequestFollowerItem::TimevalComparator), on the
+// deadlines kept in the links.
+inline bool earlier(const timeval& a, const timeval& b) {
+  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_usec < b.tv_usec;
+}
+
 }  // namespace
 
 std::atomic<RequestFollower*> RequestFollower::s_pInstance(NULL);
@@ -343,12 +349,14 @@ RequestFollower::CategoryList* RequestFollower::getSpecificList(short pid, short
 // caller's business.
 // REQUIRES: s_pSingMutex held.
 void RequestFollower::__file(RequestFollowerItem* item, CategoryList* category) {
-  RequestFollowerItem::TimevalComparator earlier;
+  ItemLinks* links = ItemLinks::of(item);
+  links->tvDeadline = item->getTimeOut();
   TreeLink* parent = NULL;
   bool toLeft = false;
   for (TreeLink* at = m_treeDeadline.root(); at;) {
     parent = at;
-    toLeft = earlier(item, itemAt(at, ItemLinks::kDeadlineTree));
+    toLeft =
+        earlier(links->tvDeadline, ItemLinks::ofTree(at, ItemLinks::kDeadlineTree)->tvDeadline);
     at = toLeft ? at->pLeft : at->pRight;
   }
   TreeLink* link = linkOf(item, ItemLinks::kDeadlineTree);
@@ -367,7 +375,7 @@ void RequestFollower::__file(RequestFollowerItem* item, CategoryList* category) 
     RequestFollowerItem* other = itemAt(at, ItemLinks::kKeyTree);
     const int order = compareKey(item, other->getTunerId(), other->getPid(), other->getTableId(),
                                  other->getTableIdExt());
-    toLeft = order < 0 || (order == 0 && earlier(item, other));
+    toLeft = order < 0 || (order == 0 && earlier(links->tvDeadline, other->getTimeOut()));
     at = toLeft ? at->pLeft : at->pRight;
   }
   m_treeKey.link(parent, toLeft, linkOf(item, ItemLinks::kKeyTree));

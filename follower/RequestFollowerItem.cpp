@@ -8,7 +8,7 @@
 namespace Ostrel {
 
 void* RequestFollower::RequestFollowerItem::operator new(size_t size) {
-  static_assert(alignof(RequestFollowerItem) <= kItemAlign,
+  static_assert(alignof(RequestFollowerItem) <= alignof(ItemLinks),
                 "the item must be aligned within its block");
   char* block = static_cast<char*>(::operator new(kItemOffset + size));
   ::new (block) ItemLinks();
