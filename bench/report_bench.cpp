@@ -28,6 +28,7 @@
 #include <mutex>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Cacher.h"
@@ -302,6 +303,65 @@ void BM_Follower_Ref(benchmark::State& state) {
     map.insert(std::make_pair(key, &map));
     if (map.erase(key) == 0)
       state.SkipWithError("not taken");
+  }
+}
+
+// The reference again, with what the registry's rule adds to every change
+// of the pending requests: a broadcast to a thread that sleeps on a far
+// deadline as the monitor does, wakes, takes the lock, reads the clock and
+// sleeps again. Two changes (insert, erase), two wake-ups.
+class SleepingMonitor {
+ public:
+  SleepingMonitor() : m_thread([this] { run(); }) {}
+  ~SleepingMonitor() {
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      m_bStop = true;
+    }
+    m_cond.notify_all();
+    m_thread.join();
+  }
+  // Broadcasts after the lock is let go, as the follower does.
+  void change() {
+    { std::lock_guard<std::mutex> lock(m_mutex); }
+    m_cond.notify_all();
+  }
+
+ private:
+  void run() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto far = std::chrono::system_clock::now() + std::chrono::hours(1);
+    while (!m_bStop) {
+      m_cond.wait_until(lock, far);
+      timeval now;
+      gettimeofday(&now, nullptr);
+      benchmark::DoNotOptimize(now);
+    }
+  }
+
+  std::mutex m_mutex;
+  std::condition_variable m_cond;
+  bool m_bStop = false;
+  std::thread m_thread;
+};
+
+void BM_Follower_RefWake(benchmark::State& state) {
+  std::minstd_rand random(7);
+  auto deadlineKey = [&random] {
+    timeval t = spreadTimeOut(&random);
+    return uint64_t(t.tv_sec) * 1000000u + uint64_t(t.tv_usec);
+  };
+  std::multimap<uint64_t, void*> map;
+  for (int i = 0; i < kOutstanding; ++i)
+    map.insert(std::make_pair(deadlineKey(), &map));
+  SleepingMonitor monitor;
+  for (auto _ : state) {
+    const uint64_t key = deadlineKey();
+    map.insert(std::make_pair(key, &map));
+    monitor.change();
+    if (map.erase(key) == 0)
+      state.SkipWithError("not taken");
+    monitor.change();
   }
 }
 
@@ -627,6 +687,8 @@ void printTable(const Collector& c) {
           "BM_Follower_Ours", "BM_Follower_Ref", 1, 3, "at most 3");
   timeRow(c, "the same, calling thread's CPU only (no monitor wake-ups)", "BM_Follower_OursCaller",
           "BM_Follower_Ref", 1, 3, "at most 3");
+  timeRow(c, "the same pair / `std::multimap` plus two wake-ups of a sleeping monitor thread",
+          "BM_Follower_Ours", "BM_Follower_RefWake", 1, 3, "at most 3 (information)");
   if (const Figure* l = c.find("BM_Lateness")) {
     const double ours = l->mapCounters.at("ours_p99_us");
     const double ref = l->mapCounters.at("ref_p99_us");
@@ -682,6 +744,7 @@ BENCHMARK(BM_Follower_Ours)->MeasureProcessCPUTime();
 // The same, the calling thread's CPU time only (the monitor's wake-ups left out).
 BENCHMARK(BM_Follower_Ours)->Name("BM_Follower_OursCaller");
 BENCHMARK(BM_Follower_Ref)->MeasureProcessCPUTime();
+BENCHMARK(BM_Follower_RefWake)->MeasureProcessCPUTime();
 BENCHMARK(BM_Lateness)->Iterations(1)->UseRealTime();
 #ifdef OSTREL_REPORT_SIM
 BENCHMARK(BM_Demux_Ours);
