@@ -6,17 +6,8 @@
 
 namespace Ostrel {
 
-namespace {
-
-// Alignment of every block and object: enough for what the table library
-// places here (pointers, long long), on 32-bit targets as on 64-bit ones.
-const size_t kAlign = 8;
-
-size_t roundUp(size_t n) {
-  return (n + kAlign - 1) & ~(kAlign - 1);
-}
-
-}  // namespace
+const size_t TArena::kMaxBlock;
+const size_t TArena::kAlign;
 
 TArena::TArena(size_t firstBlock)
     : m_pBlocks(0), m_pNext(0), m_uiLeft(0), m_uiNextBlock(firstBlock < 256 ? 256 : firstBlock) {}
@@ -29,19 +20,11 @@ TArena::~TArena() {
   }
 }
 
-void* TArena::allocate(size_t size) {
-  size = roundUp(size == 0 ? 1 : size);
-  if (size > m_uiLeft)
-    return grow(size);
-  void* p = m_pNext;
-  m_pNext += size;
-  m_uiLeft -= size;
-  return p;
-}
-
 void* TArena::grow(size_t size) {
-  size_t header = roundUp(sizeof(Block));
-  size_t blockSize = m_uiNextBlock > size ? m_uiNextBlock : size;
+  const size_t header = footprint(sizeof(Block));
+  size_t blockSize = m_uiNextBlock < kMaxBlock - header ? m_uiNextBlock : kMaxBlock - header;
+  if (blockSize < size)
+    blockSize = size;
   if (blockSize > static_cast<size_t>(-1) - header)
     throw std::bad_alloc();
   Block* block = static_cast<Block*>(std::malloc(header + blockSize));
