@@ -10,6 +10,8 @@ namespace Ostrel {
 // fields (isDecoded() is then true); every other descriptor, and a known one
 // whose payload does not fit its layout, is a plain TDescriptor.
 // Immutable once made. Lives in its table's memory: valid while the table is.
+// Holds nothing to release: a list may drop a raw descriptor without running
+// its destructor (see TDescriptorList).
 class TDescriptor {
  public:
   // data must outlive the descriptor (the table's copy of its section).

@@ -13,70 +13,24 @@
 
 namespace Ostrel {
 
-TDescriptorList::~TDescriptorList() {
-  clear();
+namespace {
+
+inline TDescriptor* raw(unsigned char tag, const unsigned char* data, unsigned int length,
+                        TArena* arena) {
+  return new (arena->allocate(sizeof(TDescriptor))) TDescriptor(tag, data, length);
 }
 
-TDescriptorList::TDescriptorList(TDescriptorList&& other) noexcept
-    : m_ppItems(other.m_ppItems), m_uiSize(other.m_uiSize) {
-  other.m_ppItems = 0;
-  other.m_uiSize = 0;
-}
-
-TDescriptorList& TDescriptorList::operator=(TDescriptorList&& other) noexcept {
-  if (this != &other) {
-    clear();
-    m_ppItems = other.m_ppItems;
-    m_uiSize = other.m_uiSize;
-    other.m_ppItems = 0;
-    other.m_uiSize = 0;
+// The object for one descriptor, placed in arena: the decoded class for a
+// known tag whose payload fits its layout, else a raw TDescriptor. Sets
+// *owning when the object holds memory of its own (see m_bDestroy).
+inline TDescriptor* make(unsigned char tag, const unsigned char* data, unsigned int length,
+                         TArena* arena, bool* owning) {
+  // First the one that a PMT carries for nearly every stream. Its one byte is
+  // kept in the object: nothing to destroy.
+  if (tag == TStreamIdentifierDescriptor::kTag) {
+    TDescriptor* d = TStreamIdentifierDescriptor::decode(data, length, arena);
+    return d ? d : raw(tag, data, length, arena);
   }
-  return *this;
-}
-
-void TDescriptorList::clear() {
-  // The memory is the arena's: only the destructors run here.
-  for (unsigned int i = 0; i < m_uiSize; ++i)
-    m_ppItems[i]->~TDescriptor();
-  m_ppItems = 0;
-  m_uiSize = 0;
-}
-
-bool TDescriptorList::parse(TSectionReader loop, TArena* arena) {
-  clear();
-  // First pass: check every length and count, so that the array is sized once.
-  TSectionReader scan = loop;
-  unsigned int count = 0;
-  while (scan.ok() && !scan.atEnd()) {
-    scan.u8();
-    scan.skip(scan.u8());
-    ++count;
-  }
-  if (!scan.ok())
-    return false;
-  if (count == 0)
-    return true;
-  m_ppItems = static_cast<TDescriptor**>(arena->allocate(count * sizeof(TDescriptor*)));
-  while (m_uiSize < count) {
-    unsigned char tag = loop.u8();
-    unsigned char length = loop.u8();
-    const unsigned char* payload = loop.bytes(length);
-    m_ppItems[m_uiSize] = create(tag, payload, length, arena);
-    ++m_uiSize;
-  }
-  return true;
-}
-
-const TDescriptor* TDescriptorList::find(unsigned char tag) const {
-  for (unsigned int i = 0; i < m_uiSize; ++i) {
-    if (m_ppItems[i]->getTag() == tag)
-      return m_ppItems[i];
-  }
-  return 0;
-}
-
-TDescriptor* TDescriptorList::create(unsigned char tag, const unsigned char* data,
-                                     unsigned int length, TArena* arena) {
   TDescriptor* decoded = 0;
   switch (tag) {
     case TNetworkNameDescriptor::kTag:
@@ -87,9 +41,6 @@ TDescriptor* TDescriptorList::create(unsigned char tag, const unsigned char* dat
       break;
     case TServiceDescriptor::kTag:
       decoded = TServiceDescriptor::decode(data, length, arena);
-      break;
-    case TStreamIdentifierDescriptor::kTag:
-      decoded = TStreamIdentifierDescriptor::decode(data, length, arena);
       break;
     case TLocalTimeOffsetDescriptor::kTag:
       decoded = TLocalTimeOffsetDescriptor::decode(data, length, arena);
@@ -106,9 +57,127 @@ TDescriptor* TDescriptorList::create(unsigned char tag, const unsigned char* dat
     default:
       break;
   }
-  if (decoded)
-    return decoded;
-  return new (arena->allocate(sizeof(TDescriptor))) TDescriptor(tag, data, length);
+  if (decoded == 0)
+    return raw(tag, data, length, arena);
+  *owning = true;
+  return decoded;
+}
+
+// The largest object make() places for tag (a decoded class is never smaller
+// than the raw one it falls back to).
+size_t objectSize(unsigned char tag) {
+  switch (tag) {
+    case TNetworkNameDescriptor::kTag:
+      return sizeof(TNetworkNameDescriptor);
+    case TServiceListDescriptor::kTag:
+      return sizeof(TServiceListDescriptor);
+    case TServiceDescriptor::kTag:
+      return sizeof(TServiceDescriptor);
+    case TStreamIdentifierDescriptor::kTag:
+      return sizeof(TStreamIdentifierDescriptor);
+    case TLocalTimeOffsetDescriptor::kTag:
+      return sizeof(TLocalTimeOffsetDescriptor);
+    case TTSInformationDescriptor::kTag:
+      return sizeof(TTSInformationDescriptor);
+    case TTerrestrialDeliverySystemDescriptor::kTag:
+      return sizeof(TTerrestrialDeliverySystemDescriptor);
+    case TPartialReceptionDescriptor::kTag:
+      return sizeof(TPartialReceptionDescriptor);
+    default:
+      return sizeof(TDescriptor);
+  }
+}
+
+}  // namespace
+
+TDescriptorList::TDescriptorList(TDescriptorList&& other) noexcept
+    : m_ppItems(other.m_ppItems), m_uiSize(other.m_uiSize), m_bDestroy(other.m_bDestroy) {
+  other.m_ppItems = 0;
+  other.m_uiSize = 0;
+  other.m_bDestroy = false;
+}
+
+TDescriptorList& TDescriptorList::operator=(TDescriptorList&& other) noexcept {
+  if (this != &other) {
+    clear();
+    m_ppItems = other.m_ppItems;
+    m_uiSize = other.m_uiSize;
+    m_bDestroy = other.m_bDestroy;
+    other.m_ppItems = 0;
+    other.m_uiSize = 0;
+    other.m_bDestroy = false;
+  }
+  return *this;
+}
+
+void TDescriptorList::destroyItems() {
+  // The memory is the arena's: only the destructors run here.
+  for (unsigned int i = 0; i < m_uiSize; ++i)
+    m_ppItems[i]->~TDescriptor();
+}
+
+bool TDescriptorList::parse(TSectionReader loop, TArena* arena) {
+  clear();
+  unsigned int count = 0;
+  size_t bytes = 0;  // not needed here: the arena grows as it must
+  if (!measure(loop, &count, &bytes))
+    return false;
+  if (count == 0)
+    return true;
+  TDescriptor** slots = static_cast<TDescriptor**>(arena->allocate(count * sizeof(TDescriptor*)));
+  const unsigned int size = loop.remaining();
+  build(loop.bytes(size), size, slots, arena);
+  return true;
+}
+
+bool TDescriptorList::measure(TSectionReader loop, unsigned int* count, size_t* bytes) {
+  const unsigned int size = loop.remaining();
+  const unsigned char* p = loop.bytes(size);
+  if (!loop.ok())
+    return false;
+  // Each descriptor's tag and length byte, then its length, checked against
+  // what is left of loop[0..size).
+  unsigned int n = 0;
+  size_t objects = 0;
+  unsigned int pos = 0;
+  while (pos < size) {
+    if (size - pos < 2 || p[pos + 1] > size - pos - 2)
+      return false;
+    objects += TArena::footprint(objectSize(p[pos]));
+    pos += 2 + p[pos + 1];
+    ++n;
+  }
+  *count += n;
+  *bytes += objects;
+  return true;
+}
+
+unsigned int TDescriptorList::build(const unsigned char* loop, unsigned int size,
+                                    TDescriptor** slots, TArena* arena) {
+  clear();
+  if (size == 0)
+    return 0;
+  // measure has checked every length: the walk stays in loop[0..size).
+  m_ppItems = slots;
+  for (unsigned int pos = 0; pos < size; pos += 2 + loop[pos + 1]) {
+    slots[m_uiSize] = make(loop[pos], loop + pos + 2, loop[pos + 1], arena, &m_bDestroy);
+    ++m_uiSize;
+  }
+  return m_uiSize;
+}
+
+const TDescriptor* TDescriptorList::find(unsigned char tag) const {
+  for (unsigned int i = 0; i < m_uiSize; ++i) {
+    if (m_ppItems[i]->getTag() == tag)
+      return m_ppItems[i];
+  }
+  return 0;
+}
+
+TDescriptor* TDescriptorList::create(unsigned char tag, const unsigned char* data,
+                                     unsigned int length, TArena* arena) {
+  bool owning = false;
+  return make(tag, data, length, arena, &owning);
 }
 
 }  // namespace Ostrel

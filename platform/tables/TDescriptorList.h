@@ -13,8 +13,11 @@ namespace Ostrel {
 // Read-only once parsed; any thread may read it concurrently.
 class TDescriptorList {
  public:
-  TDescriptorList() : m_ppItems(0), m_uiSize(0) {}
-  ~TDescriptorList();
+  TDescriptorList() : m_ppItems(0), m_uiSize(0), m_bDestroy(false) {}
+  ~TDescriptorList() {
+    if (m_bDestroy)
+      destroyItems();
+  }
   TDescriptorList(TDescriptorList&& other) noexcept;
   TDescriptorList& operator=(TDescriptorList&& other) noexcept;
 
@@ -23,6 +26,17 @@ class TDescriptorList {
   // section). False, and the list left empty, when a descriptor's length runs
   // past the end of the loop.
   bool parse(TSectionReader loop, TArena* arena);
+
+  // The two halves of parse, for a table that sizes its arena before it
+  // builds anything. measure checks that descriptors fill loop exactly (false
+  // when loop is failed or a length runs past its end) and adds their number
+  // to *count and the arena space of their objects to *bytes. build places
+  // the descriptors of loop[0..size), a loop that measure accepted, in arena
+  // and their pointers in slots[0..n), n being what measure counted for it,
+  // and returns n. The slots must live as long as the arena.
+  static bool measure(TSectionReader loop, unsigned int* count, size_t* bytes);
+  unsigned int build(const unsigned char* loop, unsigned int size, TDescriptor** slots,
+                     TArena* arena);
 
   unsigned int size() const { return m_uiSize; }
   bool empty() const { return m_uiSize == 0; }
@@ -49,10 +63,22 @@ class TDescriptorList {
  private:
   TDescriptorList(const TDescriptorList&);
   TDescriptorList& operator=(const TDescriptorList&);
-  void clear();
+  void clear() {
+    if (m_bDestroy)
+      destroyItems();
+    m_ppItems = 0;
+    m_uiSize = 0;
+    m_bDestroy = false;
+  }
+  void destroyItems();
 
   TDescriptor** m_ppItems;
   unsigned int m_uiSize;
+  // Whether a descriptor holds memory of its own (a name, a vector of
+  // entries) and must be destroyed. Raw and stream identifier descriptors
+  // hold nothing and their destructors do nothing: a list of only those goes
+  // with the arena, without a destructor call per descriptor.
+  bool m_bDestroy;
 };
 
 }  // namespace Ostrel
