@@ -30,6 +30,14 @@ class TLongSectionTable : public TISDBTTable {
   // section number is above the last section number.
   bool openSection(const unsigned char* data, unsigned int size, TSectionReader* body);
 
+  // openSection in two steps, for a table that measures its content before
+  // its arena's first block is taken. checkSection does the checks and reads
+  // the header fields; *body covers the same bytes in data itself.
+  // keepSection then copies the checked section into the arena, whose first
+  // block holds the copy and `extra` more bytes, and gives the body of the copy.
+  bool checkSection(const unsigned char* data, unsigned int size, TSectionReader* body);
+  TSectionReader keepSection(const unsigned char* data, unsigned int size, size_t extra);
+
   // Where the table's descriptors live. Declared in this base, so that it
   // outlives every member of the derived tables.
   TArena* arena() { return &m_arena; }

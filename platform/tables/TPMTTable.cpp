@@ -1,18 +1,13 @@
 #include "TPMTTable.h"
 
 #include <memory>
-#include <utility>
+#include <new>
 
 #include "TStreamIdentifierDescriptor.h"
 
 namespace Ostrel {
 
 const unsigned char TPMTTable::kTableId;
-
-namespace {
-// stream_type, elementary_PID and ES_info_length.
-const unsigned int kStreamHeaderSize = 5;
-}  // namespace
 
 bool TPMTTable::Stream::getComponentTag(unsigned char* tag) const {
   const TStreamIdentifierDescriptor* d =
@@ -24,9 +19,14 @@ bool TPMTTable::Stream::getComponentTag(unsigned char* tag) const {
   return true;
 }
 
-TPMTTable::TPMTTable() : TLongSectionTable(kTypePmt), m_usPcrPid(0) {}
+TPMTTable::TPMTTable()
+    : TLongSectionTable(kTypePmt), m_usPcrPid(0), m_pStreams(0), m_uiStreamCount(0) {}
 
-TPMTTable::~TPMTTable() {}
+TPMTTable::~TPMTTable() {
+  // The memory is the arena's, which goes after this.
+  for (unsigned int i = 0; i < m_uiStreamCount; ++i)
+    m_pStreams[i].~Stream();
+}
 
 TPMTTable* TPMTTable::parse(unsigned char* data, unsigned int size, int, int, unsigned short*,
                             TPMTTable*) {
@@ -38,30 +38,69 @@ TPMTTable* TPMTTable::parse(unsigned char* data, unsigned int size, int, int, un
   return table.release();
 }
 
+namespace {
+
+// The 12-bit length after 4 reserved bits at p (program_info_length,
+// ES_info_length).
+inline unsigned int loopLength(const unsigned char* p) {
+  return (static_cast<unsigned int>(p[0] & 0x0F) << 8) | p[1];
+}
+
+}  // namespace
+
+// Two passes. The first, over the caller's bytes, checks every length and
+// counts the streams and descriptors and the space they take, so that the
+// arena's first block is sized for the whole table and every array is
+// allocated once. The second builds the table from its copy of the section,
+// which has passed every check, reading it directly.
 bool TPMTTable::parseBody(const unsigned char* data, unsigned int size) {
   TSectionReader body;
-  if (!openSection(data, size, &body))
+  if (!checkSection(data, size, &body))
     return false;
-  m_usPcrPid = body.u16() & 0x1FFF;
-  if (!m_lstDescriptors.parse(body.sub12(), arena()))
+  unsigned int streams = 0;
+  unsigned int descriptors = 0;
+  size_t bytes = 0;
+  body.u16();  // PCR_PID
+  if (!TDescriptorList::measure(body.sub12(), &descriptors, &bytes))
     return false;
-  // Every stream needs at least its 5-byte header: a bound for the reservation.
-  m_vecStreams.reserve(body.remaining() / kStreamHeaderSize);
-  while (body.ok() && !body.atEnd()) {
-    Stream s;
-    s.m_ucStreamType = body.u8();
-    s.m_usPid = body.u16() & 0x1FFF;
-    if (!s.m_lstDescriptors.parse(body.sub12(), arena()))
+  while (!body.atEnd()) {
+    body.skip(3);  // stream_type, elementary_PID
+    if (!TDescriptorList::measure(body.sub12(), &descriptors, &bytes))
       return false;
-    m_vecStreams.push_back(std::move(s));
+    ++streams;
   }
-  return body.ok();
+  if (descriptors > 0)
+    bytes += TArena::footprint(descriptors * sizeof(TDescriptor*));
+  if (streams > 0)
+    bytes += TArena::footprint(streams * sizeof(Stream));
+
+  TSectionReader copy = keepSection(data, size, bytes);
+  const unsigned char* p = copy.bytes(copy.remaining());
+  TDescriptor** slots = 0;
+  if (descriptors > 0)
+    slots = static_cast<TDescriptor**>(arena()->allocate(descriptors * sizeof(TDescriptor*)));
+  m_usPcrPid = ((p[0] << 8) | p[1]) & 0x1FFF;
+  unsigned int length = loopLength(p + 2);
+  slots += m_lstDescriptors.build(p + 4, length, slots, arena());
+  p += 4 + length;
+  if (streams > 0)
+    m_pStreams = static_cast<Stream*>(arena()->allocate(streams * sizeof(Stream)));
+  while (m_uiStreamCount < streams) {
+    Stream* s = new (m_pStreams + m_uiStreamCount) Stream();
+    ++m_uiStreamCount;
+    s->m_ucStreamType = p[0];
+    s->m_usPid = ((p[1] << 8) | p[2]) & 0x1FFF;
+    length = loopLength(p + 3);
+    slots += s->m_lstDescriptors.build(p + 5, length, slots, arena());
+    p += 5 + length;
+  }
+  return true;
 }
 
 const TPMTTable::Stream* TPMTTable::findStream(unsigned short pid) const {
-  for (unsigned int i = 0; i < m_vecStreams.size(); ++i) {
-    if (m_vecStreams[i].m_usPid == pid)
-      return &m_vecStreams[i];
+  for (unsigned int i = 0; i < m_uiStreamCount; ++i) {
+    if (m_pStreams[i].m_usPid == pid)
+      return &m_pStreams[i];
   }
   return 0;
 }

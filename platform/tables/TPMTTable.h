@@ -1,8 +1,6 @@
 #ifndef OSTREL_TPMT_TABLE_H
 #define OSTREL_TPMT_TABLE_H
 
-#include <vector>
-
 #include "TDescriptorList.h"
 #include "TLongSectionTable.h"
 
@@ -46,8 +44,8 @@ class TPMTTable : public TLongSectionTable {
   unsigned short getPcrPid() const { return m_usPcrPid; }
   // The programme's own descriptors (program_info).
   const TDescriptorList& getDescriptors() const { return m_lstDescriptors; }
-  unsigned int getStreamCount() const { return static_cast<unsigned int>(m_vecStreams.size()); }
-  const Stream& getStream(unsigned int index) const { return m_vecStreams[index]; }
+  unsigned int getStreamCount() const { return m_uiStreamCount; }
+  const Stream& getStream(unsigned int index) const { return m_pStreams[index]; }
   // The first stream with this PID, or null.
   const Stream* findStream(unsigned short pid) const;
 
@@ -56,7 +54,9 @@ class TPMTTable : public TLongSectionTable {
 
   unsigned short m_usPcrPid;
   TDescriptorList m_lstDescriptors;
-  std::vector<Stream> m_vecStreams;
+  // The streams, in the arena; m_uiStreamCount of them are constructed.
+  Stream* m_pStreams;
+  unsigned int m_uiStreamCount;
 };
 
 }  // namespace Ostrel
