@@ -21,6 +21,8 @@
 #include "TSDTBuilder.h"
 #include "TSDTTable.h"
 #include "TSectionReader.h"
+#include "TServiceDescriptor.h"
+#include "TServiceListDescriptor.h"
 #include "TTOTBuilder.h"
 #include "TTOTTable.h"
 #include "TTextCodec.h"
@@ -415,4 +417,79 @@ TEST(TablesBuilderTest, BuildersRefuseWhatDoesNotFit) {
   for (int i = 0; i < 17; ++i)
     pmt.addDescriptor(TDescriptorBuilder::raw(0x80, Bytes(253)));
   EXPECT_TRUE(pmt.build().empty());
+}
+
+// A PMT whose loops mix raw descriptors, stream identifiers and decoded
+// descriptors that own memory (names, entry lists), large enough that its
+// parts take several blocks: every descriptor comes back in wire order,
+// decoded where it fits, and the table goes without a leak (which the
+// sanitizer and memcheck runs check).
+TEST(TablesBuilderTest, APmtMixingDescriptorKindsKeepsEveryOneInOrder) {
+  const std::string provider = "Ostrel Broadcasting Provider";
+  const std::string name = "Ostrel Service With A Long Name";
+  TPMTBuilder builder;
+  builder.setProgramNumber(0x0101).setPcrPid(0x0100);
+  builder.addDescriptor(TDescriptorBuilder::service(0x01, provider, name));
+  builder.addDescriptor(TDescriptorBuilder::raw(0x09, Bytes{0x00, 0x05, 0xE0, 0x20}));
+  builder.addDescriptor(TDescriptorBuilder::streamIdentifier(0x99));
+  const unsigned int kStreams = 40;
+  for (unsigned int i = 0; i < kStreams; ++i) {
+    Bytes loop;
+    if (i % 4 != 3)
+      loop = TDescriptorBuilder::streamIdentifier(static_cast<unsigned char>(i));
+    if (i % 5 == 0) {
+      TDescriptorBuilder::append(
+          &loop, TDescriptorBuilder::serviceList(
+                     {{static_cast<unsigned short>(0xE760 + i), 0x01}, {0xE778, 0xC0}}));
+    }
+    if (i % 2 == 0)
+      TDescriptorBuilder::append(&loop, TDescriptorBuilder::raw(0xFD, Bytes(i % 7, 0x22)));
+    builder.addStream(0x06, static_cast<unsigned short>(0x0200 + i), loop);
+  }
+  const Bytes section = builder.build();
+  ASSERT_GT(section.size(), 500u);
+  auto pmt = parse<TPMTTable>(section);
+  ASSERT_TRUE(pmt);
+
+  const TDescriptorList& program = pmt->getDescriptors();
+  ASSERT_EQ(program.size(), 3u);
+  const TServiceDescriptor* service = program.findDecoded<TServiceDescriptor>();
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(service, program.at(0));
+  EXPECT_EQ(service->getProviderName(), provider);
+  EXPECT_EQ(service->getServiceName(), name);
+  EXPECT_EQ(program.at(1)->getTag(), 0x09);
+  EXPECT_FALSE(program.at(1)->isDecoded());
+  EXPECT_EQ(program.at(2)->getTag(), 0x52);
+  EXPECT_TRUE(program.at(2)->isDecoded());
+
+  ASSERT_EQ(pmt->getStreamCount(), kStreams);
+  for (unsigned int i = 0; i < kStreams; ++i) {
+    const TPMTTable::Stream& s = pmt->getStream(i);
+    const TDescriptorList& d = s.getDescriptors();
+    EXPECT_EQ(s.getPid(), 0x0200 + i);
+    unsigned int k = 0;
+    unsigned char tag = 0;
+    EXPECT_EQ(s.getComponentTag(&tag), i % 4 != 3) << i;
+    if (i % 4 != 3) {
+      EXPECT_EQ(tag, i);
+      ASSERT_LT(k, d.size());
+      EXPECT_EQ(d.at(k++)->getTag(), 0x52);
+    }
+    if (i % 5 == 0) {
+      ASSERT_LT(k, d.size());
+      const TDescriptor* list = d.at(k++);
+      ASSERT_EQ(list->getTag(), 0x41);
+      ASSERT_TRUE(list->isDecoded()) << i;
+      const TServiceListDescriptor* entries = static_cast<const TServiceListDescriptor*>(list);
+      ASSERT_EQ(entries->getServiceCount(), 2u);
+      EXPECT_EQ(entries->getService(0).serviceId, 0xE760 + i);
+      EXPECT_EQ(entries->getService(1).serviceType, 0xC0);
+    }
+    if (i % 2 == 0) {
+      ASSERT_LT(k, d.size());
+      EXPECT_EQ(d.at(k++)->getBytes(), Bytes(i % 7, 0x22));
+    }
+    EXPECT_EQ(d.size(), k) << i;
+  }
 }
