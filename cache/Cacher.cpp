@@ -118,12 +118,22 @@ std::shared_ptr<TISDBTTable> Cacher::__adopt(short pid, TISDBTTable* table) {
 void Cacher::__add(short pid, short tableId, short tableIdExt,
                    const std::shared_ptr<TISDBTTable>& table, unsigned int dataSize) {
   std::unique_ptr<CacherItem> item(new CacherItem(pid, tableId, tableIdExt, table, dataSize));
-  __remove(pid);
-  // Only a size near the 32-bit limit needs this: older entries go first so
-  // that the sum stays exact.
-  __evictUntil(UINT_MAX - dataSize);
-  m_mapItems.insert(std::make_pair(pid, item.get()));  // may throw: item freed
-  item.release();
+  std::map<short, CacherItem*>::iterator it = m_mapItems.find(pid);
+  if (it != m_mapItems.end() && m_uiCacheSize - it->second->getDataSize() <= UINT_MAX - dataSize) {
+    // A new table for a cached PID, the usual case (a new version of the
+    // section): the entry changes, its node in the map stays.
+    CacherItem* old = it->second;
+    it->second = item.release();
+    m_uiCacheSize -= old->getDataSize();
+    delete old;
+  } else {
+    __remove(pid);
+    // Only a size near the 32-bit limit needs this: older entries go first so
+    // that the sum stays exact.
+    __evictUntil(UINT_MAX - dataSize);
+    m_mapItems.insert(std::make_pair(pid, item.get()));  // may throw: item freed
+    item.release();
+  }
   m_uiCacheSize += dataSize;
   if (m_uiCacheSize > static_cast<unsigned int>(s_iMaxCacheSize)) {
     __cleanUp();
