@@ -125,42 +125,37 @@ bool TDescriptorList::parse(TSectionReader loop, TArena* arena) {
   if (count == 0)
     return true;
   TDescriptor** slots = static_cast<TDescriptor**>(arena->allocate(count * sizeof(TDescriptor*)));
-  const unsigned int size = loop.remaining();
-  build(loop.bytes(size), size, slots, arena);
+  build(loop, slots, arena);
   return true;
 }
 
 bool TDescriptorList::measure(TSectionReader loop, unsigned int* count, size_t* bytes) {
-  const unsigned int size = loop.remaining();
-  const unsigned char* p = loop.bytes(size);
-  if (!loop.ok())
-    return false;
-  // Each descriptor's tag and length byte, then its length, checked against
-  // what is left of loop[0..size).
+  // Each descriptor's tag and length byte, then its length, within the loop.
   unsigned int n = 0;
   size_t objects = 0;
-  unsigned int pos = 0;
-  while (pos < size) {
-    if (size - pos < 2 || p[pos + 1] > size - pos - 2)
-      return false;
-    objects += TArena::footprint(objectSize(p[pos]));
-    pos += 2 + p[pos + 1];
+  while (loop.ok() && !loop.atEnd()) {
+    const unsigned char tag = loop.u8();
+    loop.skip(loop.u8());
+    objects += TArena::footprint(objectSize(tag));
     ++n;
   }
+  if (!loop.ok())
+    return false;
   *count += n;
   *bytes += objects;
   return true;
 }
 
-unsigned int TDescriptorList::build(const unsigned char* loop, unsigned int size,
-                                    TDescriptor** slots, TArena* arena) {
+unsigned int TDescriptorList::build(TSectionReader loop, TDescriptor** slots, TArena* arena) {
   clear();
-  if (size == 0)
+  if (loop.atEnd())
     return 0;
-  // measure has checked every length: the walk stays in loop[0..size).
   m_ppItems = slots;
-  for (unsigned int pos = 0; pos < size; pos += 2 + loop[pos + 1]) {
-    slots[m_uiSize] = make(loop[pos], loop + pos + 2, loop[pos + 1], arena, &m_bDestroy);
+  while (!loop.atEnd()) {
+    const unsigned char tag = loop.u8();
+    const unsigned char length = loop.u8();
+    const unsigned char* body = loop.bytes(length);
+    slots[m_uiSize] = make(tag, body, length, arena, &m_bDestroy);
     ++m_uiSize;
   }
   return m_uiSize;

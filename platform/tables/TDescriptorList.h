@@ -31,12 +31,11 @@ class TDescriptorList {
   // builds anything. measure checks that descriptors fill loop exactly (false
   // when loop is failed or a length runs past its end) and adds their number
   // to *count and the arena space of their objects to *bytes. build places
-  // the descriptors of loop[0..size), a loop that measure accepted, in arena
-  // and their pointers in slots[0..n), n being what measure counted for it,
-  // and returns n. The slots must live as long as the arena.
+  // the descriptors of a loop that measure accepted in arena and their
+  // pointers in slots[0..n), n being what measure counted for it, and returns
+  // n. The slots must live as long as the arena.
   static bool measure(TSectionReader loop, unsigned int* count, size_t* bytes);
-  unsigned int build(const unsigned char* loop, unsigned int size, TDescriptor** slots,
-                     TArena* arena);
+  unsigned int build(TSectionReader loop, TDescriptor** slots, TArena* arena);
 
   unsigned int size() const { return m_uiSize; }
   bool empty() const { return m_uiSize == 0; }

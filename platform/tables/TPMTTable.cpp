@@ -38,21 +38,11 @@ TPMTTable* TPMTTable::parse(unsigned char* data, unsigned int size, int, int, un
   return table.release();
 }
 
-namespace {
-
-// The 12-bit length after 4 reserved bits at p (program_info_length,
-// ES_info_length).
-inline unsigned int loopLength(const unsigned char* p) {
-  return (static_cast<unsigned int>(p[0] & 0x0F) << 8) | p[1];
-}
-
-}  // namespace
-
 // Two passes. The first, over the caller's bytes, checks every length and
 // counts the streams and descriptors and the space they take, so that the
 // arena's first block is sized for the whole table and every array is
 // allocated once. The second builds the table from its copy of the section,
-// which has passed every check, reading it directly.
+// which has passed every check.
 bool TPMTTable::parseBody(const unsigned char* data, unsigned int size) {
   TSectionReader body;
   if (!checkSection(data, size, &body))
@@ -75,24 +65,19 @@ bool TPMTTable::parseBody(const unsigned char* data, unsigned int size) {
     bytes += TArena::footprint(streams * sizeof(Stream));
 
   TSectionReader copy = keepSection(data, size, bytes);
-  const unsigned char* p = copy.bytes(copy.remaining());
   TDescriptor** slots = 0;
   if (descriptors > 0)
     slots = static_cast<TDescriptor**>(arena()->allocate(descriptors * sizeof(TDescriptor*)));
-  m_usPcrPid = ((p[0] << 8) | p[1]) & 0x1FFF;
-  unsigned int length = loopLength(p + 2);
-  slots += m_lstDescriptors.build(p + 4, length, slots, arena());
-  p += 4 + length;
+  m_usPcrPid = copy.u16() & 0x1FFF;
+  slots += m_lstDescriptors.build(copy.sub12(), slots, arena());
   if (streams > 0)
     m_pStreams = static_cast<Stream*>(arena()->allocate(streams * sizeof(Stream)));
   while (m_uiStreamCount < streams) {
     Stream* s = new (m_pStreams + m_uiStreamCount) Stream();
     ++m_uiStreamCount;
-    s->m_ucStreamType = p[0];
-    s->m_usPid = ((p[1] << 8) | p[2]) & 0x1FFF;
-    length = loopLength(p + 3);
-    slots += s->m_lstDescriptors.build(p + 5, length, slots, arena());
-    p += 5 + length;
+    s->m_ucStreamType = copy.u8();
+    s->m_usPid = copy.u16() & 0x1FFF;
+    slots += s->m_lstDescriptors.build(copy.sub12(), slots, arena());
   }
   return true;
 }
