@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "TCrc32.h"
 #include "TDescriptorBuilder.h"
 #include "TPMTBuilder.h"
 
@@ -36,6 +37,17 @@ inline std::vector<unsigned char> pmt288() {
   unsigned int size = static_cast<unsigned int>(b.build().size());
   b.addStream(0x0D, 0x0140, TDescriptorBuilder::raw(0xFD, Bytes(288 - size - 7, 0x22)));
   return b.build();
+}
+
+// The section with another version number and its CRC made right again.
+inline std::vector<unsigned char> withVersion(std::vector<unsigned char> section,
+                                              unsigned char version) {
+  section[5] = static_cast<unsigned char>((section[5] & 0xC1) | ((version & 0x1F) << 1));
+  unsigned int n = static_cast<unsigned int>(section.size()) - 4;
+  unsigned int crc = Ostrel::TCrc32::compute(section.data(), n);
+  for (int i = 0; i < 4; ++i)
+    section[n + i] = static_cast<unsigned char>(crc >> (24 - 8 * i));
+  return section;
 }
 
 }  // namespace OstrelBench

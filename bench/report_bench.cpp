@@ -9,11 +9,10 @@
 // item" adds the heap row measured on a 32-bit target (bench/run sets it).
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <sys/time.h>
-#include <unistd.h>
 #include "BenchSections.h"
+#include "BenchServer.h"
 
 #include <algorithm>
 #include <atomic>
@@ -47,16 +46,15 @@
 #include "tables_dvbpsi.h"  // libdvbpsi, included once
 #endif
 #ifdef OSTREL_REPORT_SIM
-#include "SampleStream.h"
-#include "SectionDemux.h"
-#include "SectionSink.h"
-#include "TransportStreamSource.h"
-#include "TsPacketizer.h"
+#include "BenchStream.h"
 #endif
 
 using namespace Ostrel;
 using Bytes = std::vector<unsigned char>;
+using OstrelBench::countingCallback;
+using OstrelBench::NullServer;
 using OstrelBench::pmt288;
+using OstrelBench::withVersion;
 
 namespace {
 
@@ -68,17 +66,6 @@ T opaque(T value) {
 }
 
 // ---- Cache-hit requestData round trip ----
-
-class NullServer : public GingaServer {
- public:
-  int execute(TCommand*, TCommand**) override { return 1; }
-};
-
-int countingCallback(unsigned int, unsigned char, void* userData, TISDBTTable*) {
-  if (userData)
-    ++*static_cast<long*>(userData);
-  return 1;
-}
 
 const short kFirstPid = 0x0100;
 const int kCachedPids = 16;
@@ -172,15 +159,6 @@ void BM_Inject_Ours(benchmark::State& state) {
 }
 
 #ifdef OSTREL_BENCH_DVBPSI
-// The section with another version number and its CRC made right again.
-Bytes withVersion(Bytes section, unsigned char version) {
-  section[5] = static_cast<unsigned char>((section[5] & 0xC1) | ((version & 0x1F) << 1));
-  unsigned int n = static_cast<unsigned int>(section.size()) - 4;
-  unsigned int crc = TCrc32::compute(section.data(), n);
-  for (int i = 0; i < 4; ++i)
-    section[n + i] = static_cast<unsigned char>(crc >> (24 - 8 * i));
-  return section;
-}
 
 // libdvbpsi decodes only what is pushed as transport stream packets; two
 // versions alternate so that every push yields a new table (CRC checked,
@@ -482,93 +460,32 @@ void BM_Lateness(benchmark::State& state) {
 // ---- Simulator demux against a plain read ----
 
 #ifdef OSTREL_REPORT_SIM
-const size_t kReadChunk = 256 * 1024;
-
-// The sample stream 200 times over (about 200 MB), written once per run to a
-// file of the report's own (or the file named by OSTREL_BENCH_TS).
-std::string s_sLargeFile;
-bool s_bWroteLargeFile = false;
-
-const std::string& largeFile() {
-  std::string& path = s_sLargeFile;
-  if (!path.empty())
-    return path;
-  if (const char* given = std::getenv("OSTREL_BENCH_TS")) {
-    path = given;
-    return path;
-  }
-  path = "/tmp/ostrel_perf_report_" + std::to_string(getpid()) + ".ts";
-  Bytes sample = SampleStream::build();
-  std::FILE* out = std::fopen(path.c_str(), "wb");
-  if (out) {
-    for (int i = 0; i < 200; ++i)
-      std::fwrite(sample.data(), 1, sample.size(), out);
-    std::fclose(out);
-    s_bWroteLargeFile = true;
-  }
-  return path;
-}
-
-void removeLargeFile() {
-  if (s_bWroteLargeFile)
-    std::remove(s_sLargeFile.c_str());
-}
-
 void BM_Demux_Ref(benchmark::State& state) {
-  largeFile();  // written before the clock runs
-  Bytes buffer(kReadChunk);
+  const std::string& path = OstrelBench::largeStreamFile();  // written before the clock runs
+  Bytes buffer;
   uint64_t bytes = 0;
   for (auto _ : state) {
-    int fd = open(largeFile().c_str(), O_RDONLY);
-    if (fd < 0) {
+    const long long got = OstrelBench::plainRead(path, &buffer);
+    if (got < 0) {
       state.SkipWithError("cannot open the stream file");
       return;
     }
-    ssize_t got = 0;
-    unsigned char sum = 0;
-    while ((got = read(fd, buffer.data(), buffer.size())) > 0) {
-      sum ^= buffer[static_cast<size_t>(got) - 1];
-      bytes += static_cast<uint64_t>(got);
-    }
-    benchmark::DoNotOptimize(sum);
-    close(fd);
+    bytes += static_cast<uint64_t>(got);
   }
   state.SetBytesProcessed(static_cast<int64_t>(bytes));
 }
 
-struct CountingSink : SectionSink {
-  uint64_t sections = 0;
-  void onSection(int, unsigned short, const unsigned char*, unsigned int) override { ++sections; }
-};
-
-// The tuner's path without pacing: read, cut into packets, reassemble and
-// check the sections of the service-information PIDs and the PMTs.
 void BM_Demux_Ours(benchmark::State& state) {
-  largeFile();  // written before the clock runs
+  const std::string& path = OstrelBench::largeStreamFile();  // written before the clock runs
   uint64_t bytes = 0;
   for (auto _ : state) {
     std::string error;
-    std::unique_ptr<TransportStreamSource> source =
-        TransportStreamSource::openFile(largeFile(), &error);
-    if (!source) {
+    uint64_t sections = 0;
+    if (!OstrelBench::demuxWhole(path, &bytes, &sections, &error)) {
       state.SkipWithError(error.c_str());
       return;
     }
-    source->setLoop(false);
-    CountingSink sink;
-    SectionDemux demux(0, &sink);
-    for (unsigned short pid = 0; pid <= 0x1F; ++pid)
-      demux.enablePid(pid);
-    for (unsigned short pid : {SampleStream::kHdPmtPid, SampleStream::kDataPmtPid,
-                               SampleStream::kOneSegPmtPid, SampleStream::kMissingPmtPid}) {
-      demux.enablePid(pid);
-    }
-    TsPacketizer packetizer;
-    while (source->read(&packetizer, kReadChunk, 0) == TransportStreamSource::kData)
-      packetizer.process(&demux);
-    packetizer.finish(&demux);
-    bytes += source->getSize();
-    if (sink.sections == 0)
+    if (sections == 0)
       state.SkipWithError("no sections");
   }
   state.SetBytesProcessed(static_cast<int64_t>(bytes));
@@ -796,9 +713,6 @@ int main(int argc, char** argv) {
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
-#ifdef OSTREL_REPORT_SIM
-  removeLargeFile();
-#endif
   std::fprintf(stderr, "\n");
   printTable(collector);
   ostrel_log_set_sink(nullptr, nullptr);

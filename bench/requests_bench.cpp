@@ -6,29 +6,18 @@
 #include <vector>
 
 #include "BenchSections.h"
+#include "BenchServer.h"
 #include "Cacher.h"
-#include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
 #include "RequestFollower.h"
 #include "Sections.h"
 #include "TPMTTable.h"
 
 using namespace Ostrel;
+using OstrelBench::countingCallback;
+using OstrelBench::NullServer;
 
 namespace {
-
-// Answers every command at once; open requests are closed right away so that
-// they do not pile up over millions of iterations.
-class NullServer : public GingaServer {
- public:
-  int execute(TCommand*, TCommand**) override { return 1; }
-};
-
-int countingCallback(unsigned int, unsigned char, void* userData, TISDBTTable*) {
-  if (userData)
-    ++*static_cast<long*>(userData);
-  return 1;
-}
 
 OstrelGingaCommonCore* boundCore(NullServer* server) {
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();

@@ -1,108 +1,47 @@
 // The simulator: section demultiplexing against a plain read of the same
 // page-cached file, and the wall time of a whole scan of the sample stream.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "BenchStream.h"
 #include "ChannelScan.h"
 #include "OstrelGingaCommonCore.h"
 #include "OstrelLogger.h"
 #include "ReceiverSimulator.h"
 #include "SampleStream.h"
-#include "SectionDemux.h"
-#include "SectionSink.h"
 #include "TransportStreamSource.h"
-#include "TsPacketizer.h"
 
 using namespace Ostrel;
 
 namespace {
 
-const size_t kReadChunk = 256 * 1024;
-
-// A large stream file: the sample over and over (about 200 MB), written once
-// to /tmp, or the file named by OSTREL_BENCH_TS.
-const std::string& largeFile() {
-  static std::string path;
-  if (!path.empty()) {
-    return path;
-  }
-  if (const char* given = std::getenv("OSTREL_BENCH_TS")) {
-    path = given;
-    return path;
-  }
-  path = "/tmp/ostrel_sim_bench.ts";
-  std::vector<unsigned char> sample = SampleStream::build();
-  std::FILE* out = std::fopen(path.c_str(), "wb");
-  if (out) {
-    for (int i = 0; i < 200; ++i) {
-      std::fwrite(sample.data(), 1, sample.size(), out);
-    }
-    std::fclose(out);
-  }
-  return path;
-}
-
-struct CountingSink : SectionSink {
-  uint64_t sections = 0;
-  void onSection(int, unsigned short, const unsigned char*, unsigned int) override { ++sections; }
-};
-
 void BM_PlainRead(benchmark::State& state) {
-  std::vector<unsigned char> buffer(kReadChunk);
+  const std::string& path = OstrelBench::largeStreamFile();
+  std::vector<unsigned char> buffer;
   uint64_t bytes = 0;
   for (auto _ : state) {
-    int fd = open(largeFile().c_str(), O_RDONLY);
-    if (fd < 0) {
+    const long long got = OstrelBench::plainRead(path, &buffer);
+    if (got < 0) {
       state.SkipWithError("cannot open the stream file");
       return;
     }
-    ssize_t got = 0;
-    unsigned char sum = 0;
-    while ((got = read(fd, buffer.data(), buffer.size())) > 0) {
-      sum ^= buffer[static_cast<size_t>(got) - 1];
-      bytes += static_cast<uint64_t>(got);
-    }
-    benchmark::DoNotOptimize(sum);
-    close(fd);
+    bytes += static_cast<uint64_t>(got);
   }
   state.SetBytesProcessed(static_cast<int64_t>(bytes));
 }
 
-// The tuner's path without pacing: read, cut into packets, reassemble and
-// check the sections of the service-information PIDs and the PMTs.
 void BM_Demux(benchmark::State& state) {
+  const std::string& path = OstrelBench::largeStreamFile();
   uint64_t bytes = 0;
   uint64_t sections = 0;
   for (auto _ : state) {
     std::string error;
-    std::unique_ptr<TransportStreamSource> source =
-        TransportStreamSource::openFile(largeFile(), &error);
-    if (!source) {
+    if (!OstrelBench::demuxWhole(path, &bytes, &sections, &error)) {
       state.SkipWithError(error.c_str());
       return;
     }
-    source->setLoop(false);
-    CountingSink sink;
-    SectionDemux demux(0, &sink);
-    for (unsigned short pid = 0; pid <= 0x1F; ++pid)
-      demux.enablePid(pid);
-    for (unsigned short pid : {SampleStream::kHdPmtPid, SampleStream::kDataPmtPid,
-                               SampleStream::kOneSegPmtPid, SampleStream::kMissingPmtPid}) {
-      demux.enablePid(pid);
-    }
-    TsPacketizer packetizer;
-    while (source->read(&packetizer, kReadChunk, 0) == TransportStreamSource::kData) {
-      packetizer.process(&demux);
-    }
-    packetizer.finish(&demux);
-    bytes += source->getSize();
-    sections += sink.sections;
   }
   state.SetBytesProcessed(static_cast<int64_t>(bytes));
   state.counters["sections/s"] =

@@ -32,6 +32,7 @@
 using namespace Ostrel;
 using Bytes = std::vector<unsigned char>;
 using OstrelBench::pmt288;
+using OstrelBench::withVersion;
 
 namespace {
 
@@ -88,16 +89,6 @@ void BM_Ours_Crc(benchmark::State& state) {
 BENCHMARK(BM_Ours_Crc)->Arg(188)->Arg(1024)->Arg(4096);
 
 #ifdef OSTREL_BENCH_DVBPSI
-
-// The section with another version number and its CRC made right again.
-Bytes withVersion(Bytes section, unsigned char version) {
-  section[5] = static_cast<unsigned char>((section[5] & 0xC1) | ((version & 0x1F) << 1));
-  unsigned int n = static_cast<unsigned int>(section.size()) - 4;
-  unsigned int crc = TCrc32::compute(section.data(), n);
-  for (int i = 0; i < 4; ++i)
-    section[n + i] = static_cast<unsigned char>(crc >> (24 - 8 * i));
-  return section;
-}
 
 void dvbpsiLoop(benchmark::State& state, const Bytes& section, OstrelDvbpsi::Decoder::Table table,
                 bool versioned) {
