@@ -3,55 +3,45 @@
 
 #include <time.h>
 
-#include <atomic>
-#include <memory>
-
 #include "Cacher.h"
 #include "OstrelExport.h"
 
 namespace Ostrel {
 
 // One cache entry: a table under its PID, the data size that counts against
-// the cache's bound and the time of its making or last read. The entry holds
-// one reference to the table; the table is destroyed when the last reference
-// goes. Guarded by the mutex of the cache that holds it.
+// the cache's bound and the time of its making or last read. The entry owns
+// its table. Guarded by the mutex of the cache that holds it.
 class OSTREL_EXPORT Cacher::CacherItem {
  public:
-  // Takes ownership of table. tableId and tableIdExt are accepted, not kept.
+  // Takes ownership of table; last access now. tableId and tableIdExt are
+  // accepted, not kept.
   CacherItem(short pid, short tableId, short tableIdExt, TISDBTTable* table, unsigned int dataSize);
-  // Shares table with the caller.
-  CacherItem(short pid, short tableId, short tableIdExt, const std::shared_ptr<TISDBTTable>& table,
-             unsigned int dataSize);
-  // Drops the entry's reference to its table.
+  // Destroys the table.
   ~CacherItem();
 
-  short getPid() const { return m_sPid; }
-  // The table, still the entry's; valid while the entry holds it.
-  TISDBTTable* getData() const { return m_pData.get(); }
-  // A reference to the table for a borrower that may outlive the entry.
-  const std::shared_ptr<TISDBTTable>& getSharedData() const { return m_pData; }
-  unsigned int getDataSize() const { return m_uiDataSize; }
-  time_t getLastAccess() const { return m_tLastAccess; }
+  short getPid() { return m_sPid; }
+  // The table, still the entry's.
+  TISDBTTable* getData() { return m_pData; }
+  unsigned int getDataSize() { return m_uiDataSize; }
 
-  // Makes the entry the most recently used, at the cache's clock.
+  // Makes the entry the most recently used: last access now.
   void updateLastAccess();
 
-  // True when this entry was used less recently than other: the earlier last
-  // access, and among accesses in the same second, the earlier one.
-  bool operator<(const CacherItem& other) const;
+  // True when this entry's last access is earlier than other's.
+  bool operator<(const CacherItem& other);
 
  private:
+  friend class Cacher;
+
   CacherItem(const CacherItem&);
   CacherItem& operator=(const CacherItem&);
 
   short m_sPid;
-  std::shared_ptr<TISDBTTable> m_pData;
+  TISDBTTable* m_pData;
   unsigned int m_uiDataSize;
   time_t m_tLastAccess;
-  // Order of accesses, to tell apart those within one second of the clock.
+  // The cache's access count at the last access, set by the cache.
   unsigned int m_uiAccessOrder;
-
-  static std::atomic<unsigned int> s_uiAccessCounter;
 };
 
 }  // namespace Ostrel

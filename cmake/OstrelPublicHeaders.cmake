@@ -5,7 +5,7 @@
 # out; the install check compiles each installed header on its own, so a
 # public header that starts to need an internal one is caught there.
 set(OSTREL_PUBLIC_HEADERS
-  core/OstrelExport.h
+  common/OstrelExport.h
   core/OstrelGingaCommonCore.h
   follower/ItemLinks.h
   follower/IntrusiveList.h

@@ -7,6 +7,17 @@ function(ostrel_library_settings target)
   ostrel_warnings(${target})
 endfunction()
 
+# ostrel_layer_settings(target): a layer of the core library. Hidden
+# visibility: only what carries OSTREL_EXPORT is part of the core's binary
+# interface. Calls inside the library to its own exported functions bind
+# directly and may be inlined: nothing is meant to interpose them.
+function(ostrel_layer_settings target)
+  ostrel_library_settings(${target})
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+endfunction()
+
 # ostrel_tool_settings(target): tools, tests and benchmarks may use C++17.
 function(ostrel_tool_settings target)
   set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON

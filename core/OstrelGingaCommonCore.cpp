@@ -4,38 +4,27 @@
 
 #include "CommandDispatch.h"
 #include "GingaServer.h"
-#include "OstrelLogger.h"
 #include "ScopedLock.h"
 
 namespace Ostrel {
 
-std::atomic<OstrelGingaCommonCore*> OstrelGingaCommonCore::s_pInstance(NULL);
+OstrelGingaCommonCore* OstrelGingaCommonCore::s_pInstance = NULL;
 pthread_mutex_t OstrelGingaCommonCore::s_pSingMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-
-const char* const CommandDispatch::kModule = "GingaCommonCore";
-
-void CommandDispatch::log(const char* format) {
-  ostrel_log_std_generic(4, kModule, format, kModule);
-}
-
-GingaEndPoint* CommandDispatch::endPoint(GingaServer* server) {
-  return server;
-}
 
 OstrelGingaCommonCore::OstrelGingaCommonCore() : m_pServer(NULL), m_pNotificationCallback(NULL) {}
 
 OstrelGingaCommonCore::~OstrelGingaCommonCore() {}
 
 OstrelGingaCommonCore* OstrelGingaCommonCore::getInstance() {
-  OstrelGingaCommonCore* instance = s_pInstance.load(std::memory_order_acquire);
+  OstrelGingaCommonCore* instance = __atomic_load_n(&s_pInstance, __ATOMIC_ACQUIRE);
   if (instance) {
     return instance;
   }
   ScopedLock lock(&s_pSingMutex);  // released even when the allocator throws
-  instance = s_pInstance.load(std::memory_order_relaxed);
+  instance = __atomic_load_n(&s_pInstance, __ATOMIC_RELAXED);
   if (!instance) {
     instance = new OstrelGingaCommonCore();
-    s_pInstance.store(instance, std::memory_order_release);
+    __atomic_store_n(&s_pInstance, instance, __ATOMIC_RELEASE);
   }
   return instance;
 }
@@ -44,13 +33,21 @@ int OstrelGingaCommonCore::setServer(GingaServer* server) {
   if (!server) {
     return 0;
   }
-  m_pServer.store(server, std::memory_order_release);
+  __atomic_store_n(&m_pServer, server, __ATOMIC_RELEASE);
   return 1;
 }
 
 int OstrelGingaCommonCore::setRequestNotificationCallback(RequestNotificationCallback callback) {
-  m_pNotificationCallback.store(callback, std::memory_order_release);
+  __atomic_store_n(&m_pNotificationCallback, callback, __ATOMIC_RELEASE);
   return 1;
+}
+
+GingaServer* OstrelGingaCommonCore::getServer() {
+  return __atomic_load_n(&m_pServer, __ATOMIC_ACQUIRE);
+}
+
+RequestNotificationCallback OstrelGingaCommonCore::getCallback() {
+  return __atomic_load_n(&m_pNotificationCallback, __ATOMIC_ACQUIRE);
 }
 
 int OstrelGingaCommonCore::waitBusyCommands(short* errorCode) {

@@ -4,7 +4,6 @@
 #include <pthread.h>
 #include <sys/time.h>
 
-#include <atomic>
 #include <string>
 
 #include "GingaDataDestination.h"
@@ -30,7 +29,9 @@ typedef int (*RequestNotificationCallback)(unsigned int requestId, unsigned char
 // atomic words, so binding them needs no lock. The instance is never destroyed.
 //
 // Every operation that takes errorCode writes it only when it is not null:
-// 0 on success, or one of -1, -3, -4, -5, -7, -8, -10, -11, -12.
+// 0 on success, or one of -1, -3, -4, -5, -7, -8, -10, -11, -12 (docs/api.md
+// tables them). The library catches no exceptions: one from the allocator or
+// the command library passes to the caller.
 class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
  public:
   virtual ~OstrelGingaCommonCore();
@@ -61,29 +62,41 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
   // ---- Table requests ----
 
   // Asks for a table. mode, as unsigned 8-bit: 0 cache only, 1 cache then
-  // server, anything else server only. Answered from the cache: the callback
-  // runs on this thread and the result is its verdict. Sent to the server: the
-  // request is followed until data or its time-out ends it. On success the
-  // library releases userData exactly once through release (when both are set);
-  // on failure the caller keeps it.
+  // server, anything else server only.
+  // - Answered from the cache (modes 0 and 1): the callback gets status 0 and
+  //   the cached table on this thread; the result is its verdict (0 with no
+  //   callback or a refusal, logged), errorCode is left as it was, and the
+  //   server is not asked even when the notification failed.
+  // - Mode 0 and not cached: 0 with -11 (no cache for the tuner) or -12.
+  // - Sent to the server: followed until a table answers it (status 0, on the
+  //   delivery thread) or its time-out (status 1, on the monitor thread). 0
+  //   with -3 (no command), -5 (send failed) or -10 (sent, but no follower
+  //   category for pid and tableId: no notification will ever come).
+  // userData: on success the library releases it exactly once through release
+  // (when both are set), after its last use; on failure the caller keeps it.
   int requestData(unsigned int requestId, signed char mode, int tunerId, short pid, short tableId,
                   short tableIdExt, void* userData, void (*release)(void*), short* errorCode);
 
-  // As requestData, but the server request is synchronous and not followed:
-  // userData is released once send has returned successfully.
+  // The cache step of requestData, unchanged (a cache answer notifies). The
+  // server request is synchronous: nothing is followed and nothing notified;
+  // userData is released once send has returned successfully. 0 with -3 or -5
+  // on failure.
   int requestDataSync(unsigned int requestId, signed char mode, int tunerId, short pid,
                       short tableId, short tableIdExt, void* userData, void (*release)(void*),
                       short* errorCode);
 
-  // The time-out of a request for this PID and table id, in whole seconds.
+  // The time-out of a request for this PID and table id, in whole seconds
+  // (docs/api.md); 1 s, logged, for a key the follower cannot follow.
   static timeval getTimeout(short pid, short tableId, short tableIdExt);
 
-  // The tuner's cached table for pid, or null (-11 no cache, -12 not cached).
-  // The table stays the cache's; it is valid only while the cache keeps it.
+  // The tuner's cached table for pid (0), or null (-11 no cache, -12 not
+  // cached). The table stays the cache's: never destroy it; it is valid only
+  // while the cache keeps it, which another thread may end at any time.
   TISDBTTable* getFromCache(int tunerId, short pid, short tableId, short tableIdExt, void* userData,
                             short* errorCode);
 
-  // Calls the notification callback; 1 when it accepted. Releases nothing.
+  // Calls the notification callback on this thread; 1 (0) when it accepted,
+  // 0 with -7 (no callback) or -8 (refused), both logged. Releases nothing.
   int dispatchRequestFeedback(unsigned int requestId, unsigned char status, void* userData,
                               TISDBTTable* table, short* errorCode);
 
@@ -171,16 +184,19 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
   int getTunerList(int** ids, unsigned char** types, short* errorCode);
 
  private:
-  OstrelGingaCommonCore();
+  OSTREL_LOCAL OstrelGingaCommonCore();
   OstrelGingaCommonCore(const OstrelGingaCommonCore&);
   OstrelGingaCommonCore& operator=(const OstrelGingaCommonCore&);
 
-  GingaServer* getServer() const { return m_pServer.load(std::memory_order_acquire); }
+  OSTREL_LOCAL GingaServer* getServer();
+  OSTREL_LOCAL RequestNotificationCallback getCallback();
 
-  std::atomic<GingaServer*> m_pServer;
-  std::atomic<RequestNotificationCallback> m_pNotificationCallback;
+  // Atomic words: written and read with the compiler's atomic builtins, the
+  // singleton pointer with release and acquire ordering.
+  GingaServer* m_pServer;
+  RequestNotificationCallback m_pNotificationCallback;
 
-  static std::atomic<OstrelGingaCommonCore*> s_pInstance;
+  static OstrelGingaCommonCore* s_pInstance;
   static pthread_mutex_t s_pSingMutex;
 };
 

@@ -3,7 +3,7 @@
 #include <list>
 #include <memory>
 
-#include "Cacher.h"
+#include "CacheLoan.h"
 #include "CommandDispatch.h"
 #include "OstrelGingaCommonCore.h"
 #include "RequestFollower.h"
@@ -12,6 +12,7 @@
 #include "TPMTTable.h"
 #include "TSDTTable.h"
 #include "TTOTTable.h"
+#include "TableRules.h"
 
 namespace Ostrel {
 
@@ -42,28 +43,11 @@ class TakenRequests {
   ItemList* m_pItems;
 };
 
-}  // namespace
-
-// The table is held by a shared handle for the whole injection: the cache may
-// replace or evict it on another thread, or its own clean-up may evict it at
-// once, and it must stay valid until the last notification has returned. A
-// table that nobody else holds is destroyed when the injection returns.
-int OstrelGingaCommonCore::injectData(int tunerId, short pid, short tableId, short tableIdExt,
-                                      void* context, unsigned char* data, unsigned int size) {
-  std::shared_ptr<TISDBTTable> table(
-      parseData(tunerId, pid, tableId, tableIdExt, context, data, size));
-  if (!table) {
-    CommandDispatch::log("%s: injectData: ERROR: Could not parse data!");
-    return 0;
-  }
-  if (isCacheable(table.get())) {
-    Cacher* cache = Cacher::getInstance(tunerId);
-    if (cache) {
-      cache->add(pid, tableId, tableIdExt, table, size);
-    } else {
-      CommandDispatch::log("%s: injectData: ERROR: Could not get Cacher for this tuner!");
-    }
-  }
+// Hands table to every outstanding request with exactly this key, each then
+// destroyed (releasing its user data) whatever the callback answered, and
+// announces event data. 1 when the table answered or was announced.
+int deliver(OstrelGingaCommonCore* core, int tunerId, short pid, short tableId, short tableIdExt,
+            TISDBTTable* table) {
   int result = 0;
   short localError = 0;
   {
@@ -71,39 +55,62 @@ int OstrelGingaCommonCore::injectData(int tunerId, short pid, short tableId, sho
     ItemList* items = taken.get();
     while (!items->empty()) {
       RequestFollower::RequestFollowerItem* item = items->front();
-      dispatchRequestFeedback(item->getRequestId(), 0, item->getUserData(), table.get(),
-                              &localError);
+      core->dispatchRequestFeedback(item->getRequestId(), 0, item->getUserData(), table,
+                                    &localError);
       items->pop_front();
-      delete item;  // releases its user data, whatever the callback answered
+      delete item;
       result = 1;
     }
   }
-  if (isEventData(table.get())) {
-    dispatchRequestFeedback(0, 2, 0, table.get(), &localError);
+  if (core->isEventData(table)) {
+    core->dispatchRequestFeedback(0, 2, 0, table, &localError);
     result = 1;
   }
   return result;
 }
 
+}  // namespace
+
+// A cacheable table is stored through a loan and an uncacheable one is owned
+// here: either way it stays valid until the last notification has returned,
+// though the cache may replace or evict it on another thread, or its own
+// clean-up evict it at once.
+int OstrelGingaCommonCore::injectData(int tunerId, short pid, short tableId, short tableIdExt,
+                                      void* context, unsigned char* data, unsigned int size) {
+  TISDBTTable* parsed = parseData(tunerId, pid, tableId, tableIdExt, context, data, size);
+  if (!parsed) {
+    ostrelLog(kCoreModule, "%s: injectData: ERROR: Could not parse data!");
+    return 0;
+  }
+  CacheLoan loan;
+  std::unique_ptr<TISDBTTable> uncached;
+  if (!isCacheable(parsed)) {
+    uncached.reset(parsed);
+  } else if (Cacher* cache = Cacher::getInstance(tunerId)) {
+    loan.store(cache, pid, tableId, tableIdExt, parsed, size);
+  } else {
+    uncached.reset(parsed);
+    ostrelLog(kCoreModule, "%s: injectData: ERROR: Could not get Cacher for this tuner!");
+  }
+  return deliver(this, tunerId, pid, tableId, tableIdExt, parsed);
+}
+
 TISDBTTable* OstrelGingaCommonCore::parseData(int /*tunerId*/, short pid, short tableId,
                                               short /*tableIdExt*/, void* /*context*/,
                                               unsigned char* data, unsigned int size) {
-  switch (static_cast<unsigned short>(pid)) {
-    case 0x0000:
+  switch (TableRule::of(pid, tableId).parser) {
+    case TableRule::kParsePat:
       return TPATTable::parse(data, size, 1, 1, 0, 0);
-    case 0x0010:
+    case TableRule::kParseNit:
       return TNITTable::parse(data, size, 1, 1, 0, 0);
-    case 0x0011:
+    case TableRule::kParseSdt:
       return TSDTTable::parse(data, size, 1, 1, 0, 0);
-    case 0x0014:
+    case TableRule::kParseTot:
       return TTOTTable::parse(data, size, 1, 1, 0, 0);
-    case 0x0001:  // CAT, EIT and the ISDB PIDs 0x24 and 0x26 are never parsed
-    case 0x0012:
-    case 0x0024:
-    case 0x0026:
+    case TableRule::kParsePmt:
+      return TPMTTable::parse(data, size, 1, 1, 0, 0);
+    default:  // CAT, EIT and the PIDs 0x24 and 0x26 are never parsed
       return 0;
-    default:
-      return tableId == 0x02 ? TPMTTable::parse(data, size, 1, 1, 0, 0) : 0;
   }
 }
 

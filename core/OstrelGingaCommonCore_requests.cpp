@@ -1,46 +1,31 @@
 // Table requests: answered from the tuner's cache, or sent to the server and
 // followed until data or their time-out ends them; and the feedback to the
 // middleware.
-#include <memory>
-
-#include "Cacher.h"
+#include "CacheLoan.h"
 #include "CommandDispatch.h"
 #include "OstrelGingaCommonCore.h"
 #include "RequestFollower.h"
 #include "TDataRequestCommand.h"
 #include "TSyncDataRequestCommand.h"
+#include "TableRules.h"
 
 namespace Ostrel {
 
 namespace {
 
-const unsigned short kPidPat = 0x0000;
-const unsigned short kPidCat = 0x0001;
-const unsigned short kPidNit = 0x0010;
-const unsigned short kPidSdt = 0x0011;
-const unsigned short kPidEit = 0x0012;
-const unsigned short kPidTot = 0x0014;
-const unsigned short kPid24 = 0x0024;
-const unsigned short kPid26 = 0x0026;
-const short kTableIdEitPresentFollowing = 0x4E;
-const short kTableIdEitPresentFollowingOther = 0x4F;
-const short kTableIdPmt = 0x02;
-
-// The tuner's cached table for pid, held by a shared handle so that it stays
-// valid while it is delivered, whatever another thread does to the cache.
-void lookUpCache(int tunerId, short pid, short tableId, short tableIdExt,
-                 std::shared_ptr<TISDBTTable>* table, short* errorCode) {
+// Borrows the tuner's cached table for pid: a loan keeps it valid while it is
+// delivered, whatever another thread does to the cache. Error code 0, -11 (no
+// cache for the tuner) or -12 (not cached).
+bool lookUpCache(int tunerId, short pid, short tableId, short tableIdExt, CacheLoan* loan,
+                 short* errorCode) {
   Cacher* cache = Cacher::getInstance(tunerId);
   if (!cache) {
     CommandDispatch::setErrorCode(errorCode, -11);
-    return;
+    return false;
   }
-  unsigned int size = 0;
-  if (cache->get(pid, tableId, tableIdExt, table, &size)) {
-    CommandDispatch::setErrorCode(errorCode, 0);
-  } else {
-    CommandDispatch::setErrorCode(errorCode, -12);
-  }
+  bool found = loan->borrow(cache, pid, tableId, tableIdExt);
+  CommandDispatch::setErrorCode(errorCode, found ? 0 : -12);
+  return found;
 }
 
 // The request modes: 0 cache only, 1 cache then server, any other server only.
@@ -58,10 +43,9 @@ bool answerFromCache(OstrelGingaCommonCore* core, unsigned int requestId, signed
     return false;
   }
   short localError = 0;
-  std::shared_ptr<TISDBTTable> table;
-  lookUpCache(tunerId, pid, tableId, tableIdExt, &table, &localError);
-  if (table) {
-    *result = core->dispatchRequestFeedback(requestId, 0, userData, table.get(), &localError);
+  CacheLoan loan;
+  if (lookUpCache(tunerId, pid, tableId, tableIdExt, &loan, &localError)) {
+    *result = core->dispatchRequestFeedback(requestId, 0, userData, loan.table(), &localError);
     if (*result && userData && release) {
       release(userData);
     }
@@ -102,7 +86,7 @@ int OstrelGingaCommonCore::requestData(unsigned int requestId, signed char mode,
   // An open request belongs to the command library from send on: never
   // touched again here, whatever send returns.
   if (!command->send(0)) {
-    CommandDispatch::log("%s: requestData: ERROR: Could not request data.");
+    ostrelLog(kCoreModule, "%s: requestData: ERROR: Could not request data.");
     CommandDispatch::setErrorCode(errorCode, -5);
     return 0;
   }
@@ -139,7 +123,7 @@ int OstrelGingaCommonCore::requestDataSync(unsigned int requestId, signed char m
   int sent = command->send(0);
   delete command;
   if (!sent) {
-    CommandDispatch::log("%s: requestDataSync: ERROR: Could not request data.");
+    ostrelLog(kCoreModule, "%s: requestDataSync: ERROR: Could not request data.");
     CommandDispatch::setErrorCode(errorCode, -5);
     return 0;
   }
@@ -151,64 +135,36 @@ int OstrelGingaCommonCore::requestDataSync(unsigned int requestId, signed char m
 }
 
 timeval OstrelGingaCommonCore::getTimeout(short pid, short tableId, short /*tableIdExt*/) {
-  timeval timeOut;
-  timeOut.tv_usec = 0;
-  switch (static_cast<unsigned short>(pid)) {
-    case kPidPat:
-      timeOut.tv_sec = 2;
-      break;
-    case kPidCat:
-      timeOut.tv_sec = 20;
-      break;
-    case kPidNit:
-    case kPidSdt:
-    case kPid24:
-      timeOut.tv_sec = 4;
-      break;
-    case kPidEit:
-      timeOut.tv_sec =
-          (tableId == kTableIdEitPresentFollowing || tableId == kTableIdEitPresentFollowingOther)
-              ? 6
-              : 60;
-      break;
-    case kPidTot:
-      timeOut.tv_sec = 60;
-      break;
-    case kPid26:
-      timeOut.tv_sec = 6;
-      break;
-    default:
-      if (tableId == kTableIdPmt) {
-        timeOut.tv_sec = 2;
-      } else {
-        CommandDispatch::log("%s: getTimeout: Unknown pid/tableId/tableIdExt. Using 1s timeout.");
-        timeOut.tv_sec = 1;
-      }
-      break;
+  TableRule rule = TableRule::of(pid, tableId);
+  if (rule.category == TableRule::kNone) {
+    ostrelLog(kCoreModule, "%s: getTimeout: Unknown pid/tableId/tableIdExt. Using 1s timeout.");
   }
+  timeval timeOut;
+  timeOut.tv_sec = rule.timeOutSeconds;
+  timeOut.tv_usec = 0;
   return timeOut;
 }
 
 TISDBTTable* OstrelGingaCommonCore::getFromCache(int tunerId, short pid, short tableId,
                                                  short tableIdExt, void* /*userData*/,
                                                  short* errorCode) {
-  std::shared_ptr<TISDBTTable> table;
-  lookUpCache(tunerId, pid, tableId, tableIdExt, &table, errorCode);
-  return table.get();  // the cache's own object; the cache still holds it
+  CacheLoan loan;
+  lookUpCache(tunerId, pid, tableId, tableIdExt, &loan, errorCode);
+  return loan.table();  // the cache's own object: it stays cached when the loan ends
 }
 
 int OstrelGingaCommonCore::dispatchRequestFeedback(unsigned int requestId, unsigned char status,
                                                    void* userData, TISDBTTable* table,
                                                    short* errorCode) {
-  RequestNotificationCallback callback = m_pNotificationCallback.load(std::memory_order_acquire);
+  RequestNotificationCallback callback = getCallback();
   if (!callback) {
     CommandDispatch::setErrorCode(errorCode, -7);
-    CommandDispatch::log("%s: dispatchRequestFeedback: No Request notification callback set!");
+    ostrelLog(kCoreModule, "%s: dispatchRequestFeedback: No Request notification callback set!");
     return 0;
   }
   if (!callback(requestId, status, userData, table)) {
     CommandDispatch::setErrorCode(errorCode, -8);
-    CommandDispatch::log("%s: dispatchRequestFeedback: Request filled notification failed!");
+    ostrelLog(kCoreModule, "%s: dispatchRequestFeedback: Request filled notification failed!");
     return 0;
   }
   CommandDispatch::setErrorCode(errorCode, 0);
@@ -222,13 +178,12 @@ int OstrelGingaCommonCore::requestTimedOut(unsigned int requestId, int /*tunerId
                                            timeval /*timeOut*/, unsigned int /*requestCounter*/) {
   OstrelGingaCommonCore* core = getInstance();
   if (!core) {
-    CommandDispatch::log("%s: requestTimedOut: Could not get GingaCommonCore instance.");
+    ostrelLog(kCoreModule, "%s: requestTimedOut: Could not get GingaCommonCore instance.");
     return 0;
   }
-  RequestNotificationCallback callback =
-      core->m_pNotificationCallback.load(std::memory_order_acquire);
+  RequestNotificationCallback callback = core->getCallback();
   if (!callback) {
-    CommandDispatch::log("%s: requestTimedOut: No Request notification callback set!");
+    ostrelLog(kCoreModule, "%s: requestTimedOut: No Request notification callback set!");
     return 0;
   }
   return callback(requestId, 1, userData, 0);

@@ -34,7 +34,7 @@ TGetTunerListResponse* askServer(GingaServer* server, short* errorCode) {
   TGetTunerListResponse* list = dynamic_cast<TGetTunerListResponse*>(response);
   if (!list) {
     delete response;
-    CommandDispatch::log(kNoAnswer);
+    ostrelLog(kCoreModule, kNoAnswer);
     CommandDispatch::setErrorCode(errorCode, -4);
   }
   return list;
@@ -76,7 +76,7 @@ bool copyTuners(const TGetTunerListResponse& list, unsigned int count, int** ids
 
 int OstrelGingaCommonCore::getTunerList(int** ids, unsigned char** types, short* errorCode) {
   if (!ids || !types) {
-    CommandDispatch::log(kInvalidParameter);
+    ostrelLog(kCoreModule, kInvalidParameter);
     CommandDispatch::setErrorCode(errorCode, -1);
     return 0;
   }
@@ -91,7 +91,7 @@ int OstrelGingaCommonCore::getTunerList(int** ids, unsigned char** types, short*
   const bool copied = copyTuners(*list, count, ids, types);
   delete list;
   if (!copied) {
-    CommandDispatch::log(kNoMemory);
+    ostrelLog(kCoreModule, kNoMemory);
     CommandDispatch::setErrorCode(errorCode, -4);
     return 0;
   }

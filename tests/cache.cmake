@@ -1,5 +1,2 @@
-# The per-tuner table cache.
+# The per-tuner table cache, and the tables the core lends from it.
 ostrel_add_test(cache_test cache_test.cpp)
-ostrel_add_test(cache_item_test cache_item_test.cpp)
-ostrel_add_test(cache_lending_test cache_lending_test.cpp)
-ostrel_add_test(cache_concurrency_test cache_concurrency_test.cpp)

@@ -1,418 +1,298 @@
-// The per-tuner table cache: instances, the bound and its clean-up, replacement,
-// lookups, refusals and flushing.
+// The per-tuner table cache through its published operations: instances, the
+// bound and its clean-up, replacement, lookups, refusals, flushing, and the
+// tables the core lends from it while it delivers them. This program defines
+// time() itself, which the cache's last-access times resolve to.
 #include <gtest/gtest.h>
-#include <limits.h>
+#include <time.h>
 
 #include <atomic>
-#include <initializer_list>
-#include <memory>
-#include <string>
+#include <thread>
 #include <vector>
 
 #include "Cacher.h"
 #include "CountedTable.h"
 #include "LogCapture.h"
-#include "cache_test_support.h"
+#include "OstrelGingaCommonCore.h"
+#include "RecordingServer.h"
+#include "ScopedLock.h"
+#include "Sections.h"
+#include "TPATTable.h"
 
-using namespace Ostrel;
-using OstrelTest::CacheFakeClock;
+using Ostrel::Cacher;
+using Ostrel::OstrelGingaCommonCore;
+using Ostrel::TISDBTTable;
 using OstrelTest::CountedTable;
 using OstrelTest::LogCapture;
 
 namespace {
 
-const std::string kEmptyItem = "Cacher: add: Can't add an empty item...";
-const std::string kInvalidDestination = "Cacher: get: ERROR: Invalid destination pointer(s).";
+std::atomic<time_t> s_now{1000};
+
+}  // namespace
+
+extern "C" time_t time(time_t* out) {
+  time_t now = s_now;
+  if (out)
+    *out = now;
+  return now;
+}
+
+namespace {
 
 class CacheTest : public testing::Test {
  protected:
-  void TearDown() override {
-    // Tables count into this fixture: none may outlive it inside a cache.
-    for (Cacher* cache : m_caches)
-      cache->flush();
-  }
-
   Cacher* freshCache() {
-    Cacher* cache = Cacher::getInstance(OstrelTest::freshTunerId());
-    m_caches.push_back(cache);
-    return cache;
+    static std::atomic<int> next{1000};
+    return Cacher::getInstance(next++);
+  }
+  CountedTable* table() {
+    ++m_made;
+    return new CountedTable(TISDBTTable::kTypePat, &m_destroyed);
   }
 
-  CountedTable* table(std::atomic<int>* destroyed = nullptr) {
-    return new CountedTable(TISDBTTable::kTypePat, destroyed ? destroyed : &m_destroyed);
-  }
-
-  // Adds one table per size, PIDs 1, 2, ..., one second apart.
-  void addSizes(Cacher* cache, std::initializer_list<unsigned int> sizes) {
+  // One table per size under PIDs 1, 2, ..., one second apart.
+  void addSizes(Cacher* cache, const std::vector<unsigned int>& sizes) {
     short pid = 1;
     for (unsigned int size : sizes) {
       cache->add(pid++, 0x00, 0, table(), size);
-      m_clock.advance();
+      ++s_now;
     }
   }
-
-  // The PIDs among candidates that are cached (the lookups refresh them).
-  static std::vector<short> cachedPids(Cacher* cache, std::initializer_list<short> candidates) {
+  // The PIDs in 1..8 that are cached; each lookup refreshes its entry.
+  static std::vector<short> cached(Cacher* cache) {
     std::vector<short> pids;
-    for (short pid : candidates) {
-      if (OstrelTest::lend(cache, pid))
+    for (short pid = 1; pid <= 8; ++pid) {
+      TISDBTTable* found = nullptr;
+      unsigned int size = 0;
+      if (cache->get(pid, 0, 0, &found, &size))
         pids.push_back(pid);
     }
     return pids;
   }
 
-  CacheFakeClock m_clock;
   LogCapture m_log;
+  std::atomic<int> m_made{0};
   std::atomic<int> m_destroyed{0};
-  std::vector<Cacher*> m_caches;
 };
 
-}  // namespace
-
-TEST_F(CacheTest, GetInstanceGivesOneCachePerTunerId) {
-  const int tuner = OstrelTest::freshTunerId();
-  Cacher* first = Cacher::getInstance(tuner);
-  ASSERT_NE(nullptr, first);
-  EXPECT_EQ(first, Cacher::getInstance(tuner));
-  EXPECT_EQ(tuner, first->getTunerId());
-
-  Cacher* other = Cacher::getInstance(tuner + 1000000);
-  EXPECT_NE(first, other);
-  EXPECT_EQ(tuner + 1000000, other->getTunerId());
-
-  ScopedLock lock(&Cacher::s_pStaticMutex);
-  EXPECT_EQ(first, Cacher::s_pInstances.at(tuner));
-  EXPECT_EQ(other, Cacher::s_pInstances.at(tuner + 1000000));
+TEST_F(CacheTest, OneCachePerTunerIdEvenWhenManyThreadsAskFirst) {
+  std::vector<Cacher*> seen(8);
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < seen.size(); ++i)
+    threads.emplace_back([&seen, i] { seen[i] = Cacher::getInstance(77); });
+  for (std::thread& thread : threads)
+    thread.join();
+  for (Cacher* cache : seen)
+    EXPECT_EQ(seen[0], cache);
+  EXPECT_NE(seen[0], Cacher::getInstance(78));
+  Ostrel::ScopedLock lock(&Cacher::s_pStaticMutex);
+  EXPECT_EQ(seen[0], Cacher::s_pInstances.at(77));
 }
 
-TEST_F(CacheTest, EntriesUpToTheBoundAreKeptAndOneByteMoreCleansUp) {
-  EXPECT_EQ(2048, Cacher::s_iMaxCacheSize);
+TEST_F(CacheTest, TheBoundKeepsTheMostRecentlyUsedEntries) {
+  ASSERT_EQ(2048, Cacher::s_iMaxCacheSize);
   struct Row {
-    std::initializer_list<unsigned int> sizes;
+    std::vector<unsigned int> sizes;
     std::vector<short> kept;
+    int destroyed;
   };
   const Row rows[] = {
-      {{2048}, {1}},
-      {{2049}, {}},  // too big on its own: goes at once
-      {{1024, 1024}, {1, 2}},
-      {{1024, 1025}, {2}},
-      {{2047, 1}, {1, 2}},
-      {{2047, 2}, {2}},
-      {{1, 2047, 1}, {2, 3}},
-      {{1000, 1000, 48}, {1, 2, 3}},
-      {{1000, 1000, 49}, {2, 3}},
-      {{600, 600, 600, 600}, {2, 3, 4}},
+      {{2048}, {1}, 0},
+      {{2049}, {}, 1},  // too big on its own: goes at once
+      {{1024, 1024}, {1, 2}, 0},
+      {{1024, 1025}, {2}, 1},
+      {{2047, 2}, {2}, 1},
+      {{1, 2047, 1}, {2, 3}, 1},
+      {{1000, 1000, 48}, {1, 2, 3}, 0},
+      {{1000, 1000, 49}, {2, 3}, 1},
+      {{600, 600, 600, 600}, {2, 3, 4}, 1},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(std::vector<unsigned int>(row.sizes)));
+    SCOPED_TRACE(testing::PrintToString(row.sizes));
     Cacher* cache = freshCache();
     m_destroyed = 0;
     addSizes(cache, row.sizes);
-    EXPECT_EQ(row.kept, cachedPids(cache, {1, 2, 3, 4}));
-    EXPECT_EQ(static_cast<int>(row.sizes.size() - row.kept.size()), m_destroyed.load());
-    cache->flush();
-    EXPECT_EQ(static_cast<int>(row.sizes.size()), m_destroyed.load());
+    EXPECT_EQ(row.kept, cached(cache));
+    EXPECT_EQ(row.destroyed, m_destroyed);
   }
-  EXPECT_TRUE(m_log.lines().empty());
 }
 
-TEST_F(CacheTest, LeastRecentlyUsedOfThreeEntriesOf1000Goes) {
-  {
-    SCOPED_TRACE("no reads: the oldest goes");
-    Cacher* cache = freshCache();
-    addSizes(cache, {1000, 1000, 1000});
-    EXPECT_EQ((std::vector<short>{2, 3}), cachedPids(cache, {1, 2, 3}));
-  }
-  {
-    SCOPED_TRACE("the oldest read after the second was made: the second goes");
-    Cacher* cache = freshCache();
-    addSizes(cache, {1000, 1000});
-    unsigned int size = 0;
-    ASSERT_NE(nullptr, OstrelTest::lend(cache, 1, &size));
-    EXPECT_EQ(1000u, size);
-    m_clock.advance();
-    cache->add(3, 0x00, 0, table(), 1000);
-    EXPECT_EQ((std::vector<short>{1, 3}), cachedPids(cache, {1, 2, 3}));
-  }
-  {
-    SCOPED_TRACE("the raw get refreshes as well");
-    Cacher* cache = freshCache();
-    addSizes(cache, {1000, 1000});
-    TISDBTTable* raw = nullptr;
-    unsigned int size = 0;
-    ASSERT_EQ(1, cache->get(1, 0, 0, &raw, &size));
-    m_clock.advance();
-    cache->add(3, 0x00, 0, table(), 1000);
-    EXPECT_EQ((std::vector<short>{1, 3}), cachedPids(cache, {1, 2, 3}));
-  }
-  EXPECT_EQ(3, m_destroyed.load());
-}
-
-TEST_F(CacheTest, ReplacingAPidDestroysTheOldTableOnceAndAccountsItsSize) {
-  Cacher* cache = freshCache();
-  std::atomic<int> oldDestroyed{0};
-  cache->add(0x10, 0x40, 1, table(&oldDestroyed), 1000);
-  m_clock.advance();
-  cache->add(0x11, 0x40, 1, table(), 1000);
-  m_clock.advance();
-
-  CountedTable* replacement = table();
-  cache->add(0x10, 0x42, 9, replacement, 48);  // other table id and extension
-  EXPECT_EQ(1, oldDestroyed.load());
-  EXPECT_TRUE(replacement->isAlive());
-  m_clock.advance();
-
-  // 48 + 1000 + 1000: exactly the bound, so nothing goes.
-  cache->add(0x12, 0x40, 1, table(), 1000);
-  m_clock.advance();
-  EXPECT_EQ(0, m_destroyed.load());
-
-  // One byte over: 0x11 is now the least recently used, not the replaced PID.
-  cache->add(0x13, 0x40, 1, table(), 1);
-  EXPECT_EQ(1, m_destroyed.load());
-  EXPECT_EQ((std::vector<short>{0x10, 0x12, 0x13}), cachedPids(cache, {0x10, 0x11, 0x12, 0x13}));
-
-  // Found by PID alone, whatever table id and extension are asked for.
-  TISDBTTable* found = nullptr;
-  unsigned int size = 0;
-  EXPECT_EQ(1, cache->get(0x10, 0x7F, -1, &found, &size));
-  EXPECT_EQ(replacement, found);
-  EXPECT_EQ(48u, size);
-
-  cache->flush();
-  EXPECT_EQ(1, oldDestroyed.load());
-  EXPECT_EQ(4, m_destroyed.load());
-}
-
-TEST_F(CacheTest, GetOfAnUncachedPidReturnsZeroAndLeavesTheOutputsAlone) {
-  Cacher* cache = freshCache();
-  for (int filled = 0; filled < 2; ++filled) {
-    SCOPED_TRACE(filled ? "other PIDs cached" : "empty cache");
-    if (filled) {
-      cache->add(0x00, 0x00, 0, table(), 10);
-      cache->add(0x12, 0x00, 0, table(), 10);
-    }
-    for (short pid : {short(0x11), short(0x1FFF), short(-1), short(0x7FFF)}) {
-      TISDBTTable* const rawSentinel = reinterpret_cast<TISDBTTable*>(0x1234);
-      TISDBTTable* raw = rawSentinel;
-      unsigned int size = 77;
-      EXPECT_EQ(0, cache->get(pid, 0x00, 0, &raw, &size));
-      EXPECT_EQ(rawSentinel, raw);
-      EXPECT_EQ(77u, size);
-
-      auto sentinel = std::make_shared<TISDBTTable>();
-      std::shared_ptr<TISDBTTable> shared = sentinel;
-      EXPECT_EQ(0, cache->get(pid, 0x00, 0, &shared, &size));
-      EXPECT_EQ(sentinel, shared);
-      EXPECT_EQ(77u, size);
-    }
-  }
-  EXPECT_TRUE(m_log.lines().empty());  // a miss is no error
-}
-
-TEST_F(CacheTest, NullOutputsAreRefusedWithTheirMessageAndDoNotRefresh) {
+TEST_F(CacheTest, AReadMakesAnEntryTheMostRecentlyUsed) {
   Cacher* cache = freshCache();
   addSizes(cache, {1000, 1000});
-
-  TISDBTTable* raw = nullptr;
-  std::shared_ptr<TISDBTTable> shared;
+  TISDBTTable* found = nullptr;
   unsigned int size = 0;
-  EXPECT_EQ(0, cache->get(1, 0, 0, static_cast<TISDBTTable**>(nullptr), &size));
-  EXPECT_EQ(0, cache->get(1, 0, 0, &raw, nullptr));
-  EXPECT_EQ(0, cache->get(1, 0, 0, static_cast<TISDBTTable**>(nullptr), nullptr));
-  EXPECT_EQ(0, cache->get(1, 0, 0, static_cast<std::shared_ptr<TISDBTTable>*>(nullptr), &size));
-  EXPECT_EQ(0, cache->get(1, 0, 0, &shared, nullptr));
-  EXPECT_EQ(nullptr, raw);
-  EXPECT_EQ(nullptr, shared);
-  EXPECT_EQ(0u, size);
-
-  const auto lines = m_log.lines();
-  ASSERT_EQ(5u, lines.size());
-  for (const auto& line : lines) {
-    EXPECT_EQ(4, line.level);
-    EXPECT_EQ("Cacher", line.module);
-    EXPECT_EQ(kInvalidDestination, line.message);
-  }
-
-  // PID 1 was not refreshed: it is still the one to go.
-  m_clock.advance();
-  cache->add(3, 0x00, 0, table(), 1000);
-  EXPECT_EQ((std::vector<short>{2, 3}), cachedPids(cache, {1, 2, 3}));
+  ASSERT_EQ(1, cache->get(1, 0x42, 7, &found, &size));  // any table id and extension
+  EXPECT_EQ(1000u, size);
+  ++s_now;
+  cache->add(3, 0, 0, table(), 1000);
+  EXPECT_EQ((std::vector<short>{1, 3}), cached(cache));
 }
 
-TEST_F(CacheTest, EmptyAddsAreRefusedWithTheirMessageAndChangeNothing) {
+TEST_F(CacheTest, WithinOneSecondTheEntryUsedFirstGoesFirst) {
   Cacher* cache = freshCache();
-  CountedTable* cached = table();
-  cache->add(0x20, 0x02, 1, cached, 100);
+  cache->add(5, 0, 0, table(), 700);
+  cache->add(2, 0, 0, table(), 700);
+  cache->add(9, 0, 0, table(), 600);
+  TISDBTTable* found = nullptr;
+  unsigned int size = 0;
+  ASSERT_EQ(1, cache->get(2, 0, 0, &found, &size));
+  cache->add(7, 0, 0, table(), 100);  // 2100: one entry must go
+  EXPECT_EQ(0, cache->get(5, 0, 0, &found, &size));
+  EXPECT_EQ(1, cache->get(2, 0, 0, &found, &size));
+  EXPECT_EQ(1, cache->get(9, 0, 0, &found, &size));
+}
 
-  std::atomic<int> refusedDestroyed{0};
-  CountedTable* refused = table(&refusedDestroyed);
-  auto refusedShared = std::make_shared<CountedTable>(TISDBTTable::kTypePmt, &refusedDestroyed);
+TEST_F(CacheTest, ReplacingAPidDestroysTheOldTableAndCountsOnlyTheNewSize) {
+  Cacher* cache = freshCache();
+  CountedTable* first = table();
+  cache->add(0x11, 0x42, 1, first, 1000);
+  CountedTable* second = table();
+  cache->add(0x11, 0x46, 2, second, 48);  // another table id: replaced all the same
+  EXPECT_EQ(1, m_destroyed);
+  cache->add(1, 0, 0, table(), 1000);
+  cache->add(2, 0, 0, table(), 1000);  // 48 + 2000: exactly the bound
+  EXPECT_EQ(1, m_destroyed);
+  TISDBTTable* found = nullptr;
+  unsigned int size = 0;
+  ASSERT_EQ(1, cache->get(0x11, 0, 0, &found, &size));
+  EXPECT_EQ(second, found);
+  EXPECT_EQ(48u, size);
+}
 
-  cache->add(0x20, 0x02, 1, static_cast<TISDBTTable*>(nullptr), 100);
-  cache->add(0x20, 0x02, 1, refused, 0);
-  cache->add(0x20, 0x02, 1, std::shared_ptr<TISDBTTable>(), 100);
-  cache->add(0x20, 0x02, 1, refusedShared, 0);
-  cache->add(0x21, 0x02, 1, refused, 0);  // a new PID is not made either
-
-  EXPECT_EQ(5, m_log.count(kEmptyItem));
-  for (const auto& line : m_log.lines()) {
-    EXPECT_EQ(4, line.level);
-    EXPECT_EQ("Cacher", line.module);
-  }
-  // The caller keeps what was refused; the cache holds no reference to it.
-  EXPECT_TRUE(refused->isAlive());
-  EXPECT_EQ(1, refusedShared.use_count());
-  EXPECT_EQ(0, refusedDestroyed.load());
+TEST_F(CacheTest, RefusalsAndMissesChangeNothingAndWriteNothing) {
+  Cacher* cache = freshCache();
+  addSizes(cache, {1000, 1000});
+  CountedTable* refused = table();
+  cache->add(3, 0, 0, refused, 0);
+  cache->add(4, 0, 0, nullptr, 10);
+  EXPECT_EQ(2, m_log.count("Cacher: add: Can't add an empty item..."));
+  EXPECT_TRUE(refused->isAlive());  // still the caller's
   delete refused;
 
-  TISDBTTable* found = nullptr;
-  unsigned int size = 0;
-  EXPECT_EQ(1, cache->get(0x20, 0, 0, &found, &size));
-  EXPECT_EQ(cached, found);
-  EXPECT_EQ(100u, size);
-  EXPECT_EQ(0, cache->get(0x21, 0, 0, &found, &size));
-  EXPECT_EQ(0, m_destroyed.load());
+  TISDBTTable* found = reinterpret_cast<TISDBTTable*>(0x1);
+  unsigned int size = 77;
+  EXPECT_EQ(0, cache->get(5, 0, 0, &found, &size));
+  EXPECT_EQ(reinterpret_cast<TISDBTTable*>(0x1), found);
+  EXPECT_EQ(77u, size);
+  EXPECT_EQ(0, cache->get(1, 0, 0, nullptr, &size));
+  EXPECT_EQ(0, cache->get(1, 0, 0, &found, nullptr));
+  EXPECT_EQ(2, m_log.count("Cacher: get: ERROR: Invalid destination pointer(s)."));
 
-  // The size of the one entry is all that counts: 100 + 1948 fits.
-  cache->add(0x22, 0x02, 1, table(), 1948);
-  EXPECT_EQ(0, m_destroyed.load());
+  // Neither refused lookup refreshed PID 1: it is still the one to go.
+  ++s_now;
+  cache->add(6, 0, 0, table(), 48);
+  cache->add(7, 0, 0, table(), 1);
+  EXPECT_EQ((std::vector<short>{2, 6, 7}), cached(cache));
 }
 
-TEST_F(CacheTest, CachesOfDifferentTunersAreIndependent) {
-  Cacher* a = freshCache();
-  Cacher* b = freshCache();
-  std::atomic<int> destroyedA{0}, destroyedB{0};
-  for (short pid : {short(0x00), short(0x10)}) {
-    a->add(pid, 0x00, 0, table(&destroyedA), 1024);
-    b->add(pid, 0x00, 0, table(&destroyedB), 1024);
-  }
-  // Each has the whole bound to itself.
-  EXPECT_EQ((std::vector<short>{0x00, 0x10}), cachedPids(a, {0x00, 0x10}));
-  EXPECT_EQ((std::vector<short>{0x00, 0x10}), cachedPids(b, {0x00, 0x10}));
-  EXPECT_NE(OstrelTest::lend(a, 0x00), OstrelTest::lend(b, 0x00));
-
-  b->add(0x11, 0x00, 0, table(&destroyedB), 1);  // cleans b only
-  EXPECT_EQ(0, destroyedA.load());
-  EXPECT_EQ(1, destroyedB.load());
-
-  a->flush();
-  EXPECT_EQ(2, destroyedA.load());
-  EXPECT_EQ(1, destroyedB.load());
-  // 0x00 was read last (above), so 0x10 was b's least recently used.
-  EXPECT_EQ((std::vector<short>{0x00, 0x11}), cachedPids(b, {0x00, 0x10, 0x11}));
-  b->flush();
-  EXPECT_EQ(3, destroyedB.load());
-}
-
-TEST_F(CacheTest, FlushDestroysEveryTableOnceAndEmptiesTheSum) {
+TEST_F(CacheTest, FlushAndCleanUpDestroyEachTableOnce) {
   Cacher* cache = freshCache();
-  cache->flush();  // empty: nothing to do
-  EXPECT_EQ(0, m_destroyed.load());
-
-  for (short pid : {short(-5), short(0), short(0x10), short(0x11), short(0x1FFF)}) {
-    cache->add(pid, 0x00, 0, table(), 400);
-  }
+  addSizes(cache, {500, 500, 500});
+  cache->cleanUp();  // within the bound: nothing goes
+  EXPECT_EQ(0, m_destroyed);
   cache->flush();
-  EXPECT_EQ(5, m_destroyed.load());
-  EXPECT_TRUE(cachedPids(cache, {-5, 0, 0x10, 0x11, 0x1FFF}).empty());
+  EXPECT_EQ(3, m_destroyed);
+  EXPECT_TRUE(cached(cache).empty());
   cache->flush();
-  EXPECT_EQ(5, m_destroyed.load());
-
-  // The sum starts again from 0: a full bound fits.
-  cache->add(0x10, 0x00, 0, table(), 2048);
-  EXPECT_EQ(5, m_destroyed.load());
-  EXPECT_EQ((std::vector<short>{0x10}), cachedPids(cache, {0x10}));
+  EXPECT_EQ(3, m_destroyed);
+  addSizes(cache, {2048});  // the sum started again from 0
+  EXPECT_EQ((std::vector<short>{1}), cached(cache));
 }
 
-TEST_F(CacheTest, CleanUpOnlyRemovesWhatExceedsTheBound) {
+TEST_F(CacheTest, TheBoundIsTunableAndAHugeSizeCannotWrapTheSum) {
   Cacher* cache = freshCache();
-  addSizes(cache, {1000, 1000});
-  cache->cleanUp();
-  EXPECT_EQ(0, m_destroyed.load());
-  EXPECT_EQ((std::vector<short>{1, 2}), cachedPids(cache, {1, 2}));
-}
-
-TEST_F(CacheTest, TheBoundIsTunable) {
-  const int saved = Cacher::s_iMaxCacheSize;
   Cacher::s_iMaxCacheSize = 100;
-  Cacher* cache = freshCache();
-  addSizes(cache, {60, 40});
-  EXPECT_EQ(0, m_destroyed.load());
-  addSizes(cache, {1});  // PID 1 again, 1 byte: 41 in all
-  EXPECT_EQ(1, m_destroyed.load());
-  cache->add(3, 0x00, 0, table(), 60);  // 101: PID 2 is the oldest now
-  EXPECT_EQ((std::vector<short>{1, 3}), cachedPids(cache, {1, 2, 3}));
-  Cacher::s_iMaxCacheSize = saved;
+  addSizes(cache, {60, 60});
+  Cacher::s_iMaxCacheSize = 2048;
+  EXPECT_EQ((std::vector<short>{2}), cached(cache));
+
+  addSizes(cache, {1000, 0xFFFFFFF0u});
+  EXPECT_TRUE(cached(cache).empty());
+  addSizes(cache, {2048});
+  EXPECT_EQ((std::vector<short>{1}), cached(cache));
 }
 
-TEST_F(CacheTest, ReAddingTheCachedTableUnderItsPidKeepsOneOwner) {
-  Cacher* cache = freshCache();
-  CountedTable* cached = table();
-  cache->add(0x30, 0x00, 0, cached, 10);
-  m_clock.advance();
-  cache->add(0x30, 0x00, 0, cached, 20);
-  EXPECT_TRUE(cached->isAlive());
-  EXPECT_EQ(0, m_destroyed.load());
+// The core lends cached tables to its callback: whatever the callback does to
+// the cache meanwhile, the table it was given stays valid for the whole call,
+// and is destroyed once afterwards.
+CountedTable* s_lent = nullptr;
+std::atomic<int> s_lentDestroyed{0};
+bool s_aliveAfterChanges = false;
 
-  unsigned int size = 0;
-  EXPECT_EQ(cached, OstrelTest::lend(cache, 0x30, &size).get());
-  EXPECT_EQ(20u, size);
+int replaceAndFlush(unsigned int, unsigned char status, void*, TISDBTTable* table) {
+  Cacher* cache = Cacher::getInstance(5);
+  cache->add(0x30, 0, 0, new CountedTable(TISDBTTable::kTypePat), 10);
   cache->flush();
-  EXPECT_EQ(1, m_destroyed.load());
+  s_aliveAfterChanges = status == 0 && table == s_lent && s_lent->isAlive() && s_lentDestroyed == 0;
+  return 1;
 }
 
-TEST_F(CacheTest, AHugeDataSizeCannotWrapTheSum) {
-  for (unsigned int huge : {UINT_MAX, UINT_MAX - 1000u, 0x80000000u}) {
-    SCOPED_TRACE(huge);
-    Cacher* cache = freshCache();
-    m_destroyed = 0;
-    addSizes(cache, {1000, 1000});
-    cache->add(3, 0x00, 0, table(), huge);
-    // Nothing fits beside a table that exceeds the bound on its own.
-    EXPECT_EQ(3, m_destroyed.load());
-    EXPECT_TRUE(cachedPids(cache, {1, 2, 3}).empty());
+TEST_F(CacheTest, ATableLentToTheCallbackOutlivesReplaceAndFlush) {
+  s_lent = new CountedTable(TISDBTTable::kTypePat, &s_lentDestroyed);
+  Cacher::getInstance(5)->add(0x30, 0, 0, s_lent, 10);
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setRequestNotificationCallback(&replaceAndFlush);
+  EXPECT_EQ(1, core->requestData(1, 0, 5, 0x30, 0x02, 1, nullptr, nullptr, nullptr));
+  EXPECT_TRUE(s_aliveAfterChanges);
+  EXPECT_EQ(1, s_lentDestroyed);
+}
 
-    cache->add(4, 0x00, 0, table(), 2048);  // the sum is exact again
-    EXPECT_EQ(3, m_destroyed.load());
-    EXPECT_EQ((std::vector<short>{4}), cachedPids(cache, {4}));
-    cache->flush();
+std::atomic<int> s_tsId{-1};
+
+int readPatAfterFlush(unsigned int, unsigned char, void*, TISDBTTable* table) {
+  Cacher::getInstance(6)->flush();
+  s_tsId = static_cast<Ostrel::TPATTable*>(table)->getTransportStreamId();
+  return 1;
+}
+
+TEST_F(CacheTest, AnInjectedTableEvictedAtOnceIsStillDelivered) {
+  OstrelTest::RecordingServer server;
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setServer(&server);
+  core->setRequestNotificationCallback(&readPatAfterFlush);
+  ASSERT_EQ(1, core->requestData(2, 2, 6, 0, 0, 0, nullptr, nullptr, nullptr));
+  std::vector<unsigned char> pat = OstrelTest::patSection(0x0640);
+  Cacher::s_iMaxCacheSize = 1;  // the clean-up takes the new table at once
+  EXPECT_EQ(1, core->injectData(6, 0, 0, 0, nullptr, pat.data(), pat.size()));
+  Cacher::s_iMaxCacheSize = 2048;
+  EXPECT_EQ(0x0640, s_tsId);
+}
+
+// Borrowers on the test's thread read tables through the core while other
+// threads replace, evict and flush them (run under the sanitizers).
+int touch(unsigned int, unsigned char, void*, TISDBTTable* table) {
+  return static_cast<CountedTable*>(table)->isAlive() ? 1 : 0;
+}
+
+TEST_F(CacheTest, LentTablesStayValidWhileOtherThreadsChangeTheCache) {
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setRequestNotificationCallback(&touch);
+  Cacher* cache = Cacher::getInstance(7);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> writers;
+  for (int w = 0; w < 2; ++w) {
+    writers.emplace_back([&, w] {
+      for (int i = 0; !stop; ++i) {
+        cache->add(static_cast<short>(i % 4), 0, 0, table(), 700);
+        if (i % 16 == 15 - w)
+          cache->flush();
+      }
+    });
   }
+  int refused = 0;
+  for (int i = 0; i < 20000; ++i) {
+    short error = 0;
+    if (!core->requestData(i, 0, 7, static_cast<short>(i % 4), 0x02, 0, nullptr, nullptr, &error) &&
+        error == 0)
+      ++refused;  // answered from the cache, but the table was dead
+  }
+  stop = true;
+  for (std::thread& writer : writers)
+    writer.join();
+  EXPECT_EQ(0, refused);
+  cache->flush();
+  EXPECT_EQ(m_made, m_destroyed);
 }
 
-TEST_F(CacheTest, AccessesWithinOneSecondKeepTheirOrder) {
-  {
-    SCOPED_TRACE("a read in the same second counts");
-    Cacher* cache = freshCache();
-    cache->add(0x30, 0x00, 0, table(), 1000);
-    cache->add(0x20, 0x00, 0, table(), 1000);
-    ASSERT_NE(nullptr, OstrelTest::lend(cache, 0x30));
-    cache->add(0x10, 0x00, 0, table(), 1000);
-    EXPECT_EQ((std::vector<short>{0x10, 0x30}), cachedPids(cache, {0x10, 0x20, 0x30}));
-  }
-  {
-    SCOPED_TRACE("the newest entry outlives an older one of the same second");
-    Cacher* cache = freshCache();
-    cache->add(0x50, 0x00, 0, table(), 2000);
-    cache->add(0x05, 0x00, 0, table(), 100);
-    EXPECT_EQ((std::vector<short>{0x05}), cachedPids(cache, {0x05, 0x50}));
-  }
-  EXPECT_EQ(2, m_destroyed.load());
-}
-
-TEST_F(CacheTest, DestroyingACacheDestroysItsTables) {
-  const int tuner = OstrelTest::freshTunerId();
-  Cacher* cache = Cacher::getInstance(tuner);
-  cache->add(0x00, 0x00, 0, table(), 10);
-  cache->add(0x10, 0x40, 0, table(), 10);
-  auto kept = OstrelTest::lend(cache, 0x10);
-  OstrelTest::destroyCache(tuner);
-  EXPECT_EQ(1, m_destroyed.load());
-  ASSERT_NE(nullptr, kept);
-  EXPECT_TRUE(static_cast<CountedTable*>(kept.get())->isAlive());
-  kept.reset();
-  EXPECT_EQ(2, m_destroyed.load());
-  // The tuner id gets a new, empty cache on its next use.
-  EXPECT_EQ(nullptr, OstrelTest::lend(Cacher::getInstance(tuner), 0x00));
-  OstrelTest::destroyCache(tuner);
-}
+}  // namespace

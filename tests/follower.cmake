@@ -6,5 +6,5 @@ ostrel_add_test(follower_monitor_test follower_monitor_test.cpp)
 ostrel_add_test(follower_clock_test follower_clock_test.cpp)
 ostrel_add_test(follower_alloc_test follower_alloc_test.cpp)
 # The tree is internal to the library: the test builds its own copy.
-ostrel_add_test(follower_tree_test follower_tree_test.cpp ${OSTREL_FOLLOWER_DIR}/ItemTree.cpp)
-target_include_directories(follower_tree_test PRIVATE ${OSTREL_FOLLOWER_DIR})
+ostrel_add_test(follower_tree_test follower_tree_test.cpp ${PROJECT_SOURCE_DIR}/follower/ItemTree.cpp)
+target_include_directories(follower_tree_test PRIVATE ${PROJECT_SOURCE_DIR}/follower)

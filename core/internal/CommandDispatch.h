@@ -1,11 +1,14 @@
 #ifndef OSTREL_COMMAND_DISPATCH_H
 #define OSTREL_COMMAND_DISPATCH_H
 
+#include "GingaServer.h"
+#include "OstrelLog.h"
 #include "TCommand.h"
 
 namespace Ostrel {
 
-class GingaServer;
+// The core's module tag in every message it logs.
+const char* const kCoreModule = "GingaCommonCore";
 
 // The messages of one command operation, each a format whose one "%s" takes
 // the core's module tag.
@@ -21,11 +24,6 @@ struct CommandMessages {
 // reads. Internal to the core.
 class CommandDispatch {
  public:
-  static const char* const kModule;
-
-  // Logs format at level 4 with the core's module tag as module and argument.
-  static void log(const char* format);
-
   static void setErrorCode(short* errorCode, short value) {
     if (errorCode) {
       *errorCode = value;
@@ -41,7 +39,7 @@ class CommandDispatch {
     Command* command = dynamic_cast<Command*>(made);
     if (!command) {
       delete made;
-      log(createFailure);
+      ostrelLog(kCoreModule, createFailure);
       setErrorCode(errorCode, -3);
     }
     return command;
@@ -64,14 +62,14 @@ class CommandDispatch {
     int sent = command->send(&response);
     delete command;
     if (!sent) {
-      log(messages.sendFailure);
+      ostrelLog(kCoreModule, messages.sendFailure);
       setErrorCode(errorCode, -5);
       return 0;
     }
     bool answered = read(dynamic_cast<Command*>(response));
     delete response;
     if (!answered) {
-      log(messages.noAnswer);
+      ostrelLog(kCoreModule, messages.noAnswer);
       setErrorCode(errorCode, -4);
       return 0;
     }
@@ -86,7 +84,7 @@ class CommandDispatch {
   };
 
   // A GingaServer is the end point of every command.
-  static GingaEndPoint* endPoint(GingaServer* server);
+  static GingaEndPoint* endPoint(GingaServer* server) { return server; }
 };
 
 }  // namespace Ostrel
