@@ -213,6 +213,21 @@ TEST_F(CacheTest, TheBoundIsTunableAndAHugeSizeCannotWrapTheSum) {
   EXPECT_EQ((std::vector<short>{1}), cached(cache));
 }
 
+// Caches are never destroyed, at exit included: a cached table whose
+// destructor uses a global of the program would run after that global is gone
+// (AddressSanitizer reports the use).
+std::vector<int> s_globalOfTheProgram(1);
+
+struct TableUsingAGlobal : TISDBTTable {
+  TableUsingAGlobal() : TISDBTTable(kTypePat) {}
+  ~TableUsingAGlobal() override { s_globalOfTheProgram.push_back(1); }
+};
+
+TEST_F(CacheTest, CachedTablesOutliveTheProgramsGlobals) {
+  Cacher::getInstance(8)->add(1, 0, 0, new TableUsingAGlobal, 10);
+  EXPECT_EQ(1u, s_globalOfTheProgram.size());
+}
+
 // The core lends cached tables to its callback: whatever the callback does to
 // the cache meanwhile, the table it was given stays valid for the whole call,
 // and is destroyed once afterwards.

@@ -25,11 +25,11 @@ GingaServer::~GingaServer() {
 void GingaServer::waitBusyCommands() {}
 
 void GingaServer::setDataDestination(GingaDataDestination* destination) {
-  m_pDestination.store(destination, std::memory_order_release);
+  __atomic_store_n(&m_pDestination, destination, __ATOMIC_RELEASE);
 }
 
 GingaDataDestination* GingaServer::getDataDestination() const {
-  return m_pDestination.load(std::memory_order_acquire);
+  return __atomic_load_n(&m_pDestination, __ATOMIC_ACQUIRE);
 }
 
 void GingaServer::adoptOpenRequest(TDataRequestCommand* request) {

@@ -3,7 +3,6 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <vector>
 
 #include "GingaEndPoint.h"
@@ -49,7 +48,7 @@ class GingaServer : public GingaEndPoint {
   GingaServer(const GingaServer&);
   GingaServer& operator=(const GingaServer&);
 
-  std::atomic<GingaDataDestination*> m_pDestination;
+  GingaDataDestination* m_pDestination;  // an atomic word (compiler builtins)
   mutable pthread_mutex_t m_mutex;
   std::vector<TDataRequestCommand*> m_vecOpenRequests;
 };

@@ -20,7 +20,7 @@ class TDescriptorBuilder {
   static std::vector<unsigned char> networkName(const std::string& name);
   // 0x41: (service id, service type) pairs.
   static std::vector<unsigned char> serviceList(
-      const std::vector<std::pair<unsigned short, unsigned char>>& services);
+      const std::vector<std::pair<unsigned short, unsigned char> >& services);
   // 0x48.
   static std::vector<unsigned char> service(unsigned char serviceType, const std::string& provider,
                                             const std::string& name);
@@ -35,7 +35,7 @@ class TDescriptorBuilder {
   // (transmission_type_info, service ids).
   static std::vector<unsigned char> tsInformation(
       unsigned char remoteControlKeyId, const std::string& tsName,
-      const std::vector<std::pair<unsigned char, std::vector<unsigned short>>>& types);
+      const std::vector<std::pair<unsigned char, std::vector<unsigned short> > >& types);
   // 0xFA; frequencies in 1/7 MHz units.
   static std::vector<unsigned char> terrestrialDeliverySystem(
       unsigned short areaCode, unsigned char guardInterval, unsigned char transmissionMode,

@@ -18,8 +18,10 @@ class TDescriptorList {
     if (m_bDestroy)
       destroyItems();
   }
+#if __cplusplus >= 201103L
   TDescriptorList(TDescriptorList&& other) noexcept;
   TDescriptorList& operator=(TDescriptorList&& other) noexcept;
+#endif
 
   // Parses the descriptors that fill loop exactly, placing them in arena.
   // The loop's bytes must live as long as the arena (the table's copy of its
