@@ -8,7 +8,12 @@
 namespace Ostrel {
 
 void CacheLoan::__lend(Cacher* cache, short pid, TISDBTTable* table) {
-  ++cache->m_mapLoans[table];  // may throw: nothing lent yet
+  std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator loan = cache->__loanOf(table);
+  if (loan == cache->m_vecLoans.end()) {
+    cache->m_vecLoans.push_back(std::make_pair(table, 1u));  // may throw: nothing lent yet
+  } else {
+    ++loan->second;
+  }
   m_pCache = cache;
   m_pTable = table;
   m_sPid = pid;
@@ -42,11 +47,12 @@ CacheLoan::~CacheLoan() {
     return;
   }
   ScopedLock lock(&m_pCache->m_mutex);
-  std::map<TISDBTTable*, unsigned int>::iterator loan = m_pCache->m_mapLoans.find(m_pTable);
+  std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator loan = m_pCache->__loanOf(m_pTable);
   if (--loan->second > 0) {
     return;
   }
-  m_pCache->m_mapLoans.erase(loan);
+  *loan = m_pCache->m_vecLoans.back();
+  m_pCache->m_vecLoans.pop_back();
   std::map<short, Cacher::CacherItem*>::iterator it = m_pCache->m_mapItems.find(m_sPid);
   if (it == m_pCache->m_mapItems.end() || it->second->getData() != m_pTable) {
     delete m_pTable;  // its entry went while it was lent, or it was never stored

@@ -76,6 +76,10 @@ void Cacher::add(short pid, short tableId, short tableIdExt, TISDBTTable* table,
       m_mapItems.insert(std::make_pair(pid, item));
     } else {
       // A new version of a cached PID: the entry changes, its map node stays.
+      // Handed the very table it holds, the old entry lets go of it first.
+      if (it->second->m_pData == table) {
+        it->second->m_pData = 0;
+      }
       m_uiCacheSize -= it->second->getDataSize();
       __destroy(it->second);
       it->second = item;
@@ -85,7 +89,7 @@ void Cacher::add(short pid, short tableId, short tableIdExt, TISDBTTable* table,
       item->m_pData = 0;
     }
     delete item;
-    if (m_mapLoans.find(table) == m_mapLoans.end()) {
+    if (__loanOf(table) == m_vecLoans.end()) {
       delete table;  // the cache owned it from the call on
     }
     throw;
@@ -141,9 +145,17 @@ bool Cacher::lessRecentlyUsed(CacherItem* a, CacherItem* b) {
   return a->m_uiAccessOrder - b->m_uiAccessOrder > 0x7FFFFFFFu;
 }
 
+std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator Cacher::__loanOf(TISDBTTable* table) {
+  std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator it = m_vecLoans.begin();
+  while (it != m_vecLoans.end() && it->first != table) {
+    ++it;
+  }
+  return it;
+}
+
 // Destroys an entry and its table; a lent table is left to its last loan.
 void Cacher::__destroy(CacherItem* item) {
-  if (m_mapLoans.find(item->getData()) != m_mapLoans.end()) {
+  if (__loanOf(item->getData()) != m_vecLoans.end()) {
     item->m_pData = 0;
   }
   delete item;

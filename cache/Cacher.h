@@ -4,6 +4,8 @@
 #include <pthread.h>
 
 #include <map>
+#include <utility>
+#include <vector>
 
 #include "OstrelExport.h"
 
@@ -84,9 +86,12 @@ class OSTREL_EXPORT Cacher {
   unsigned int m_uiCacheSize;               // sum of the entries' data sizes
 
   // Tables lent to the library's own delivery paths (CacheLoan), with their
-  // loan counts. An entry that goes while its table is lent leaves the table
-  // to the last loan, which destroys it.
-  std::map<TISDBTTable*, unsigned int> m_mapLoans;
+  // loan counts: a handful at most, one per delivery under way. An entry that
+  // goes while its table is lent leaves the table to the last loan, which
+  // destroys it.
+  std::vector<std::pair<TISDBTTable*, unsigned int>> m_vecLoans;
+  OSTREL_LOCAL std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator __loanOf(
+      TISDBTTable* table);
   // Order of the entries' accesses, telling apart those of one second.
   unsigned int m_uiAccesses;
 };

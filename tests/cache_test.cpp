@@ -158,6 +158,10 @@ TEST_F(CacheTest, ReplacingAPidDestroysTheOldTableAndCountsOnlyTheNewSize) {
   ASSERT_EQ(1, cache->get(0x11, 0, 0, &found, &size));
   EXPECT_EQ(second, found);
   EXPECT_EQ(48u, size);
+  cache->add(0x11, 0x46, 2, second, 40);  // the table it holds: kept, not owned twice
+  EXPECT_TRUE(second->isAlive());
+  cache->flush();
+  EXPECT_EQ(4, m_destroyed);
 }
 
 TEST_F(CacheTest, RefusalsAndMissesChangeNothingAndWriteNothing) {
