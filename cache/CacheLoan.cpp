@@ -8,7 +8,7 @@
 namespace Ostrel {
 
 void CacheLoan::__lend(Cacher* cache, short pid, TISDBTTable* table) {
-  std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator loan = cache->__loanOf(table);
+  std::vector<Cacher::Loan>::iterator loan = cache->__loanOf(table);
   if (loan == cache->m_vecLoans.end()) {
     cache->m_vecLoans.push_back(std::make_pair(table, 1u));  // may throw: nothing lent yet
   } else {
@@ -47,7 +47,7 @@ CacheLoan::~CacheLoan() {
     return;
   }
   ScopedLock lock(&m_pCache->m_mutex);
-  std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator loan = m_pCache->__loanOf(m_pTable);
+  std::vector<Cacher::Loan>::iterator loan = m_pCache->__loanOf(m_pTable);
   if (--loan->second > 0) {
     return;
   }

@@ -145,8 +145,8 @@ bool Cacher::lessRecentlyUsed(CacherItem* a, CacherItem* b) {
   return a->m_uiAccessOrder - b->m_uiAccessOrder > 0x7FFFFFFFu;
 }
 
-std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator Cacher::__loanOf(TISDBTTable* table) {
-  std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator it = m_vecLoans.begin();
+std::vector<Cacher::Loan>::iterator Cacher::__loanOf(TISDBTTable* table) {
+  std::vector<Cacher::Loan>::iterator it = m_vecLoans.begin();
   while (it != m_vecLoans.end() && it->first != table) {
     ++it;
   }

@@ -89,9 +89,9 @@ class OSTREL_EXPORT Cacher {
   // loan counts: a handful at most, one per delivery under way. An entry that
   // goes while its table is lent leaves the table to the last loan, which
   // destroys it.
-  std::vector<std::pair<TISDBTTable*, unsigned int>> m_vecLoans;
-  OSTREL_LOCAL std::vector<std::pair<TISDBTTable*, unsigned int>>::iterator __loanOf(
-      TISDBTTable* table);
+  typedef std::pair<TISDBTTable*, unsigned int> Loan;
+  std::vector<Loan> m_vecLoans;
+  OSTREL_LOCAL std::vector<Loan>::iterator __loanOf(TISDBTTable* table);
   // Order of the entries' accesses, telling apart those of one second.
   unsigned int m_uiAccesses;
 };

@@ -19,8 +19,8 @@ class TDescriptorBuilder {
   // 0x40.
   static std::vector<unsigned char> networkName(const std::string& name);
   // 0x41: (service id, service type) pairs.
-  static std::vector<unsigned char> serviceList(
-      const std::vector<std::pair<unsigned short, unsigned char> >& services);
+  typedef std::pair<unsigned short, unsigned char> ServiceEntry;
+  static std::vector<unsigned char> serviceList(const std::vector<ServiceEntry>& services);
   // 0x48.
   static std::vector<unsigned char> service(unsigned char serviceType, const std::string& provider,
                                             const std::string& name);
@@ -31,11 +31,13 @@ class TDescriptorBuilder {
   static std::vector<unsigned char> localTimeOffset(unsigned int countryCode,
                                                     unsigned char regionId, int offsetSeconds,
                                                     long long timeOfChange, int nextOffsetSeconds);
+  typedef std::vector<unsigned short> ServiceIds;
+  typedef std::pair<unsigned char, ServiceIds> TransmissionType;
   // 0xCD with one transmission type per entry of `types` (at most 3):
   // (transmission_type_info, service ids).
-  static std::vector<unsigned char> tsInformation(
-      unsigned char remoteControlKeyId, const std::string& tsName,
-      const std::vector<std::pair<unsigned char, std::vector<unsigned short> > >& types);
+  static std::vector<unsigned char> tsInformation(unsigned char remoteControlKeyId,
+                                                  const std::string& tsName,
+                                                  const std::vector<TransmissionType>& types);
   // 0xFA; frequencies in 1/7 MHz units.
   static std::vector<unsigned char> terrestrialDeliverySystem(
       unsigned short areaCode, unsigned char guardInterval, unsigned char transmissionMode,
