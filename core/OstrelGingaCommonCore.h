@@ -196,8 +196,8 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
   GingaServer* m_pServer;
   RequestNotificationCallback m_pNotificationCallback;
 
-  static OstrelGingaCommonCore* s_pInstance;
-  static pthread_mutex_t s_pSingMutex;
+  OSTREL_LOCAL static OstrelGingaCommonCore* s_pInstance;
+  OSTREL_LOCAL static pthread_mutex_t s_pSingMutex;
 };
 
 }  // namespace Ostrel
