@@ -1,13 +1,19 @@
 #include "ChannelScan.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "OstrelGingaCommonCore.h"
+#include "ReceiverSimulator.h"
+#include "RequestFollower.h"
+#include "RequestFollowerItem.h"
 #include "RequestTrace.h"
 #include "TLocalTimeOffsetDescriptor.h"
+#include "TLongSectionTable.h"
 #include "TNITTable.h"
 #include "TPATTable.h"
 #include "TPMTTable.h"
@@ -16,6 +22,7 @@
 #include "TTOTTable.h"
 #include "TTSInformationDescriptor.h"
 #include "TTerrestrialDeliverySystemDescriptor.h"
+#include "TunerInput.h"
 
 namespace Ostrel {
 
@@ -31,6 +38,11 @@ const unsigned int kCountryBra = ('B' << 16) | ('R' << 8) | 'A';
 // Request ids are unique in the process, so that scans may overlap.
 std::atomic<unsigned int> s_uiNextRequestId(1);
 
+// How often waitFor asks the carriage probe.
+const std::chrono::milliseconds kProbeEvery(20);
+// Beyond the receiver's filter start, for the sender to record its request.
+const double kSettleMarginMs = 30;
+
 // The request this thread is sending: an answer for it that arrives while
 // requestData is still running came from the cache.
 thread_local unsigned int t_uiSending = 0;
@@ -41,6 +53,74 @@ std::string hex4(unsigned short value) {
   return text;
 }
 
+// The sections of one long-form table gathered so far (current version).
+struct Gather {
+  int version = -1;
+  int last = -1;
+  std::map<unsigned char, int> seen;  // section number: times received
+  bool givenUp = false;
+
+  bool complete() const { return last >= 0 && seen.size() == static_cast<size_t>(last) + 1; }
+
+  // Files one section; *fresh when its number is new, *reset when it starts
+  // a new version (whatever was gathered is void). True when the table wants
+  // another section: a section that comes a third time before the rest means
+  // the rest is not coming.
+  bool file(const TLongSectionTable& table, bool* fresh, bool* reset) {
+    *fresh = false;
+    *reset = false;
+    if (!table.isCurrentNext()) {
+      return !givenUp && !complete();
+    }
+    if (version != table.getVersionNumber() || last != table.getLastSectionNumber()) {
+      version = table.getVersionNumber();
+      last = table.getLastSectionNumber();
+      seen.clear();
+      givenUp = false;
+      *reset = true;
+    }
+    int& times = seen[table.getSectionNumber()];
+    *fresh = ++times == 1;
+    if (complete() || givenUp) {
+      return false;
+    }
+    givenUp = times >= 3;
+    return !givenUp;
+  }
+
+  std::string note(const char* name) const {
+    if (last < 0 || complete()) {
+      return std::string();
+    }
+    return std::string(name) + ": " + std::to_string(seen.size()) + " of " +
+           std::to_string(last + 1) + " sections";
+  }
+};
+
+struct PatEntry {
+  unsigned short program;
+  unsigned short pid;
+};
+
+struct SdtEntry {
+  unsigned short id;
+  unsigned char type;
+  std::string name;
+  std::string provider;
+};
+
+// One transport stream of the NIT with what the scan reports of it.
+struct NitEntry {
+  unsigned short tsId = 0;
+  unsigned short originalNetworkId = 0;
+  std::string tsName;
+  int remoteControlKeyId = -1;
+  std::vector<unsigned long long> frequenciesHz;
+  int transmissionMode = -1;
+  int guardInterval = -1;
+  std::vector<unsigned short> partialReception;
+};
+
 }  // namespace
 
 // Everything a scan knows; shared with the tickets of its requests.
@@ -49,40 +129,45 @@ struct ChannelScan::State {
   int tunerId = 0;
   signed char mode = 1;
   RequestTrace* trace = nullptr;
+  CarriageProbe probe;
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 
   std::mutex mutex;  // guards every field below
   std::condition_variable cond;
   bool closed = false;
   unsigned int pending = 0;
-  Result result;  // services and partial-reception flags are kept apart below
+  Result result;  // requests and the single-section tables; the rest is below
   std::map<unsigned int, size_t> requestIndex;
-  std::map<unsigned short, Service> services;
-  std::vector<unsigned short> patOrder;
-  std::vector<unsigned short> sdtOrder;
-  std::vector<unsigned short> partialReception;
+  std::map<unsigned int, uint64_t> since;  // open request: packets played when it saw the stream
+  Gather pat, nit, sdt;
+  std::map<unsigned char, std::vector<PatEntry>> patSections;
+  std::map<unsigned char, std::vector<SdtEntry>> sdtSections;
+  std::map<unsigned char, std::vector<NitEntry>> nitSections;
+  unsigned short sdtTsId = 0;
+  std::set<unsigned short> pmtAsked;
+  std::map<unsigned short, Service> pmts;  // by programme number: the PMT's fields only
 
   double elapsedMs() const {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
         .count();
   }
 
-  // REQUIRES: mutex held.
-  Service& __service(unsigned short id) {
-    Service& service = services[id];
-    service.id = id;
-    return service;
-  }
-
-  void send(const std::shared_ptr<State>& self, const std::string& what, short pid, short tableId,
-            short tableIdExt);
+  void send(const std::shared_ptr<State>& self, const std::string& what, signed char sendMode,
+            short pid, short tableId, short tableIdExt);
   void answer(const std::shared_ptr<State>& self, unsigned int requestId, unsigned char status,
               TISDBTTable* table);
-  // REQUIRES: mutex held. Reads a table into the result; PMT PIDs to ask for
-  // next go to *more.
-  void __read(const Request& request, TISDBTTable* table,
-              std::vector<std::pair<unsigned short, unsigned short>>* more);
+  // REQUIRES: mutex held. Read one table each into the scan's state; PMTs to
+  // ask for go to *more; true when the table wants another section.
+  bool __readPat(const TPATTable& table, std::vector<PatEntry>* more);
+  bool __readNit(const TNITTable& table);
+  bool __readSdt(const TSDTTable& table);
+  void __readTot(const TTOTTable& table);
+  void __readPmt(const TPMTTable& table);
+  // Ends open requests as not carried: every one when all, else those that
+  // have seen a whole pass of the stream.
+  void takeBack(bool all, const Carriage& carriage);
   void finish(unsigned int requestId);
+  Result compose() const;  // REQUIRES: mutex held.
 };
 
 struct ChannelScan::Ticket {
@@ -90,7 +175,7 @@ struct ChannelScan::Ticket {
 };
 
 void ChannelScan::State::send(const std::shared_ptr<State>& self, const std::string& what,
-                              short pid, short tableId, short tableIdExt) {
+                              signed char sendMode, short pid, short tableId, short tableIdExt) {
   const unsigned int id = s_uiNextRequestId.fetch_add(1);
   {
     std::lock_guard<std::mutex> lock(mutex);
@@ -117,7 +202,7 @@ void ChannelScan::State::send(const std::shared_ptr<State>& self, const std::str
   short error = 0;
   const unsigned int outer = t_uiSending;
   t_uiSending = id;
-  int sent = core->requestData(id, mode, tunerId, pid, tableId, tableIdExt, ticket,
+  int sent = core->requestData(id, sendMode, tunerId, pid, tableId, tableIdExt, ticket,
                                &ChannelScan::releaseTicket, &error);
   t_uiSending = outer;
   if (sent) {
@@ -146,43 +231,63 @@ void ChannelScan::State::send(const std::shared_ptr<State>& self, const std::str
 
 void ChannelScan::State::answer(const std::shared_ptr<State>& self, unsigned int requestId,
                                 unsigned char status, TISDBTTable* table) {
-  std::vector<std::pair<unsigned short, unsigned short>> more;
-  std::string what;
-  Outcome outcome = kPending;
+  std::vector<PatEntry> more;
+  bool again = false;
+  Request request;
   {
     std::lock_guard<std::mutex> lock(mutex);
     std::map<unsigned int, size_t>::iterator found = requestIndex.find(requestId);
     if (closed || found == requestIndex.end()) {
       return;
     }
-    Request& request = result.requests[found->second];
-    if (request.outcome != kPending) {
-      return;
+    Request& held = result.requests[found->second];
+    if (held.outcome != kPending) {
+      return;  // taken back already
     }
-    request.endedMs = elapsedMs();
+    held.endedMs = elapsedMs();
+    since.erase(requestId);
     if (status == 0 && table) {
-      request.outcome = t_uiSending == requestId ? kFromCache : kDelivered;
-      __read(request, table, &more);
+      held.outcome = t_uiSending == requestId ? kFromCache : kDelivered;
+      if (const TPATTable* p = held.pid == kPatPid ? dynamic_cast<TPATTable*>(table) : NULL) {
+        again = __readPat(*p, &more);
+      } else if (const TNITTable* n =
+                     held.pid == kNitPid ? dynamic_cast<TNITTable*>(table) : NULL) {
+        again = __readNit(*n);
+      } else if (const TSDTTable* d =
+                     held.pid == kSdtPid ? dynamic_cast<TSDTTable*>(table) : NULL) {
+        again = __readSdt(*d);
+      } else if (const TTOTTable* t =
+                     held.pid == kTotPid ? dynamic_cast<TTOTTable*>(table) : NULL) {
+        __readTot(*t);
+      } else if (const TPMTTable* m =
+                     held.tableId == kPmtTableId ? dynamic_cast<TPMTTable*>(table) : NULL) {
+        __readPmt(*m);
+      }
     } else {
-      request.outcome = kTimedOut;
-      if (request.tableId == kPmtTableId) {
-        __service(static_cast<unsigned short>(request.tableIdExt)).pmt = kTimedOut;
+      held.outcome = kTimedOut;
+      if (held.tableId == kPmtTableId) {
+        pmts[static_cast<unsigned short>(held.tableIdExt)].pmt = kTimedOut;
       }
     }
-    what = request.what;
-    outcome = request.outcome;
+    request = held;
   }
   if (trace) {
-    if (outcome == kFromCache) {
-      trace->instant("cache hit", what);
+    if (request.outcome == kFromCache) {
+      trace->instant("cache hit", request.what);
     }
-    trace->ended(requestId, what, outcomeName(outcome));
+    trace->ended(requestId, request.what, outcomeName(request.outcome));
   }
   // Follow-up requests go out before this one counts as ended, so that the
-  // scan never looks finished in between.
+  // scan never looks finished in between. Sent from the notification, they
+  // are followed before the next section can be delivered.
   for (size_t i = 0; i < more.size(); ++i) {
-    send(self, "PMT " + hex4(more[i].second), static_cast<short>(more[i].first), kPmtTableId,
-         static_cast<short>(more[i].second));
+    send(self, "PMT " + hex4(more[i].program), mode, static_cast<short>(more[i].pid), kPmtTableId,
+         static_cast<short>(more[i].program));
+  }
+  if (again) {
+    // The cache holds the section just delivered: ask the receiver.
+    std::string what = request.what.substr(0, 3) + " (more)";
+    send(self, what, 2, request.pid, request.tableId, request.tableIdExt);
   }
   finish(requestId);
 }
@@ -195,112 +300,256 @@ void ChannelScan::State::finish(unsigned int) {
   cond.notify_all();
 }
 
-// REQUIRES: mutex held.
-void ChannelScan::State::__read(const Request& request, TISDBTTable* table,
-                                std::vector<std::pair<unsigned short, unsigned short>>* more) {
-  if (request.pid == kPatPid) {
-    const TPATTable* pat = dynamic_cast<const TPATTable*>(table);
-    if (!pat || result.hasPat) {
-      return;
+bool ChannelScan::State::__readPat(const TPATTable& table, std::vector<PatEntry>* more) {
+  bool fresh = false, reset = false;
+  const bool again = pat.file(table, &fresh, &reset);
+  if (reset) {
+    patSections.clear();
+  }
+  if (!fresh) {
+    return again;
+  }
+  result.hasPat = true;
+  result.transportStreamId = table.getTransportStreamId();
+  result.patVersion = table.getVersionNumber();
+  std::vector<PatEntry>& entries = patSections[table.getSectionNumber()];
+  for (unsigned int i = 0; i < table.getProgramCount(); ++i) {
+    const TPATTable::Program& program = table.getProgram(i);
+    if (program.programNumber == 0) {
+      continue;  // the network PID
     }
-    result.hasPat = true;
-    result.transportStreamId = pat->getTransportStreamId();
-    result.patVersion = pat->getVersionNumber();
-    for (unsigned int i = 0; i < pat->getProgramCount(); ++i) {
-      const TPATTable::Program& program = pat->getProgram(i);
-      if (program.programNumber == 0) {
-        continue;  // the network PID
-      }
-      Service& service = __service(program.programNumber);
-      service.inPat = true;
-      service.pmtPid = program.pid;
-      patOrder.push_back(program.programNumber);
-      more->push_back(std::make_pair(program.pid, program.programNumber));
+    PatEntry entry = {program.programNumber, program.pid};
+    entries.push_back(entry);
+    if (pmtAsked.insert(program.programNumber).second) {
+      more->push_back(entry);
     }
-  } else if (request.pid == kNitPid) {
-    const TNITTable* nit = dynamic_cast<const TNITTable*>(table);
-    if (!nit) {
-      return;
-    }
-    result.hasNit = true;
-    result.networkId = nit->getNetworkId();
-    result.nitVersion = nit->getVersionNumber();
-    result.networkName = nit->getNetworkName();
-    if (nit->getTransportStreamCount() == 0) {
-      return;
-    }
-    const TDescriptorList& loop = nit->getTransportStream(0).getDescriptors();
+  }
+  return again;
+}
+
+bool ChannelScan::State::__readNit(const TNITTable& table) {
+  bool fresh = false, reset = false;
+  const bool again = nit.file(table, &fresh, &reset);
+  if (reset) {
+    nitSections.clear();
+  }
+  if (!fresh) {
+    return again;
+  }
+  result.hasNit = true;
+  result.networkId = table.getNetworkId();
+  result.nitVersion = table.getVersionNumber();
+  if (result.networkName.empty() || table.getSectionNumber() == 0) {
+    result.networkName = table.getNetworkName();
+  }
+  std::vector<NitEntry>& entries = nitSections[table.getSectionNumber()];
+  for (unsigned int i = 0; i < table.getTransportStreamCount(); ++i) {
+    const TNITTable::TransportStream& ts = table.getTransportStream(i);
+    NitEntry entry;
+    entry.tsId = ts.getTransportStreamId();
+    entry.originalNetworkId = ts.getOriginalNetworkId();
+    const TDescriptorList& loop = ts.getDescriptors();
     if (const TTSInformationDescriptor* info = loop.findDecoded<TTSInformationDescriptor>()) {
-      result.tsName = info->getTsName();
-      result.remoteControlKeyId = info->getRemoteControlKeyId();
+      entry.tsName = info->getTsName();
+      entry.remoteControlKeyId = info->getRemoteControlKeyId();
     }
     if (const TTerrestrialDeliverySystemDescriptor* delivery =
             loop.findDecoded<TTerrestrialDeliverySystemDescriptor>()) {
-      for (unsigned int i = 0; i < delivery->getFrequencies().size(); ++i) {
-        result.frequenciesHz.push_back(delivery->getFrequencyHz(i));
+      for (unsigned int k = 0; k < delivery->getFrequencies().size(); ++k) {
+        entry.frequenciesHz.push_back(delivery->getFrequencyHz(k));
       }
-      result.transmissionMode = delivery->getTransmissionMode() + 1;
-      result.guardInterval = delivery->getGuardInterval();
+      entry.transmissionMode = delivery->getTransmissionMode() + 1;
+      entry.guardInterval = delivery->getGuardInterval();
     }
     if (const TPartialReceptionDescriptor* partial =
             loop.findDecoded<TPartialReceptionDescriptor>()) {
-      partialReception = partial->getServiceIds();
+      entry.partialReception = partial->getServiceIds();
     }
-  } else if (request.pid == kSdtPid) {
-    const TSDTTable* sdt = dynamic_cast<const TSDTTable*>(table);
-    if (!sdt) {
-      return;
-    }
-    result.hasSdt = true;
-    result.originalNetworkId = sdt->getOriginalNetworkId();
-    result.sdtVersion = sdt->getVersionNumber();
-    for (unsigned int i = 0; i < sdt->getServiceCount(); ++i) {
-      const TSDTTable::Service& entry = sdt->getService(i);
-      Service& service = __service(entry.getServiceId());
-      service.inSdt = true;
-      service.type = entry.getServiceType();
-      service.name = entry.getServiceName();
-      service.provider = entry.getProviderName();
-      sdtOrder.push_back(entry.getServiceId());
-    }
-  } else if (request.pid == kTotPid) {
-    const TTOTTable* tot = dynamic_cast<const TTOTTable*>(table);
-    if (!tot) {
-      return;
-    }
-    result.hasTot = true;
-    result.utcSeconds = tot->getUtcSeconds();
-    const TLocalTimeOffsetDescriptor* offsets =
-        tot->getDescriptors().findDecoded<TLocalTimeOffsetDescriptor>();
-    for (unsigned int i = 0; offsets && i < offsets->getEntryCount(); ++i) {
-      if (offsets->getEntry(i).countryCode == kCountryBra) {
-        result.hasLocalOffset = true;
-        result.localOffsetSeconds = offsets->getEntry(i).localTimeOffset;
-        break;
-      }
-    }
-  } else if (request.tableId == kPmtTableId) {
-    const TPMTTable* pmt = dynamic_cast<const TPMTTable*>(table);
-    if (!pmt) {
-      return;
-    }
-    Service& service = __service(pmt->getProgramNumber());
-    service.pmt = kDelivered;
-    service.pmtVersion = pmt->getVersionNumber();
-    service.pcrPid = pmt->getPcrPid();
-    service.streams.clear();
-    for (unsigned int i = 0; i < pmt->getStreamCount(); ++i) {
-      const TPMTTable::Stream& entry = pmt->getStream(i);
-      Stream stream;
-      stream.type = entry.getStreamType();
-      stream.pid = entry.getPid();
-      unsigned char tag = 0;
-      if (entry.getComponentTag(&tag)) {
-        stream.componentTag = tag;
-      }
-      service.streams.push_back(stream);
+    entries.push_back(entry);
+  }
+  return again;
+}
+
+bool ChannelScan::State::__readSdt(const TSDTTable& table) {
+  bool fresh = false, reset = false;
+  const bool again = sdt.file(table, &fresh, &reset);
+  if (reset) {
+    sdtSections.clear();
+  }
+  if (!fresh) {
+    return again;
+  }
+  result.hasSdt = true;
+  result.originalNetworkId = table.getOriginalNetworkId();
+  result.sdtVersion = table.getVersionNumber();
+  sdtTsId = table.getTransportStreamId();
+  std::vector<SdtEntry>& entries = sdtSections[table.getSectionNumber()];
+  for (unsigned int i = 0; i < table.getServiceCount(); ++i) {
+    const TSDTTable::Service& service = table.getService(i);
+    SdtEntry entry = {service.getServiceId(), service.getServiceType(), service.getServiceName(),
+                      service.getProviderName()};
+    entries.push_back(entry);
+  }
+  return again;
+}
+
+void ChannelScan::State::__readTot(const TTOTTable& table) {
+  result.hasTot = true;
+  result.utcSeconds = table.getUtcSeconds();
+  // The first Brazilian entry names the region; the table picks the offset in
+  // force at its time from that entry's time of change.
+  const TLocalTimeOffsetDescriptor* offsets =
+      table.getDescriptors().findDecoded<TLocalTimeOffsetDescriptor>();
+  for (unsigned int i = 0; offsets && i < offsets->getEntryCount(); ++i) {
+    const TLocalTimeOffsetDescriptor::Entry& entry = offsets->getEntry(i);
+    if (entry.countryCode == kCountryBra) {
+      result.hasLocalOffset = table.getLocalTimeOffset(
+          kCountryBra, entry.countryRegionId, result.utcSeconds, &result.localOffsetSeconds);
+      break;
     }
   }
+}
+
+void ChannelScan::State::__readPmt(const TPMTTable& table) {
+  Service& service = pmts[table.getProgramNumber()];
+  service.pmt = kDelivered;
+  service.pmtVersion = table.getVersionNumber();
+  service.pcrPid = table.getPcrPid();
+  service.streams.clear();
+  for (unsigned int i = 0; i < table.getStreamCount(); ++i) {
+    const TPMTTable::Stream& entry = table.getStream(i);
+    Stream stream;
+    stream.type = entry.getStreamType();
+    stream.pid = entry.getPid();
+    unsigned char tag = 0;
+    if (entry.getComponentTag(&tag)) {
+      stream.componentTag = tag;
+    }
+    service.streams.push_back(stream);
+  }
+}
+
+void ChannelScan::State::takeBack(bool all, const Carriage& carriage) {
+  // A section that began just before a request could see it comes whole only
+  // in the next pass: allow for the longest section.
+  const uint64_t kSectionPackets = 4096 / 184 + 2;
+  std::vector<Request> taken;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    const double now = elapsedMs();
+    for (size_t i = 0; i < result.requests.size(); ++i) {
+      Request& request = result.requests[i];
+      if (request.outcome != kPending) {
+        continue;
+      }
+      if (!all && !carriage.ended) {
+        std::map<unsigned int, uint64_t>::iterator at = since.find(request.id);
+        if (at == since.end()) {
+          if (now - request.sentMs >= carriage.settleMs) {
+            since[request.id] = carriage.played;
+          }
+          continue;
+        }
+        if (carriage.passLength == 0 ||
+            carriage.played - at->second < carriage.passLength + kSectionPackets) {
+          continue;
+        }
+      }
+      request.outcome = kNotCarried;
+      request.endedMs = now;
+      since.erase(request.id);
+      if (request.tableId == kPmtTableId) {
+        pmts[static_cast<unsigned short>(request.tableIdExt)].pmt = kNotCarried;
+      }
+      --pending;
+      taken.push_back(request);
+    }
+  }
+  for (size_t i = 0; i < taken.size(); ++i) {
+    // Null when an answer or the time-out took it first; the outcome stands.
+    delete RequestFollower::remove(taken[i].id);
+    if (trace) {
+      trace->ended(taken[i].id, taken[i].what, outcomeName(kNotCarried));
+    }
+  }
+  if (!taken.empty()) {
+    cond.notify_all();
+  }
+}
+
+// REQUIRES: mutex held.
+ChannelScan::Result ChannelScan::State::compose() const {
+  Result out = result;
+  std::map<unsigned short, Service> byId;
+  std::vector<unsigned short> order;
+  for (const auto& section : patSections) {
+    for (const PatEntry& entry : section.second) {
+      Service& service = byId[entry.program];
+      if (!service.inPat) {
+        order.push_back(entry.program);
+      }
+      service.id = entry.program;
+      service.inPat = true;
+      service.pmtPid = entry.pid;
+    }
+  }
+  for (const auto& section : sdtSections) {
+    for (const SdtEntry& entry : section.second) {
+      Service& service = byId[entry.id];
+      if (!service.inPat && !service.inSdt) {
+        order.push_back(entry.id);
+      }
+      service.id = entry.id;
+      service.inSdt = true;
+      service.type = entry.type;
+      service.name = entry.name;
+      service.provider = entry.provider;
+    }
+  }
+  // This stream's entry in the NIT: by transport stream id and, once the
+  // SDT has named it, original network id.
+  const bool knowTs = result.hasPat || result.hasSdt;
+  const unsigned short tsId = result.hasPat ? result.transportStreamId : sdtTsId;
+  const NitEntry* mine = NULL;
+  for (const auto& section : nitSections) {
+    for (const NitEntry& entry : section.second) {
+      if (!mine && knowTs && entry.tsId == tsId &&
+          (!result.hasSdt || entry.originalNetworkId == result.originalNetworkId)) {
+        mine = &entry;
+      }
+    }
+  }
+  if (mine) {
+    out.tsName = mine->tsName;
+    out.remoteControlKeyId = mine->remoteControlKeyId;
+    out.frequenciesHz = mine->frequenciesHz;
+    out.transmissionMode = mine->transmissionMode;
+    out.guardInterval = mine->guardInterval;
+  }
+  for (size_t i = 0; i < order.size(); ++i) {
+    Service service = byId[order[i]];
+    std::map<unsigned short, Service>::const_iterator pmt = pmts.find(service.id);
+    if (pmt != pmts.end()) {
+      service.pmt = pmt->second.pmt;
+      service.pmtVersion = pmt->second.pmtVersion;
+      service.pcrPid = pmt->second.pcrPid;
+      service.streams = pmt->second.streams;
+    }
+    if (mine) {
+      for (size_t k = 0; k < mine->partialReception.size(); ++k) {
+        service.partialReception =
+            service.partialReception || mine->partialReception[k] == service.id;
+      }
+    }
+    out.services.push_back(service);
+  }
+  const std::string notes[] = {pat.note("PAT"), nit.note("NIT"), sdt.note("SDT")};
+  for (const std::string& note : notes) {
+    if (!note.empty()) {
+      out.incomplete.push_back(note);
+    }
+  }
+  return out;
 }
 
 ChannelScan::ChannelScan(OstrelGingaCommonCore* core, int tunerId, signed char mode)
@@ -317,6 +566,26 @@ ChannelScan::~ChannelScan() {
 
 void ChannelScan::setTrace(RequestTrace* trace) {
   m_pState->trace = trace;
+}
+
+void ChannelScan::setCarriageProbe(const CarriageProbe& probe) {
+  m_pState->probe = probe;
+}
+
+ChannelScan::CarriageProbe ChannelScan::probeOf(ReceiverSimulator* sim, int tunerId) {
+  return [sim, tunerId](Carriage* carriage) {
+    TunerInput* tuner = sim->getTuner(tunerId);
+    if (!tuner) {
+      return false;
+    }
+    const TunerInput::Progress progress = tuner->getProgress();
+    sim->waitBusyCommands();
+    carriage->played = progress.packets;
+    carriage->passLength = progress.passPackets;
+    carriage->ended = progress.ended;
+    carriage->settleMs = sim->getFilterStartMs() + kSettleMarginMs;
+    return true;
+  };
 }
 
 void ChannelScan::releaseTicket(void* ticket) {
@@ -343,6 +612,8 @@ const char* ChannelScan::outcomeName(Outcome outcome) {
       return "timed out";
     case kFailed:
       return "failed";
+    case kNotCarried:
+      return "not in the stream";
     case kPending:
     default:
       return "no answer";
@@ -358,16 +629,39 @@ void ChannelScan::start() {
     }
   }
   state.core->setRequestNotificationCallback(&ChannelScan::notify);
-  state.send(m_pState, "PAT", kPatPid, 0x00, 0);
-  state.send(m_pState, "NIT", kNitPid, 0x40, 0);
-  state.send(m_pState, "SDT", kSdtPid, 0x42, 0);
-  state.send(m_pState, "TOT", kTotPid, 0x73, 0);
+  state.send(m_pState, "PAT", state.mode, kPatPid, 0x00, 0);
+  state.send(m_pState, "NIT", state.mode, kNitPid, 0x40, 0);
+  state.send(m_pState, "SDT", state.mode, kSdtPid, 0x42, 0);
+  state.send(m_pState, "TOT", state.mode, kTotPid, 0x73, 0);
 }
 
 bool ChannelScan::waitFor(std::chrono::milliseconds limit) {
   State& state = *m_pState;
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto done = [&state] { return state.pending == 0; };
   std::unique_lock<std::mutex> lock(state.mutex);
-  return state.cond.wait_for(lock, limit, [&state] { return state.pending == 0; });
+  if (!state.probe) {
+    return state.cond.wait_until(lock, deadline, done);
+  }
+  for (;;) {
+    const auto poll = std::min(deadline, std::chrono::steady_clock::now() + kProbeEvery);
+    if (state.cond.wait_until(lock, poll, done)) {
+      return true;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      return false;
+    }
+    lock.unlock();
+    Carriage carriage;
+    if (state.probe(&carriage)) {
+      state.takeBack(false, carriage);
+    }
+    lock.lock();
+  }
+}
+
+void ChannelScan::takeBackAll() {
+  m_pState->takeBack(true, Carriage());
 }
 
 bool ChannelScan::run(std::chrono::milliseconds limit) {
@@ -384,25 +678,7 @@ unsigned int ChannelScan::getPendingCount() const {
 
 ChannelScan::Result ChannelScan::getResult() const {
   std::lock_guard<std::mutex> lock(m_pState->mutex);
-  const State& state = *m_pState;
-  Result result = state.result;
-  std::vector<unsigned short> order = state.patOrder;
-  for (size_t i = 0; i < state.sdtOrder.size(); ++i) {
-    std::map<unsigned short, Service>::const_iterator it = state.services.find(state.sdtOrder[i]);
-    if (it != state.services.end() && !it->second.inPat) {
-      order.push_back(state.sdtOrder[i]);
-    }
-  }
-  for (size_t i = 0; i < order.size(); ++i) {
-    Service service = state.services.find(order[i])->second;
-    for (size_t k = 0; k < state.partialReception.size(); ++k) {
-      if (state.partialReception[k] == service.id) {
-        service.partialReception = true;
-      }
-    }
-    result.services.push_back(service);
-  }
-  return result;
+  return m_pState->compose();
 }
 
 }  // namespace Ostrel

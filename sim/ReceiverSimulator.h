@@ -36,7 +36,12 @@ class TunerInput;
 // the data destination with injectData under the request's own key, and is
 // then closed (closeOpenRequest). A new filter passes nothing during its first
 // filterStartMs, as a hardware filter takes a moment to start; this also
-// leaves the sender time to record its request. Deliveries run on the
+// leaves the sender time to record its request. A request sent from a
+// notification on the delivery thread passes at once: nothing can be
+// delivered before its sender has recorded it. A section is matched against
+// the filters only once every delivery before it has been made (unless a
+// delay fault holds deliveries back), so playing as fast as possible loses no
+// section that a notification asks for next. Deliveries run on the
 // simulator's delivery thread, one at a time, with no lock of the simulator
 // held. A synchronous request is answered at once, on the caller's thread,
 // from the sections the stream has already carried; it fails when there are
@@ -93,9 +98,13 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   void setPacing(StreamPacer::Mode mode, uint64_t bitRate);
 
   // Starts the readers of the tuners with a source; stop() stops them. Open
-  // filters keep their time-outs either way.
+  // filters keep their time-outs either way. A reader starts once the filters
+  // open at that moment pass sections, so that none misses the first packet.
   void start();
   void stop();
+  // Starts one tuner's reader the same way; false when there is no such
+  // tuner, it has no source or it runs already.
+  bool startTuner(int tunerId);
 
   // Feeds bytes to a tuner without source, on the caller's thread.
   bool feed(int tunerId, const unsigned char* data, size_t size);
@@ -115,6 +124,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   virtual void waitBusyCommands();
 
   Counters getCounters() const;
+  unsigned int getFilterStartMs() const { return m_options.filterStartMs; }
   size_t getOpenFilterCount() const;
   // The listener holding a key, or "" when it is free.
   std::string getKeyHolder(unsigned int keyCode) const;
@@ -155,6 +165,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   int executeVideo(TCommand* command, TCommand** response);
   int executeTunerList(TCommand** response);
 
+  void sleepUntilFiltersPass(int tunerId);  // -1: every tuner
   void beginExecute();
   void endExecute();
   void deliveryLoop();

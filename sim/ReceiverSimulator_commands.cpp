@@ -123,11 +123,15 @@ int ReceiverSimulator::executeOpenRequest(TDataRequestCommand* command) {
     if (m_bShutdown) {
       return 0;
     }
-    OpenFilter open = {command,
-                       SectionFilter(command->getTunerId(), command->getPid(),
-                                     command->getTableId(), command->getTableIdExt()),
-                       now + std::chrono::milliseconds(m_options.filterStartMs),
-                       now + std::chrono::seconds(command->getTimeOut())};
+    // Sent from a notification on the delivery thread, the request is
+    // recorded before that thread can deliver again: no start-up time needed.
+    const bool fromDelivery = std::this_thread::get_id() == m_deliveryThreadId;
+    OpenFilter open = {
+        command,
+        SectionFilter(command->getTunerId(), command->getPid(), command->getTableId(),
+                      command->getTableIdExt()),
+        fromDelivery ? now : now + std::chrono::milliseconds(m_options.filterStartMs),
+        now + std::chrono::seconds(command->getTimeOut())};
     m_mapFilters.insert(std::make_pair(++m_ullNextFilterId, open));
     ++m_counters.filtersOpened;
   }

@@ -42,9 +42,10 @@ Bytes with204ByteRecords(const Bytes& stream) {
 TEST(StreamPacer, FollowsThePcrAndRestartsAtDiscontinuities) {
   const uint64_t second = 27000000ull;
   StreamPacer pacer;
-  pacer.setMode(StreamPacer::kByPcr, 0);
+  // Before the first PCR the bit rate keeps time: here 1000 packets a second.
+  pacer.setMode(StreamPacer::kByPcr, 188 * 8 * 1000);
   Bytes noPcr = SimTest::packet(0x0111, false, 0, {});
-  EXPECT_EQ(StreamPacer::Clock::time_point(), pacer.pace(noPcr.data(), 1, 188));
+  EXPECT_NEAR(0.5, secondsFromNow(pacer.pace(noPcr.data(), 500, 0)), 0.2);
   Bytes first = pcrPacket(10 * second);
   pacer.pace(first.data(), 1, 188);  // anchors the clock
   Bytes later = pcrPacket(11 * second);
