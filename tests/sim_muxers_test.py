@@ -14,7 +14,7 @@ import shutil
 import subprocess
 import sys
 
-SCAN, WORK = sys.argv[1], sys.argv[2]
+SCAN, WORK = os.path.abspath(sys.argv[1]), sys.argv[2]
 MODES = [["--once"], []] if "--realtime" in sys.argv[3:] else [["--fast", "--once"], ["--fast"]]
 
 missing = [t for t in ("ffmpeg", "ffprobe", "gst-launch-1.0") if not shutil.which(t)]
