@@ -89,5 +89,34 @@ timeout 60 "$scan" --fast --quiet --no-latency "$work/sample204.ts" | tail -n +2
 tail -n +2 "$work/table.txt" | diff - "$work/table204.txt" \
   || { echo "204-byte packets scan differently"; exit 1; }
 
+# Network input: the sample sent over loopback in real time, plain and in RTP.
+for rtp in 0 1; do
+  port=$((20000 + RANDOM % 20000))
+  timeout 30 "$scan" --quiet --no-latency --timeout 15 "udp://127.0.0.1:$port" >"$work/udp.txt" &
+  pid=$!
+  sleep 0.5
+  timeout 20 python3 - "$sample" "$port" "$rtp" <<'PY' &
+import socket, struct, sys, time
+data, port, rtp = open(sys.argv[1], 'rb').read(), int(sys.argv[2]), sys.argv[3] == '1'
+out = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+start, sent, seq = time.monotonic(), 0, 0
+for loop in range(6):  # 12 s at most; the scan needs one round and the 2 s PMT time-out
+    for at in range(0, len(data), 1316):
+        chunk = data[at:at + 1316]
+        if rtp:  # version 2, payload type 33 (MP2T)
+            chunk = struct.pack('!BBHII', 0x80, 33, seq & 0xFFFF, seq * 90, 0x4F535452) + chunk
+        out.sendto(chunk, ('127.0.0.1', port))
+        seq, sent = seq + 1, sent + 1316
+        time.sleep(max(0, start + sent * 8 / 4e6 - time.monotonic()))
+PY
+  sender=$!
+  status=0; wait $pid || status=$?
+  kill $sender 2>/dev/null || true
+  wait $sender 2>/dev/null || true
+  [ "$status" -eq 0 ] || { echo "udp (rtp $rtp): exit $status"; exit 1; }
+  tail -n +2 "$work/udp.txt" | sed 's/timed out$/not in the stream/' | diff - <(tail -n +2 "$work/table.txt") \
+    || { echo "udp (rtp $rtp) scans differently"; exit 1; }
+done
+
 python3 tests/sim_muxers_test.py "$scan" "$work/muxers" --realtime
 echo "scan checks passed"

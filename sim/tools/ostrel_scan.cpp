@@ -81,8 +81,10 @@ void usage(std::FILE* to) {
                "       ostrel-scan [scan|watch] [options] --tuner FILE [--tuner FILE...]\n"
                "\n"
                "Plays MPEG transport streams (188, 192 or 204-byte packets; - is standard\n"
-               "input) in the receiver simulator, one tuner per input, and scans each tuner\n"
-               "through the Ginga common core: PAT, NIT, SDT and TOT, then every PMT.\n"
+               "input; udp://[group@]address:port receives plain or RTP-wrapped packets,\n"
+               "unicast or multicast) in the receiver simulator, one tuner per input, and\n"
+               "scans each tuner through the Ginga common core: PAT, NIT, SDT and TOT,\n"
+               "then every PMT.\n"
                "\n"
                "  scan              print each tuner's channel table and requests (default)\n"
                "  watch             scan again and again; print what changes\n"
@@ -464,7 +466,6 @@ int main(int argc, char** argv) {
     std::fclose(out);
   }
   std::unique_ptr<ReceiverSimulator> sim(new ReceiverSimulator());
-  sim->setPacing(o.pacing, o.bitRate);
   sim->setFaultPlan(o.faults);
   for (const std::string& input : o.inputs) {
     std::string error;
@@ -474,6 +475,9 @@ int main(int argc, char** argv) {
       return kExitInput;
     }
     source->setLoop(o.loop);
+    // A network input comes in real time already.
+    const bool live = source->isNetwork();
+    sim->setPacing(live ? StreamPacer::kAsFastAsPossible : o.pacing, o.bitRate);
     sim->addTuner(std::move(source));
   }
   signal(SIGINT, onInterrupt);
