@@ -16,10 +16,10 @@
 
 #include "FaultPlan.h"
 #include "GingaServer.h"
+#include "ReceiverControls.h"
 #include "SectionFilter.h"
 #include "SectionSink.h"
 #include "StreamPacer.h"
-#include "VideoGeometry.h"
 
 namespace Ostrel {
 
@@ -47,10 +47,8 @@ class TunerInput;
 // from the sections the stream has already carried; it fails when there are
 // none.
 //
-// Video: one geometry per (transport stream, layer), full screen by default;
-// setting and checking a geometry clip it to the screen. Keys: a key held by
-// one listener is refused to another until released. Application status
-// changes are recorded. Tuners: one per input, ids 0, 1, ... in order of
+// Keys, application status, video and the tuner list are the controls'
+// (ReceiverControls). Tuners: one per input, ids 0, 1, ... in order of
 // addition.
 //
 // Thread-safe. The simulator's own lock guards filters, deliveries, the
@@ -161,9 +159,6 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   // Commands, each on the caller's thread.
   int executeOpenRequest(TDataRequestCommand* command);
   int executeSyncRequest(int tunerId, short pid, short tableId, short tableIdExt);
-  int executeKey(TCommand* command);
-  int executeVideo(TCommand* command, TCommand** response);
-  int executeTunerList(TCommand** response);
 
   void sleepUntilFiltersPass(int tunerId);  // -1: every tuner
   void beginExecute();
@@ -177,8 +172,6 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   // dropped. May damage *data.
   bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data);
   // REQUIRES: m_mutex held.
-  VideoGeometry __getGeometry(unsigned short tsId, unsigned short layerId) const;
-  // REQUIRES: m_mutex held.
   Clock::time_point __nextWake() const;
   // REQUIRES: m_mutex held.
   bool __takeDue(Clock::time_point now, Delivery* delivery);
@@ -188,6 +181,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   bool callOut(const std::vector<TDataRequestCommand*>& expired, Delivery* delivery);
 
   const Options m_options;
+  ReceiverControls m_controls;
   StreamPacer::Mode m_ePacing;
   uint64_t m_ullBitRate;
 
@@ -207,9 +201,6 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   std::map<int, size_t> m_mapCarriedCount;
   FaultPlan m_faults;
   std::mt19937 m_rng;
-  std::map<unsigned int, std::string> m_mapKeys;
-  std::vector<std::pair<std::string, unsigned char>> m_vecAppStatus;
-  std::map<std::pair<unsigned short, unsigned short>, VideoGeometry> m_mapVideo;
   Counters m_counters;
   std::thread::id m_deliveryThreadId;
   // Nesting of execute on this thread: a callback run by a synchronous answer

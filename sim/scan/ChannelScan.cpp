@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdio>
 #include <map>
-#include <set>
 #include <utility>
 
 #include "OstrelGingaCommonCore.h"
@@ -12,16 +11,12 @@
 #include "RequestFollower.h"
 #include "RequestFollowerItem.h"
 #include "RequestTrace.h"
-#include "TLocalTimeOffsetDescriptor.h"
-#include "TLongSectionTable.h"
+#include "ScanTables.h"
 #include "TNITTable.h"
 #include "TPATTable.h"
 #include "TPMTTable.h"
-#include "TPartialReceptionDescriptor.h"
 #include "TSDTTable.h"
 #include "TTOTTable.h"
-#include "TTSInformationDescriptor.h"
-#include "TTerrestrialDeliverySystemDescriptor.h"
 #include "TunerInput.h"
 
 namespace Ostrel {
@@ -33,7 +28,6 @@ const short kNitPid = 0x0010;
 const short kSdtPid = 0x0011;
 const short kTotPid = 0x0014;
 const short kPmtTableId = 0x02;
-const unsigned int kCountryBra = ('B' << 16) | ('R' << 8) | 'A';
 
 // Request ids are unique in the process, so that scans may overlap.
 std::atomic<unsigned int> s_uiNextRequestId(1);
@@ -53,74 +47,6 @@ std::string hex4(unsigned short value) {
   return text;
 }
 
-// The sections of one long-form table gathered so far (current version).
-struct Gather {
-  int version = -1;
-  int last = -1;
-  std::map<unsigned char, int> seen;  // section number: times received
-  bool givenUp = false;
-
-  bool complete() const { return last >= 0 && seen.size() == static_cast<size_t>(last) + 1; }
-
-  // Files one section; *fresh when its number is new, *reset when it starts
-  // a new version (whatever was gathered is void). True when the table wants
-  // another section: a section that comes a third time before the rest means
-  // the rest is not coming.
-  bool file(const TLongSectionTable& table, bool* fresh, bool* reset) {
-    *fresh = false;
-    *reset = false;
-    if (!table.isCurrentNext()) {
-      return !givenUp && !complete();
-    }
-    if (version != table.getVersionNumber() || last != table.getLastSectionNumber()) {
-      version = table.getVersionNumber();
-      last = table.getLastSectionNumber();
-      seen.clear();
-      givenUp = false;
-      *reset = true;
-    }
-    int& times = seen[table.getSectionNumber()];
-    *fresh = ++times == 1;
-    if (complete() || givenUp) {
-      return false;
-    }
-    givenUp = times >= 3;
-    return !givenUp;
-  }
-
-  std::string note(const char* name) const {
-    if (last < 0 || complete()) {
-      return std::string();
-    }
-    return std::string(name) + ": " + std::to_string(seen.size()) + " of " +
-           std::to_string(last + 1) + " sections";
-  }
-};
-
-struct PatEntry {
-  unsigned short program;
-  unsigned short pid;
-};
-
-struct SdtEntry {
-  unsigned short id;
-  unsigned char type;
-  std::string name;
-  std::string provider;
-};
-
-// One transport stream of the NIT with what the scan reports of it.
-struct NitEntry {
-  unsigned short tsId = 0;
-  unsigned short originalNetworkId = 0;
-  std::string tsName;
-  int remoteControlKeyId = -1;
-  std::vector<unsigned long long> frequenciesHz;
-  int transmissionMode = -1;
-  int guardInterval = -1;
-  std::vector<unsigned short> partialReception;
-};
-
 }  // namespace
 
 // Everything a scan knows; shared with the tickets of its requests.
@@ -136,16 +62,10 @@ struct ChannelScan::State {
   std::condition_variable cond;
   bool closed = false;
   unsigned int pending = 0;
-  Result result;  // requests and the single-section tables; the rest is below
+  Result result;  // the requests; what the tables said is in tables
+  ScanTables tables;
   std::map<unsigned int, size_t> requestIndex;
   std::map<unsigned int, uint64_t> since;  // open request: packets played when it saw the stream
-  Gather pat, nit, sdt;
-  std::map<unsigned char, std::vector<PatEntry>> patSections;
-  std::map<unsigned char, std::vector<SdtEntry>> sdtSections;
-  std::map<unsigned char, std::vector<NitEntry>> nitSections;
-  unsigned short sdtTsId = 0;
-  std::set<unsigned short> pmtAsked;
-  std::map<unsigned short, Service> pmts;  // by programme number: the PMT's fields only
 
   double elapsedMs() const {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
@@ -156,13 +76,6 @@ struct ChannelScan::State {
             short pid, short tableId, short tableIdExt);
   void answer(const std::shared_ptr<State>& self, unsigned int requestId, unsigned char status,
               TISDBTTable* table);
-  // REQUIRES: mutex held. Read one table each into the scan's state; PMTs to
-  // ask for go to *more; true when the table wants another section.
-  bool __readPat(const TPATTable& table, std::vector<PatEntry>* more);
-  bool __readNit(const TNITTable& table);
-  bool __readSdt(const TSDTTable& table);
-  void __readTot(const TTOTTable& table);
-  void __readPmt(const TPMTTable& table);
   // Ends open requests as not carried: every one when all, else those that
   // have seen a whole pass of the stream.
   void takeBack(bool all, const Carriage& carriage);
@@ -231,7 +144,7 @@ void ChannelScan::State::send(const std::shared_ptr<State>& self, const std::str
 
 void ChannelScan::State::answer(const std::shared_ptr<State>& self, unsigned int requestId,
                                 unsigned char status, TISDBTTable* table) {
-  std::vector<PatEntry> more;
+  std::vector<ScanTables::PatEntry> more;
   bool again = false;
   Request request;
   {
@@ -249,24 +162,24 @@ void ChannelScan::State::answer(const std::shared_ptr<State>& self, unsigned int
     if (status == 0 && table) {
       held.outcome = t_uiSending == requestId ? kFromCache : kDelivered;
       if (const TPATTable* p = held.pid == kPatPid ? dynamic_cast<TPATTable*>(table) : NULL) {
-        again = __readPat(*p, &more);
+        again = tables.readPat(*p, &more);
       } else if (const TNITTable* n =
                      held.pid == kNitPid ? dynamic_cast<TNITTable*>(table) : NULL) {
-        again = __readNit(*n);
+        again = tables.readNit(*n);
       } else if (const TSDTTable* d =
                      held.pid == kSdtPid ? dynamic_cast<TSDTTable*>(table) : NULL) {
-        again = __readSdt(*d);
+        again = tables.readSdt(*d);
       } else if (const TTOTTable* t =
                      held.pid == kTotPid ? dynamic_cast<TTOTTable*>(table) : NULL) {
-        __readTot(*t);
+        tables.readTot(*t);
       } else if (const TPMTTable* m =
                      held.tableId == kPmtTableId ? dynamic_cast<TPMTTable*>(table) : NULL) {
-        __readPmt(*m);
+        tables.readPmt(*m);
       }
     } else {
       held.outcome = kTimedOut;
       if (held.tableId == kPmtTableId) {
-        pmts[static_cast<unsigned short>(held.tableIdExt)].pmt = kTimedOut;
+        tables.endPmt(static_cast<unsigned short>(held.tableIdExt), kTimedOut);
       }
     }
     request = held;
@@ -300,135 +213,6 @@ void ChannelScan::State::finish(unsigned int) {
   cond.notify_all();
 }
 
-bool ChannelScan::State::__readPat(const TPATTable& table, std::vector<PatEntry>* more) {
-  bool fresh = false, reset = false;
-  const bool again = pat.file(table, &fresh, &reset);
-  if (reset) {
-    patSections.clear();
-  }
-  if (!fresh) {
-    return again;
-  }
-  result.hasPat = true;
-  result.transportStreamId = table.getTransportStreamId();
-  result.patVersion = table.getVersionNumber();
-  std::vector<PatEntry>& entries = patSections[table.getSectionNumber()];
-  for (unsigned int i = 0; i < table.getProgramCount(); ++i) {
-    const TPATTable::Program& program = table.getProgram(i);
-    if (program.programNumber == 0) {
-      continue;  // the network PID
-    }
-    PatEntry entry = {program.programNumber, program.pid};
-    entries.push_back(entry);
-    if (pmtAsked.insert(program.programNumber).second) {
-      more->push_back(entry);
-    }
-  }
-  return again;
-}
-
-bool ChannelScan::State::__readNit(const TNITTable& table) {
-  bool fresh = false, reset = false;
-  const bool again = nit.file(table, &fresh, &reset);
-  if (reset) {
-    nitSections.clear();
-  }
-  if (!fresh) {
-    return again;
-  }
-  result.hasNit = true;
-  result.networkId = table.getNetworkId();
-  result.nitVersion = table.getVersionNumber();
-  if (result.networkName.empty() || table.getSectionNumber() == 0) {
-    result.networkName = table.getNetworkName();
-  }
-  std::vector<NitEntry>& entries = nitSections[table.getSectionNumber()];
-  for (unsigned int i = 0; i < table.getTransportStreamCount(); ++i) {
-    const TNITTable::TransportStream& ts = table.getTransportStream(i);
-    NitEntry entry;
-    entry.tsId = ts.getTransportStreamId();
-    entry.originalNetworkId = ts.getOriginalNetworkId();
-    const TDescriptorList& loop = ts.getDescriptors();
-    if (const TTSInformationDescriptor* info = loop.findDecoded<TTSInformationDescriptor>()) {
-      entry.tsName = info->getTsName();
-      entry.remoteControlKeyId = info->getRemoteControlKeyId();
-    }
-    if (const TTerrestrialDeliverySystemDescriptor* delivery =
-            loop.findDecoded<TTerrestrialDeliverySystemDescriptor>()) {
-      for (unsigned int k = 0; k < delivery->getFrequencies().size(); ++k) {
-        entry.frequenciesHz.push_back(delivery->getFrequencyHz(k));
-      }
-      entry.transmissionMode = delivery->getTransmissionMode() + 1;
-      entry.guardInterval = delivery->getGuardInterval();
-    }
-    if (const TPartialReceptionDescriptor* partial =
-            loop.findDecoded<TPartialReceptionDescriptor>()) {
-      entry.partialReception = partial->getServiceIds();
-    }
-    entries.push_back(entry);
-  }
-  return again;
-}
-
-bool ChannelScan::State::__readSdt(const TSDTTable& table) {
-  bool fresh = false, reset = false;
-  const bool again = sdt.file(table, &fresh, &reset);
-  if (reset) {
-    sdtSections.clear();
-  }
-  if (!fresh) {
-    return again;
-  }
-  result.hasSdt = true;
-  result.originalNetworkId = table.getOriginalNetworkId();
-  result.sdtVersion = table.getVersionNumber();
-  sdtTsId = table.getTransportStreamId();
-  std::vector<SdtEntry>& entries = sdtSections[table.getSectionNumber()];
-  for (unsigned int i = 0; i < table.getServiceCount(); ++i) {
-    const TSDTTable::Service& service = table.getService(i);
-    SdtEntry entry = {service.getServiceId(), service.getServiceType(), service.getServiceName(),
-                      service.getProviderName()};
-    entries.push_back(entry);
-  }
-  return again;
-}
-
-void ChannelScan::State::__readTot(const TTOTTable& table) {
-  result.hasTot = true;
-  result.utcSeconds = table.getUtcSeconds();
-  // The first Brazilian entry names the region; the table picks the offset in
-  // force at its time from that entry's time of change.
-  const TLocalTimeOffsetDescriptor* offsets =
-      table.getDescriptors().findDecoded<TLocalTimeOffsetDescriptor>();
-  for (unsigned int i = 0; offsets && i < offsets->getEntryCount(); ++i) {
-    const TLocalTimeOffsetDescriptor::Entry& entry = offsets->getEntry(i);
-    if (entry.countryCode == kCountryBra) {
-      result.hasLocalOffset = table.getLocalTimeOffset(
-          kCountryBra, entry.countryRegionId, result.utcSeconds, &result.localOffsetSeconds);
-      break;
-    }
-  }
-}
-
-void ChannelScan::State::__readPmt(const TPMTTable& table) {
-  Service& service = pmts[table.getProgramNumber()];
-  service.pmt = kDelivered;
-  service.pmtVersion = table.getVersionNumber();
-  service.pcrPid = table.getPcrPid();
-  service.streams.clear();
-  for (unsigned int i = 0; i < table.getStreamCount(); ++i) {
-    const TPMTTable::Stream& entry = table.getStream(i);
-    Stream stream;
-    stream.type = entry.getStreamType();
-    stream.pid = entry.getPid();
-    unsigned char tag = 0;
-    if (entry.getComponentTag(&tag)) {
-      stream.componentTag = tag;
-    }
-    service.streams.push_back(stream);
-  }
-}
-
 void ChannelScan::State::takeBack(bool all, const Carriage& carriage) {
   // A section that began just before a request could see it comes whole only
   // in the next pass: allow for the longest section.
@@ -459,7 +243,7 @@ void ChannelScan::State::takeBack(bool all, const Carriage& carriage) {
       request.endedMs = now;
       since.erase(request.id);
       if (request.tableId == kPmtTableId) {
-        pmts[static_cast<unsigned short>(request.tableIdExt)].pmt = kNotCarried;
+        tables.endPmt(static_cast<unsigned short>(request.tableIdExt), kNotCarried);
       }
       --pending;
       taken.push_back(request);
@@ -479,79 +263,10 @@ void ChannelScan::State::takeBack(bool all, const Carriage& carriage) {
 
 // REQUIRES: mutex held.
 ChannelScan::Result ChannelScan::State::compose() const {
-  Result out = result;
-  std::map<unsigned short, Service> byId;
-  std::vector<unsigned short> order;
-  for (const auto& section : patSections) {
-    for (const PatEntry& entry : section.second) {
-      Service& service = byId[entry.program];
-      if (!service.inPat) {
-        order.push_back(entry.program);
-      }
-      service.id = entry.program;
-      service.inPat = true;
-      service.pmtPid = entry.pid;
-    }
-  }
-  for (const auto& section : sdtSections) {
-    for (const SdtEntry& entry : section.second) {
-      Service& service = byId[entry.id];
-      if (!service.inPat && !service.inSdt) {
-        order.push_back(entry.id);
-      }
-      service.id = entry.id;
-      service.inSdt = true;
-      service.type = entry.type;
-      service.name = entry.name;
-      service.provider = entry.provider;
-    }
-  }
-  // This stream's entry in the NIT: by transport stream id and, once the
-  // SDT has named it, original network id.
-  const bool knowTs = result.hasPat || result.hasSdt;
-  const unsigned short tsId = result.hasPat ? result.transportStreamId : sdtTsId;
-  const NitEntry* mine = NULL;
-  for (const auto& section : nitSections) {
-    for (const NitEntry& entry : section.second) {
-      if (!mine && knowTs && entry.tsId == tsId &&
-          (!result.hasSdt || entry.originalNetworkId == result.originalNetworkId)) {
-        mine = &entry;
-      }
-    }
-  }
-  if (mine) {
-    out.tsName = mine->tsName;
-    out.remoteControlKeyId = mine->remoteControlKeyId;
-    out.frequenciesHz = mine->frequenciesHz;
-    out.transmissionMode = mine->transmissionMode;
-    out.guardInterval = mine->guardInterval;
-  }
-  for (size_t i = 0; i < order.size(); ++i) {
-    Service service = byId[order[i]];
-    std::map<unsigned short, Service>::const_iterator pmt = pmts.find(service.id);
-    if (pmt != pmts.end()) {
-      service.pmt = pmt->second.pmt;
-      service.pmtVersion = pmt->second.pmtVersion;
-      service.pcrPid = pmt->second.pcrPid;
-      service.streams = pmt->second.streams;
-    }
-    if (mine) {
-      for (size_t k = 0; k < mine->partialReception.size(); ++k) {
-        service.partialReception =
-            service.partialReception || mine->partialReception[k] == service.id;
-      }
-    }
-    out.services.push_back(service);
-  }
-  const std::string notes[] = {pat.note("PAT"), nit.note("NIT"), sdt.note("SDT")};
-  for (const std::string& note : notes) {
-    if (!note.empty()) {
-      out.incomplete.push_back(note);
-    }
-  }
+  Result out = tables.compose();
+  out.requests = result.requests;
   return out;
 }
-
 ChannelScan::ChannelScan(OstrelGingaCommonCore* core, int tunerId, signed char mode)
     : m_pState(new State()) {
   m_pState->core = core;

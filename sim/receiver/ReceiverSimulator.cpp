@@ -22,6 +22,8 @@ ReceiverSimulator::ReceiverSimulator() : ReceiverSimulator(Options()) {}
 
 ReceiverSimulator::ReceiverSimulator(const Options& options)
     : m_options(options),
+      m_controls(options.screenWidth, options.screenHeight, options.sourceWidth,
+                 options.sourceHeight),
       m_ePacing(StreamPacer::kAsFastAsPossible),
       m_ullBitRate(0),
       m_bStarted(false),
@@ -78,6 +80,7 @@ int ReceiverSimulator::addTuner(std::unique_ptr<TransportStreamSource> source, u
   if (m_bStarted) {
     tuner->start();
   }
+  m_controls.addTuner(id, type);
   m_vecTuners.push_back(std::move(tuner));
   return id;
 }
@@ -176,14 +179,11 @@ size_t ReceiverSimulator::getOpenFilterCount() const {
 }
 
 std::string ReceiverSimulator::getKeyHolder(unsigned int keyCode) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  std::map<unsigned int, std::string>::const_iterator it = m_mapKeys.find(keyCode);
-  return it == m_mapKeys.end() ? std::string() : it->second;
+  return m_controls.getKeyHolder(keyCode);
 }
 
 std::vector<std::pair<std::string, unsigned char>> ReceiverSimulator::getAppStatusChanges() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_vecAppStatus;
+  return m_controls.getAppStatusChanges();
 }
 
 thread_local int ReceiverSimulator::s_iExecuteDepth = 0;
