@@ -7,8 +7,6 @@
 #include "TCommand.h"
 #include "TCrc32.h"
 #include "TDataRequestCommand.h"
-#include "TGetTunerListCommand.h"
-#include "TGetTunerListResponse.h"
 #include "TNotifyStatusChange.h"
 #include "TReleaseKeyCommand.h"
 #include "TReserveKeyCommand.h"
@@ -237,42 +235,32 @@ TEST_F(Simulator, SyncRequestAnswersFromWhatTheStreamCarriedBeforeItReturns) {
   EXPECT_EQ(0, sendSyncRequest(sim, 0, kPmtPid, 0x02, 2));
 }
 
-TEST_F(Simulator, KeysAreHeldByOneListenerAtATime) {
+TEST_F(Simulator, KeysAreHeldByOneListenerAtATimeAndStatusChangesAreKept) {
   ReceiverSimulator* sim = make();
-  auto reserve = [&](const char* listener, unsigned int key) {
-    TReserveKeyCommand command;
-    command.setListenerId(listener);
-    command.setKeyCode(key);
-    return sendCommand(sim, &command);
-  };
-  auto release = [&](unsigned int key) {
-    TReleaseKeyCommand command;
-    command.setKeyCode(key);
-    return sendCommand(sim, &command);
-  };
-  EXPECT_EQ(1, reserve("a", 0x25));
-  EXPECT_EQ(0, reserve("b", 0x25));
-  EXPECT_EQ(1, reserve("a", 0x25));
-  EXPECT_EQ(1, reserve("b", 0x26));
-  EXPECT_EQ("a", sim->getKeyHolder(0x25));
-  EXPECT_EQ(1, release(0x25));
-  EXPECT_EQ(0, release(0x25));
-  EXPECT_EQ(1, reserve("b", 0x25));
-  EXPECT_EQ("b", sim->getKeyHolder(0x25));
-  EXPECT_EQ("", sim->getKeyHolder(0x99));
-
+  struct Step {
+    const char* listener;  // null: release
+    unsigned int key;
+    int result;
+    const char* holder;  // of the key afterwards
+  } const steps[] = {{"a", 0x25, 1, "a"}, {"b", 0x25, 0, "a"},    {"a", 0x25, 1, "a"},
+                     {"b", 0x26, 1, "b"}, {nullptr, 0x25, 1, ""}, {nullptr, 0x25, 0, ""},
+                     {"b", 0x25, 1, "b"}, {nullptr, 0x99, 0, ""}};
+  for (const Step& step : steps) {
+    TReserveKeyCommand reserve;
+    TReleaseKeyCommand release;
+    reserve.setListenerId(step.listener ? step.listener : "");
+    reserve.setKeyCode(step.key);
+    release.setKeyCode(step.key);
+    EXPECT_EQ(step.result, step.listener ? sendCommand(sim, &reserve) : sendCommand(sim, &release))
+        << step.key;
+    EXPECT_EQ(step.holder, sim->getKeyHolder(step.key));
+  }
   TNotifyStatusChange status;
   status.setAppId("app.one");
   status.setNotificationCode(200);
   EXPECT_EQ(1, sendCommand(sim, &status));
-  status.setAppId("");
-  status.setNotificationCode(0);
-  EXPECT_EQ(1, sendCommand(sim, &status));
-  auto changes = sim->getAppStatusChanges();
-  ASSERT_EQ(2u, changes.size());
-  EXPECT_EQ("app.one", changes[0].first);
-  EXPECT_EQ(200, changes[0].second);
-  EXPECT_EQ("", changes[1].first);
+  std::vector<std::pair<std::string, unsigned char>> expected = {{"app.one", 200}};
+  EXPECT_EQ(expected, sim->getAppStatusChanges());
 }
 
 TEST(VideoGeometryClip, CutsToTheScreenAndKeepsTheScale) {
@@ -321,89 +309,53 @@ TEST_F(Simulator, VideoGeometryIsKeptPerVideoAndCheckedWithoutBeingSet) {
   ReceiverSimulator::Options options = quickOptions();
   options.screenWidth = 1280;
   options.screenHeight = 720;
-  options.sourceWidth = 1920;
-  options.sourceHeight = 1080;
   ReceiverSimulator* sim = make(options);
-  auto get = [&](unsigned short ts, unsigned short layer) {
-    TVideoGetSize command;
-    command.setTsId(ts);
-    command.setLayerId(layer);
-    TCommand* answer = nullptr;
-    EXPECT_EQ(1, sendCommand(sim, &command, &answer));
-    std::unique_ptr<TVideoGetSize> owned(dynamic_cast<TVideoGetSize*>(answer));
-    EXPECT_TRUE(owned);
-    return owned;
+  // Destination x, y, w, h and source w, h of a command, answer or not.
+  auto place = [](TVideoCommand* c, short dx, short dy, unsigned short dw, unsigned short dh,
+                  unsigned short sw, unsigned short sh) {
+    c->setTsId(1);
+    c->setDx(dx);
+    c->setDy(dy);
+    c->setDw(dw);
+    c->setDh(dh);
+    c->setSw(sw);
+    c->setSh(sh);
   };
-  auto initial = get(1, 0);
-  EXPECT_EQ(1920, initial->getSw());
-  EXPECT_EQ(1280, initial->getDw());
-  EXPECT_EQ(720, initial->getDh());
-
+  auto ask = [&](TVideoCommand* command) {
+    TCommand* answer = nullptr;
+    EXPECT_EQ(1, sendCommand(sim, command, &answer));
+    return std::unique_ptr<TVideoCommand>(dynamic_cast<TVideoCommand*>(answer));
+  };
+  TVideoGetSize get;
+  get.setTsId(1);
+  EXPECT_EQ(1280, ask(&get)->getDw());  // full screen at first
   TVideoCheckSize check;
-  check.setTsId(1);
-  check.setDx(640);
-  check.setDy(360);
-  check.setDw(1280);
-  check.setDh(720);
-  check.setSw(1920);
-  check.setSh(1080);
-  TCommand* answer = nullptr;
-  ASSERT_EQ(1, sendCommand(sim, &check, &answer));
-  std::unique_ptr<TVideoCheckSize> checked(dynamic_cast<TVideoCheckSize*>(answer));
-  ASSERT_TRUE(checked);
+  place(&check, 640, 360, 1280, 720, 1920, 1080);
+  std::unique_ptr<TVideoCommand> checked = ask(&check);
   EXPECT_EQ(640, checked->getDw());
   EXPECT_EQ(360, checked->getDh());
   EXPECT_EQ(960, checked->getSw());
-  EXPECT_EQ(1280, get(1, 0)->getDw());  // checking changed nothing
-
+  EXPECT_EQ(1280, ask(&get)->getDw());  // checking changed nothing
   TVideoSetSize set;
-  set.setTsId(1);
+  place(&set, -100, 0, 400, 300, 800, 600);
   set.setLayerId(2);
-  set.setDx(-100);
-  set.setDw(400);
-  set.setDh(300);
-  set.setSw(800);
-  set.setSh(600);
   ASSERT_EQ(1, sendCommand(sim, &set));
-  auto now = get(1, 2);
+  get.setLayerId(2);
+  std::unique_ptr<TVideoCommand> now = ask(&get);
   EXPECT_EQ(0, now->getDx());
   EXPECT_EQ(300, now->getDw());
   EXPECT_EQ(200, now->getSx());
   EXPECT_EQ(600, now->getSw());
-  EXPECT_EQ(1280, get(1, 0)->getDw());  // another layer keeps its own
-
+  get.setLayerId(0);
+  EXPECT_EQ(1280, ask(&get)->getDw());  // another layer keeps its own
   TVideoGetDefaultSize defaults;
-  ASSERT_EQ(1, sendCommand(sim, &defaults, &answer));
-  std::unique_ptr<TCommand> ownedDefault(answer);
-  EXPECT_EQ(1280, dynamic_cast<TVideoGetDefaultSize*>(answer)->getDw());
+  EXPECT_EQ(1280, ask(&defaults)->getDw());
   TVideoGetSourceVideoSize source;
-  ASSERT_EQ(1, sendCommand(sim, &source, &answer));
-  std::unique_ptr<TCommand> ownedSource(answer);
-  EXPECT_EQ(1920, dynamic_cast<TVideoGetSourceVideoSize*>(answer)->getSw());
-  EXPECT_EQ(1080, dynamic_cast<TVideoGetSourceVideoSize*>(answer)->getSh());
+  std::unique_ptr<TVideoCommand> picture = ask(&source);
+  EXPECT_EQ(1920, picture->getSw());
+  EXPECT_EQ(1080, picture->getSh());
   // Without a place for the answer, nothing is made and nothing leaks.
   EXPECT_EQ(1, sendCommand(sim, &defaults, nullptr));
-}
-
-TEST_F(Simulator, TunerListHasOneTunerPerInput) {
-  ReceiverSimulator* sim = make();
-  sim->addTuner(nullptr, 7);
-  TGetTunerListCommand command;
-  TCommand* answer = nullptr;
-  ASSERT_EQ(1, sendCommand(sim, &command, &answer));
-  std::unique_ptr<TGetTunerListResponse> list(dynamic_cast<TGetTunerListResponse*>(answer));
-  ASSERT_TRUE(list);
-  ASSERT_EQ(2u, list->getTunerCounter());
-  int id = -1;
-  unsigned char type = 0;
-  list->getTunerId(0, &id);
-  list->getTunerType(0, &type);
-  EXPECT_EQ(0, id);
-  EXPECT_EQ(ReceiverSimulator::kTerrestrialTuner, type);
-  list->getTunerId(1, &id);
-  list->getTunerType(1, &type);
-  EXPECT_EQ(1, id);
-  EXPECT_EQ(7, type);
 }
 
 TEST_F(Simulator, FaultsHideDropDamageAndDelaySections) {

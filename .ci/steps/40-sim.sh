@@ -88,6 +88,11 @@ PY
 timeout 60 "$scan" --fast --quiet --no-latency "$work/sample204.ts" | tail -n +2 >"$work/table204.txt"
 tail -n +2 "$work/table.txt" | diff - "$work/table204.txt" \
   || { echo "204-byte packets scan differently"; exit 1; }
+# Two inputs, two tuners (ids 0 and 1 in order), each scanned in turn.
+timeout 60 "$scan" --fast --quiet --no-latency --tuner "$sample" --tuner "$work/sample204.ts" \
+  >"$work/two.txt"
+grep -q "^Tuner 0: $sample\$" "$work/two.txt" && grep -q "^Tuner 1: $work/sample204.ts\$" "$work/two.txt"
+[ "$(grep -c '^0xE778   TV 1seg ' "$work/two.txt")" -eq 2 ]
 
 # Network input: the sample sent over loopback in real time, plain and in RTP.
 for rtp in 0 1; do
