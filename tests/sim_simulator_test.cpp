@@ -438,18 +438,6 @@ TEST_F(Simulator, DamagedOrDroppedSectionDoesNotStopTheNextRepetition) {
   EXPECT_EQ(4u, counters.faultDropped);
 }
 
-TEST_F(Simulator, InputWithoutPacketsEndsWithAnError) {
-  ReceiverSimulator sim(quickOptions());
-  int tuner = sim.addTuner(TransportStreamSource::fromMemory(filler(10000, 3), "noise"));
-  sim.start();
-  ASSERT_TRUE(sim.getTuner(tuner)->waitForEnd(std::chrono::milliseconds(5000)));
-  EXPECT_NE(std::string::npos, sim.getTuner(tuner)->getProgress().error.find("no transport"));
-  std::string error;
-  EXPECT_FALSE(TransportStreamSource::openFile("/nonexistent/file.ts", &error));
-  EXPECT_NE(std::string::npos, error.find("/nonexistent/file.ts"));
-  EXPECT_FALSE(TransportStreamSource::openFile("/", &error));
-}
-
 TEST_F(Simulator, ConcurrentRequestsWhileTheStreamPlaysLeakNothing) {
   unsigned char patCc = 0, pmtCc = 0;
   Bytes stream = join(packetize(0x0000, {longSection(0x00, 1, {0, 7, 0xE1, 0x00})}, &patCc));

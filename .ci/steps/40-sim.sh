@@ -40,14 +40,20 @@ PY
 timeout 10 "$scan" --quiet --no-latency "$work/notot.ts" \
   | grep -q '^TOT            0x0014  0x73   not in the stream$'
 
-status=0; timeout 30 "$scan" --quiet /nonexistent.ts >/dev/null 2>&1 || status=$?
+# Unreadable input: exit 1 with a message, at once.
+status=0; timeout 30 "$scan" --quiet /nonexistent.ts >/dev/null 2>"$work/err" || status=$?
+[ "$status" -eq 1 ] && grep -q '^ostrel-scan: /nonexistent.ts: No such file' "$work/err"
+status=0; timeout 30 "$scan" --quiet / >/dev/null 2>&1 || status=$?
 [ "$status" -eq 1 ]
 head -c 100000 /dev/urandom | tr '\107' '\000' >"$work/noise.ts"
-status=0; timeout 30 "$scan" --quiet --fast "$work/noise.ts" >/dev/null 2>&1 || status=$?
-[ "$status" -eq 1 ]
 : >"$work/empty.ts"
-status=0; timeout 5 "$scan" --quiet "$work/empty.ts" >/dev/null 2>&1 || status=$?
-[ "$status" -eq 1 ]
+for input in noise empty; do
+  for mode in --fast --once; do
+    status=0; timeout 5 "$scan" --quiet $mode "$work/$input.ts" >/dev/null 2>"$work/err" || status=$?
+    [ "$status" -eq 1 ] && grep -q 'no transport-stream packets found' "$work/err" \
+      || { echo "$input $mode: exit $status"; exit 1; }
+  done
+done
 
 # Every option is checked, with a message naming it; a missing value is
 # never taken for a file.
