@@ -459,8 +459,8 @@ int main(int argc, char** argv) {
   if (!o.tracePath.empty()) {
     std::FILE* out = std::fopen(o.tracePath.c_str(), "a");
     if (!out) {
-      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", o.tracePath.c_str(),
-                   std::strerror(errno));
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
+                   RequestTrace::escape(o.tracePath).c_str(), std::strerror(errno));
       return kExitInput;
     }
     std::fclose(out);
@@ -471,7 +471,7 @@ int main(int argc, char** argv) {
     std::string error;
     std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(input, &error);
     if (!source) {
-      std::fprintf(stderr, "ostrel-scan: %s\n", error.c_str());
+      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
       return kExitInput;
     }
     source->setLoop(o.loop);
