@@ -44,10 +44,10 @@ target_link_libraries(ostrel_core_fuzzed PUBLIC ostrel_tables_fuzzed Threads::Th
 set_target_properties(ostrel_core_fuzzed PROPERTIES CXX_STANDARD 11)
 
 add_library(ostrel_demux_fuzzed STATIC
-  ${OSTREL_ROOT}/sim/SectionDemux.cpp
-  ${OSTREL_ROOT}/sim/TsPacket.cpp
-  ${OSTREL_ROOT}/sim/TsPacketizer.cpp)
-target_include_directories(ostrel_demux_fuzzed PUBLIC ${OSTREL_ROOT}/sim)
+  ${OSTREL_ROOT}/sim/ts/SectionDemux.cpp
+  ${OSTREL_ROOT}/sim/ts/TsPacket.cpp
+  ${OSTREL_ROOT}/sim/ts/TsPacketizer.cpp)
+target_include_directories(ostrel_demux_fuzzed PUBLIC ${OSTREL_ROOT}/sim/ts)
 target_compile_options(ostrel_demux_fuzzed PRIVATE -fsanitize=fuzzer-no-link ${OSTREL_SANITIZE}
                                                    -Wall -Wextra -Werror)
 target_link_libraries(ostrel_demux_fuzzed PUBLIC ostrel_tables_fuzzed)
@@ -63,7 +63,7 @@ target_link_libraries(fuzz_ts_demux PRIVATE ostrel_demux_fuzzed)
 
 # Seeds: write_core_seeds inject_data|ts_demux <directory>.
 add_executable(write_core_seeds write_core_seeds.cpp
-  ${OSTREL_ROOT}/sim/SampleStream.cpp ${OSTREL_ROOT}/sim/TsPacketWriter.cpp)
+  ${OSTREL_ROOT}/sim/ts/SampleStream.cpp ${OSTREL_ROOT}/sim/ts/TsPacketWriter.cpp)
 target_include_directories(write_core_seeds PRIVATE ${OSTREL_ROOT}/tests/data/tables)
 target_link_libraries(write_core_seeds PRIVATE ostrel_demux_fuzzed)
 target_link_options(write_core_seeds PRIVATE -fsanitize=address,undefined)

@@ -7,8 +7,6 @@
 #include "TCommand.h"
 #include "TCrc32.h"
 #include "TDataRequestCommand.h"
-#include "TGetTunerListCommand.h"
-#include "TGetTunerListResponse.h"
 #include "TNotifyStatusChange.h"
 #include "TReleaseKeyCommand.h"
 #include "TReserveKeyCommand.h"
@@ -237,88 +235,73 @@ TEST_F(Simulator, SyncRequestAnswersFromWhatTheStreamCarriedBeforeItReturns) {
   EXPECT_EQ(0, sendSyncRequest(sim, 0, kPmtPid, 0x02, 2));
 }
 
-TEST_F(Simulator, KeysAreHeldByOneListenerAtATime) {
+TEST_F(Simulator, KeysAreHeldByOneListenerAtATimeAndStatusChangesAreKept) {
   ReceiverSimulator* sim = make();
-  auto reserve = [&](const char* listener, unsigned int key) {
-    TReserveKeyCommand command;
-    command.setListenerId(listener);
-    command.setKeyCode(key);
-    return sendCommand(sim, &command);
-  };
-  auto release = [&](unsigned int key) {
-    TReleaseKeyCommand command;
-    command.setKeyCode(key);
-    return sendCommand(sim, &command);
-  };
-  EXPECT_EQ(1, reserve("a", 0x25));
-  EXPECT_EQ(0, reserve("b", 0x25));
-  EXPECT_EQ(1, reserve("a", 0x25));
-  EXPECT_EQ(1, reserve("b", 0x26));
-  EXPECT_EQ("a", sim->getKeyHolder(0x25));
-  EXPECT_EQ(1, release(0x25));
-  EXPECT_EQ(0, release(0x25));
-  EXPECT_EQ(1, reserve("b", 0x25));
-  EXPECT_EQ("b", sim->getKeyHolder(0x25));
-  EXPECT_EQ("", sim->getKeyHolder(0x99));
-
+  struct Step {
+    const char* listener;  // null: release
+    unsigned int key;
+    int result;
+    const char* holder;  // of the key afterwards
+  } const steps[] = {{"a", 0x25, 1, "a"}, {"b", 0x25, 0, "a"},    {"a", 0x25, 1, "a"},
+                     {"b", 0x26, 1, "b"}, {nullptr, 0x25, 1, ""}, {nullptr, 0x25, 0, ""},
+                     {"b", 0x25, 1, "b"}, {nullptr, 0x99, 0, ""}};
+  for (const Step& step : steps) {
+    TReserveKeyCommand reserve;
+    TReleaseKeyCommand release;
+    reserve.setListenerId(step.listener ? step.listener : "");
+    reserve.setKeyCode(step.key);
+    release.setKeyCode(step.key);
+    EXPECT_EQ(step.result, step.listener ? sendCommand(sim, &reserve) : sendCommand(sim, &release))
+        << step.key;
+    EXPECT_EQ(step.holder, sim->getKeyHolder(step.key));
+  }
   TNotifyStatusChange status;
   status.setAppId("app.one");
   status.setNotificationCode(200);
   EXPECT_EQ(1, sendCommand(sim, &status));
-  status.setAppId("");
-  status.setNotificationCode(0);
-  EXPECT_EQ(1, sendCommand(sim, &status));
-  auto changes = sim->getAppStatusChanges();
-  ASSERT_EQ(2u, changes.size());
-  EXPECT_EQ("app.one", changes[0].first);
-  EXPECT_EQ(200, changes[0].second);
-  EXPECT_EQ("", changes[1].first);
+  std::vector<std::pair<std::string, unsigned char>> expected = {{"app.one", 200}};
+  EXPECT_EQ(expected, sim->getAppStatusChanges());
 }
 
 TEST(VideoGeometryClip, CutsToTheScreenAndKeepsTheScale) {
+  // Source then destination rectangles (x, y, w, h): given, and clipped to a
+  // 1920x1080 picture on a 1920x1080 screen.
   struct Case {
     const char* name;
-    VideoGeometry::Rect source, destination;
-    VideoGeometry::Rect wantSource, wantDestination;
+    int in[8], out[8];
   };
   const Case cases[] = {
-      {"inside", {0, 0, 1920, 1080}, {100, 50, 960, 540}, {0, 0, 1920, 1080}, {100, 50, 960, 540}},
+      {"inside", {0, 0, 1920, 1080, 100, 50, 960, 540}, {0, 0, 1920, 1080, 100, 50, 960, 540}},
       {"off the left at scale 2",
-       {0, 0, 1920, 1080},
-       {-100, 0, 960, 540},
-       {200, 0, 1720, 1080},
-       {0, 0, 860, 540}},
+       {0, 0, 1920, 1080, -100, 0, 960, 540},
+       {200, 0, 1720, 1080, 0, 0, 860, 540}},
       {"off the bottom right",
-       {0, 0, 1920, 1080},
-       {1000, 600, 1920, 1080},
-       {0, 0, 920, 480},
-       {1000, 600, 920, 480}},
-      {"wholly off screen", {0, 0, 1920, 1080}, {2000, 0, 100, 100}, {0, 0, 0, 0}, {1920, 0, 0, 0}},
+       {0, 0, 1920, 1080, 1000, 600, 1920, 1080},
+       {0, 0, 920, 480, 1000, 600, 920, 480}},
+      {"wholly off screen", {0, 0, 1920, 1080, 2000, 0, 100, 100}, {0, 0, 0, 0, 1920, 0, 0, 0}},
       {"source beyond the picture",
-       {1800, 1000, 400, 400},
-       {0, 0, 400, 400},
-       {1800, 1000, 120, 80},
-       {0, 0, 400, 400}},
+       {1800, 1000, 400, 400, 0, 0, 400, 400},
+       {1800, 1000, 120, 80, 0, 0, 400, 400}},
       {"extreme values",
-       {-32768, -32768, 65535, 65535},
-       {-32768, 32767, 65535, 65535},
-       {0, 0, 0, 0},
-       {0, 1080, 0, 0}},
+       {-32768, -32768, 65535, 65535, -32768, 32767, 65535, 65535},
+       {0, 0, 0, 0, 0, 1080, 0, 0}},
+  };
+  auto rect = [](const int* v) {
+    VideoGeometry::Rect r;
+    r.x = static_cast<short>(v[0]);
+    r.y = static_cast<short>(v[1]);
+    r.w = static_cast<unsigned short>(v[2]);
+    r.h = static_cast<unsigned short>(v[3]);
+    return r;
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
     VideoGeometry g;
-    g.source = c.source;
-    g.destination = c.destination;
+    g.source = rect(c.in);
+    g.destination = rect(c.in + 4);
     VideoGeometry out = g.clipped(1920, 1080, 1920, 1080);
-    EXPECT_EQ(c.wantSource.x, out.source.x);
-    EXPECT_EQ(c.wantSource.y, out.source.y);
-    EXPECT_EQ(c.wantSource.w, out.source.w);
-    EXPECT_EQ(c.wantSource.h, out.source.h);
-    EXPECT_EQ(c.wantDestination.x, out.destination.x);
-    EXPECT_EQ(c.wantDestination.y, out.destination.y);
-    EXPECT_EQ(c.wantDestination.w, out.destination.w);
-    EXPECT_EQ(c.wantDestination.h, out.destination.h);
+    const int got[8] = {out.source.x,      out.source.y,      out.source.w,      out.source.h,
+                        out.destination.x, out.destination.y, out.destination.w, out.destination.h};
+    EXPECT_EQ(std::vector<int>(c.out, c.out + 8), std::vector<int>(got, got + 8)) << c.name;
   }
 }
 
@@ -326,89 +309,53 @@ TEST_F(Simulator, VideoGeometryIsKeptPerVideoAndCheckedWithoutBeingSet) {
   ReceiverSimulator::Options options = quickOptions();
   options.screenWidth = 1280;
   options.screenHeight = 720;
-  options.sourceWidth = 1920;
-  options.sourceHeight = 1080;
   ReceiverSimulator* sim = make(options);
-  auto get = [&](unsigned short ts, unsigned short layer) {
-    TVideoGetSize command;
-    command.setTsId(ts);
-    command.setLayerId(layer);
-    TCommand* answer = nullptr;
-    EXPECT_EQ(1, sendCommand(sim, &command, &answer));
-    std::unique_ptr<TVideoGetSize> owned(dynamic_cast<TVideoGetSize*>(answer));
-    EXPECT_TRUE(owned);
-    return owned;
+  // Destination x, y, w, h and source w, h of a command, answer or not.
+  auto place = [](TVideoCommand* c, short dx, short dy, unsigned short dw, unsigned short dh,
+                  unsigned short sw, unsigned short sh) {
+    c->setTsId(1);
+    c->setDx(dx);
+    c->setDy(dy);
+    c->setDw(dw);
+    c->setDh(dh);
+    c->setSw(sw);
+    c->setSh(sh);
   };
-  auto initial = get(1, 0);
-  EXPECT_EQ(1920, initial->getSw());
-  EXPECT_EQ(1280, initial->getDw());
-  EXPECT_EQ(720, initial->getDh());
-
+  auto ask = [&](TVideoCommand* command) {
+    TCommand* answer = nullptr;
+    EXPECT_EQ(1, sendCommand(sim, command, &answer));
+    return std::unique_ptr<TVideoCommand>(dynamic_cast<TVideoCommand*>(answer));
+  };
+  TVideoGetSize get;
+  get.setTsId(1);
+  EXPECT_EQ(1280, ask(&get)->getDw());  // full screen at first
   TVideoCheckSize check;
-  check.setTsId(1);
-  check.setDx(640);
-  check.setDy(360);
-  check.setDw(1280);
-  check.setDh(720);
-  check.setSw(1920);
-  check.setSh(1080);
-  TCommand* answer = nullptr;
-  ASSERT_EQ(1, sendCommand(sim, &check, &answer));
-  std::unique_ptr<TVideoCheckSize> checked(dynamic_cast<TVideoCheckSize*>(answer));
-  ASSERT_TRUE(checked);
+  place(&check, 640, 360, 1280, 720, 1920, 1080);
+  std::unique_ptr<TVideoCommand> checked = ask(&check);
   EXPECT_EQ(640, checked->getDw());
   EXPECT_EQ(360, checked->getDh());
   EXPECT_EQ(960, checked->getSw());
-  EXPECT_EQ(1280, get(1, 0)->getDw());  // checking changed nothing
-
+  EXPECT_EQ(1280, ask(&get)->getDw());  // checking changed nothing
   TVideoSetSize set;
-  set.setTsId(1);
+  place(&set, -100, 0, 400, 300, 800, 600);
   set.setLayerId(2);
-  set.setDx(-100);
-  set.setDw(400);
-  set.setDh(300);
-  set.setSw(800);
-  set.setSh(600);
   ASSERT_EQ(1, sendCommand(sim, &set));
-  auto now = get(1, 2);
+  get.setLayerId(2);
+  std::unique_ptr<TVideoCommand> now = ask(&get);
   EXPECT_EQ(0, now->getDx());
   EXPECT_EQ(300, now->getDw());
   EXPECT_EQ(200, now->getSx());
   EXPECT_EQ(600, now->getSw());
-  EXPECT_EQ(1280, get(1, 0)->getDw());  // another layer keeps its own
-
+  get.setLayerId(0);
+  EXPECT_EQ(1280, ask(&get)->getDw());  // another layer keeps its own
   TVideoGetDefaultSize defaults;
-  ASSERT_EQ(1, sendCommand(sim, &defaults, &answer));
-  std::unique_ptr<TCommand> ownedDefault(answer);
-  EXPECT_EQ(1280, dynamic_cast<TVideoGetDefaultSize*>(answer)->getDw());
+  EXPECT_EQ(1280, ask(&defaults)->getDw());
   TVideoGetSourceVideoSize source;
-  ASSERT_EQ(1, sendCommand(sim, &source, &answer));
-  std::unique_ptr<TCommand> ownedSource(answer);
-  EXPECT_EQ(1920, dynamic_cast<TVideoGetSourceVideoSize*>(answer)->getSw());
-  EXPECT_EQ(1080, dynamic_cast<TVideoGetSourceVideoSize*>(answer)->getSh());
+  std::unique_ptr<TVideoCommand> picture = ask(&source);
+  EXPECT_EQ(1920, picture->getSw());
+  EXPECT_EQ(1080, picture->getSh());
   // Without a place for the answer, nothing is made and nothing leaks.
   EXPECT_EQ(1, sendCommand(sim, &defaults, nullptr));
-}
-
-TEST_F(Simulator, TunerListHasOneTunerPerInput) {
-  ReceiverSimulator* sim = make();
-  sim->addTuner(nullptr, 7);
-  TGetTunerListCommand command;
-  TCommand* answer = nullptr;
-  ASSERT_EQ(1, sendCommand(sim, &command, &answer));
-  std::unique_ptr<TGetTunerListResponse> list(dynamic_cast<TGetTunerListResponse*>(answer));
-  ASSERT_TRUE(list);
-  ASSERT_EQ(2u, list->getTunerCounter());
-  int id = -1;
-  unsigned char type = 0;
-  list->getTunerId(0, &id);
-  list->getTunerType(0, &type);
-  EXPECT_EQ(0, id);
-  EXPECT_EQ(ReceiverSimulator::kTerrestrialTuner, type);
-  list->getTunerId(1, &id);
-  list->getTunerType(1, &type);
-  EXPECT_EQ(1, id);
-  EXPECT_EQ(7, type);
 }
 
 TEST_F(Simulator, FaultsHideDropDamageAndDelaySections) {
@@ -489,45 +436,6 @@ TEST_F(Simulator, DamagedOrDroppedSectionDoesNotStopTheNextRepetition) {
   ReceiverSimulator::Counters counters = sim->getCounters();
   EXPECT_EQ(4u, counters.faultCorrupted);
   EXPECT_EQ(4u, counters.faultDropped);
-}
-
-TEST_F(Simulator, LoopingSourcePlaysOnItsOwnThread) {
-  unsigned char cc = 0;
-  Bytes stream = join(packetize(kPmtPid, {pmtSection(7)}, &cc));
-  Bytes nulls = packet(0x1FFF, false, 0, {});
-  for (int i = 0; i < 50; ++i)
-    stream.insert(stream.end(), nulls.begin(), nulls.end());
-  ReceiverSimulator sim(quickOptions());
-  sim.setDataDestination(&m_destination);
-  sim.setPacing(StreamPacer::kByBitRate, 2000000);
-  int tuner = sim.addTuner(TransportStreamSource::fromMemory(stream, "memory"));
-  sim.getTuner(tuner)->getDemux()->enablePid(kPmtPid);
-  sim.start();
-  ASSERT_EQ(1, sendOpenRequest(&sim, tuner, kPmtPid, 0x02, 7, 2));
-  EXPECT_TRUE(m_destination.waitFor(1, 3000));
-  // The input starts again at its end, as a carousel does.
-  for (int i = 0; i < 300 && sim.getTuner(tuner)->getProgress().loops < 2; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  TunerInput::Progress progress = sim.getTuner(tuner)->getProgress();
-  EXPECT_GE(progress.loops, 2u);
-  EXPECT_FALSE(progress.ended);
-  EXPECT_EQ(0u, progress.demux.ccErrors);  // the counters start afresh at each pass
-  EXPECT_EQ(1u, m_destination.injections().size());  // repetitions are not passed again
-  sim.stop();
-  EXPECT_TRUE(sim.getTuner(tuner)->getProgress().ended);
-}
-
-TEST_F(Simulator, InputWithoutPacketsEndsWithAnError) {
-  ReceiverSimulator sim(quickOptions());
-  int tuner = sim.addTuner(TransportStreamSource::fromMemory(filler(10000, 3), "noise"));
-  sim.start();
-  ASSERT_TRUE(sim.getTuner(tuner)->waitForEnd(std::chrono::milliseconds(5000)));
-  EXPECT_NE(std::string::npos, sim.getTuner(tuner)->getProgress().error.find("no transport"));
-  std::string error;
-  EXPECT_FALSE(TransportStreamSource::openFile("/nonexistent/file.ts", &error));
-  EXPECT_NE(std::string::npos, error.find("/nonexistent/file.ts"));
-  EXPECT_FALSE(TransportStreamSource::openFile("/", &error));
 }
 
 TEST_F(Simulator, ConcurrentRequestsWhileTheStreamPlaysLeakNothing) {

@@ -12,40 +12,23 @@
 
 #include "GingaDataDestination.h"
 #include "SectionSink.h"
-#include "TCrc32.h"
+#include "TSectionWriter.h"
 
 namespace SimTest {
 
 using Bytes = std::vector<unsigned char>;
 
-// A long-form section with CRC_32: table id, extension, version, section
-// number, body bytes.
+// Sections from the table library's writer: long form with CRC_32 (table
+// id, extension, body, version, section number, last), short form without.
 inline Bytes longSection(unsigned char tableId, unsigned short ext, const Bytes& body,
                          unsigned char version = 0, unsigned char number = 0,
                          unsigned char last = 0) {
-  unsigned int length = 5 + static_cast<unsigned int>(body.size()) + 4;
-  Bytes s = {tableId,
-             static_cast<unsigned char>(0xB0 | ((length >> 8) & 0x0F)),
-             static_cast<unsigned char>(length & 0xFF),
-             static_cast<unsigned char>(ext >> 8),
-             static_cast<unsigned char>(ext & 0xFF),
-             static_cast<unsigned char>(0xC1 | ((version & 0x1F) << 1)),
-             number,
-             last};
-  s.insert(s.end(), body.begin(), body.end());
-  uint32_t crc = Ostrel::TCrc32::compute(s.data(), static_cast<unsigned int>(s.size()));
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    s.push_back(static_cast<unsigned char>(crc >> shift));
-  }
-  return s;
+  return Ostrel::TSectionWriter::longSection(tableId, false, ext, version, true, number, last, body,
+                                             4096);
 }
 
-// A short-form section without CRC.
 inline Bytes shortSection(unsigned char tableId, const Bytes& body) {
-  Bytes s = {tableId, static_cast<unsigned char>(0x70 | ((body.size() >> 8) & 0x0F)),
-             static_cast<unsigned char>(body.size() & 0xFF)};
-  s.insert(s.end(), body.begin(), body.end());
-  return s;
+  return Ostrel::TSectionWriter::shortSection(tableId, false, true, body, false, 4096);
 }
 
 inline Bytes filler(size_t n, unsigned char seed = 1) {

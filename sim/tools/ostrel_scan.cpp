@@ -2,16 +2,20 @@
 // OstrelGingaCommonCore as a middleware does, printing the channel table of
 // each tuner and the outcome of every table request.
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,12 +39,11 @@ const int kExitInput = 1;
 const int kExitUsage = 2;
 const int kExitNoPat = 3;
 
-const std::chrono::seconds kAfterEnd(5);
+// The signal that ended the run, or 0; the exit status is then 128 + it.
+std::atomic<int> s_iInterrupted(0);
 
-std::atomic<bool> s_bInterrupted(false);
-
-void onInterrupt(int) {
-  s_bInterrupted = true;
+void onInterrupt(int signal) {
+  s_iInterrupted = signal;
 }
 
 struct Options {
@@ -60,14 +63,28 @@ struct Options {
   FaultPlan faults;
 };
 
+// The progress line and log lines share standard error: one at a time, and a
+// log line first clears the progress line.
+std::mutex s_mutexStderr;
+bool s_bProgressShown = false;
+
+void clearProgress() {
+  if (s_bProgressShown) {
+    std::fputs("\r\033[K", stderr);
+    s_bProgressShown = false;
+  }
+}
+
 void usage(std::FILE* to) {
   std::fprintf(to,
                "usage: ostrel-scan [scan|watch] [options] FILE|-\n"
                "       ostrel-scan [scan|watch] [options] --tuner FILE [--tuner FILE...]\n"
                "\n"
                "Plays MPEG transport streams (188, 192 or 204-byte packets; - is standard\n"
-               "input) in the receiver simulator, one tuner per input, and scans each tuner\n"
-               "through the Ginga common core: PAT, NIT, SDT and TOT, then every PMT.\n"
+               "input; udp://[group@]address:port receives plain or RTP-wrapped packets,\n"
+               "unicast or multicast) in the receiver simulator, one tuner per input, and\n"
+               "scans each tuner through the Ginga common core: PAT, NIT, SDT and TOT,\n"
+               "then every PMT.\n"
                "\n"
                "  scan              print each tuner's channel table and requests (default)\n"
                "  watch             scan again and again; print what changes\n"
@@ -75,29 +92,35 @@ void usage(std::FILE* to) {
                "  --json            print JSON instead of tables\n"
                "  --trace FILE      write every request's life as a Chrome trace (JSON)\n"
                "  --fast            play as fast as possible (default: real time by PCR)\n"
-               "  --bitrate BPS     play at this many bits per second\n"
+               "  --bitrate BPS     play at this many bits per second (1000 or more)\n"
                "  --once            do not loop a file at its end\n"
                "  --timeout SEC     give up waiting for answers after SEC seconds (70)\n"
                "  --no-latency      leave latencies out (output that does not vary)\n"
                "  --interval SEC    watch: seconds between scans (2)\n"
-               "  --rounds N        watch: stop after N scans\n"
+               "  --rounds N        watch: stop after N scans (1 or more)\n"
                "  --drop SHARE      fault: drop this share (0..1) of sections\n"
                "  --corrupt SHARE   fault: damage the CRC of this share of sections\n"
-               "  --delay MS        fault: deliver every section MS milliseconds late\n"
+               "  --delay MS        fault: deliver every section MS (0..60000) milliseconds late\n"
                "  --hide PID        fault: never deliver this PID (may be repeated)\n"
-               "  --seed N          fault: seed of the fault choices (1)\n"
+               "  --seed N          fault: seed of the fault choices (0..4294967295; 1)\n"
                "  --quiet           no progress line\n"
                "  --verbose         show the library's log messages\n"
                "\n"
-               "Exit status: 0 when every tuner's PAT arrived, 1 when an input cannot be\n"
-               "read, 2 on a usage error, 3 when a PAT did not arrive. Once an input has\n"
-               "ended, requests still open are given 5 s more, then reported as no answer.\n");
+               "Requests for tables that a whole pass of the input did not carry end at\n"
+               "once as \"not in the stream\"; tables of which some sections never came\n"
+               "are reported incomplete.\n"
+               "\n"
+               "Exit status: 0 when every tuner's PAT arrived, 1 when an input or an output\n"
+               "file cannot be used, 2 on a usage error, 3 when a PAT did not arrive, 130\n"
+               "when interrupted (143 on SIGTERM).\n");
 }
 
-bool number(const char* text, double* out) {
+// A finite number in [low, high]; integral when asked.
+bool number(const char* text, double low, double high, bool integral, double* out) {
   char* end = NULL;
   double value = std::strtod(text, &end);
-  if (!end || *end != '\0' || end == text || value < 0) {
+  if (end == text || *end != '\0' || !std::isfinite(value) || value < low || value > high ||
+      (integral && value != std::floor(value))) {
     return false;
   }
   *out = value;
@@ -113,9 +136,20 @@ int parse(int argc, char** argv, Options* o) {
   }
   for (; i < argc; ++i) {
     std::string arg = argv[i];
-    auto value = [&](double* out) {
-      if (i + 1 >= argc || !number(argv[i + 1], out)) {
-        std::fprintf(stderr, "ostrel-scan: %s needs a number\n", arg.c_str());
+    // The option's value; an option in its place is a missing value ("-"
+    // alone is standard input).
+    auto operand = [&](const char* what) -> const char* {
+      if (i + 1 >= argc || (argv[i + 1][0] == '-' && argv[i + 1][1] != '\0')) {
+        std::fprintf(stderr, "ostrel-scan: %s needs %s\n", arg.c_str(), what);
+        return NULL;
+      }
+      return argv[++i];
+    };
+    auto value = [&](double low, double high, bool integral, const char* range, double* out) {
+      const char* text = i + 1 < argc ? argv[i + 1] : NULL;
+      if (!text || !number(text, low, high, integral, out)) {
+        std::fprintf(stderr, "ostrel-scan: %s needs %s%s%s\n", arg.c_str(), range,
+                     text ? ", not " : "", text ? text : "");
         return false;
       }
       ++i;
@@ -126,62 +160,60 @@ int parse(int argc, char** argv, Options* o) {
       usage(stdout);
       return kExitOk;
     } else if (arg == "--tuner") {
-      if (i + 1 >= argc) {
-        std::fprintf(stderr, "ostrel-scan: --tuner needs a file\n");
+      const char* file = operand("a file (- for standard input)");
+      if (!file)
         return kExitUsage;
-      }
-      o->inputs.push_back(argv[++i]);
+      o->inputs.push_back(file);
     } else if (arg == "--json") {
       o->json = true;
     } else if (arg == "--trace") {
-      if (i + 1 >= argc) {
-        std::fprintf(stderr, "ostrel-scan: --trace needs a file\n");
+      const char* file = operand("a file to write");
+      if (!file)
         return kExitUsage;
-      }
-      o->tracePath = argv[++i];
+      o->tracePath = file;
     } else if (arg == "--fast") {
       o->pacing = StreamPacer::kAsFastAsPossible;
     } else if (arg == "--bitrate") {
-      if (!value(&v) || v < 1000) {
+      if (!value(1000, 1e11, false, "a bit rate from 1000 to 1e11 bits per second", &v))
         return kExitUsage;
-      }
       o->pacing = StreamPacer::kByBitRate;
       o->bitRate = static_cast<uint64_t>(v);
     } else if (arg == "--once") {
       o->loop = false;
     } else if (arg == "--timeout") {
-      if (!value(&o->timeoutSeconds))
+      if (!value(0.001, 86400, false, "seconds from 0.001 to 86400", &o->timeoutSeconds))
         return kExitUsage;
     } else if (arg == "--no-latency") {
       o->latencies = false;
     } else if (arg == "--interval") {
-      if (!value(&o->intervalSeconds))
+      if (!value(0, 86400, false, "seconds from 0 to 86400", &o->intervalSeconds))
         return kExitUsage;
     } else if (arg == "--rounds") {
-      if (!value(&v))
+      if (!value(1, 1e9, true, "a whole number from 1 to 1000000000", &v))
         return kExitUsage;
       o->rounds = static_cast<long>(v);
     } else if (arg == "--drop") {
-      if (!value(&o->faults.dropShare) || o->faults.dropShare > 1)
+      if (!value(0, 1, false, "a share from 0 to 1", &o->faults.dropShare))
         return kExitUsage;
     } else if (arg == "--corrupt") {
-      if (!value(&o->faults.corruptShare) || o->faults.corruptShare > 1)
+      if (!value(0, 1, false, "a share from 0 to 1", &o->faults.corruptShare))
         return kExitUsage;
     } else if (arg == "--delay") {
-      if (!value(&v))
+      if (!value(0, 60000, true, "whole milliseconds from 0 to 60000", &v))
         return kExitUsage;
       o->faults.delayMs = static_cast<unsigned int>(v);
     } else if (arg == "--hide") {
       char* end = NULL;
       unsigned long pid = i + 1 < argc ? std::strtoul(argv[i + 1], &end, 0) : 0x2000;
-      if (i + 1 >= argc || *end != '\0' || pid >= 0x2000) {
-        std::fprintf(stderr, "ostrel-scan: --hide needs a PID (0 to 0x1FFF)\n");
+      if (i + 1 >= argc || end == argv[i + 1] || *end != '\0' || argv[i + 1][0] == '-' ||
+          pid >= 0x2000) {
+        std::fprintf(stderr, "ostrel-scan: --hide needs a PID from 0 to 0x1FFF\n");
         return kExitUsage;
       }
       ++i;
       o->faults.hiddenPids.insert(static_cast<unsigned short>(pid));
     } else if (arg == "--seed") {
-      if (!value(&v))
+      if (!value(0, 4294967295.0, true, "a whole number from 0 to 4294967295", &v))
         return kExitUsage;
       o->faults.seed = static_cast<uint32_t>(v);
     } else if (arg == "--quiet") {
@@ -205,6 +237,20 @@ int parse(int argc, char** argv, Options* o) {
 
 void quietLog(int, const char*, const char*, void*) {}
 
+void verboseLog(int, const char*, const char* message, void*) {
+  std::lock_guard<std::mutex> lock(s_mutexStderr);
+  clearProgress();
+  std::fprintf(stderr, "%s\n", message);
+}
+
+size_t terminalColumns() {
+  struct winsize size;
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1) {
+    return size.ws_col;
+  }
+  return 80;
+}
+
 // A progress line on a terminal while a scan waits.
 class Progress {
  public:
@@ -218,7 +264,8 @@ class Progress {
     m_bStop = true;
     if (m_thread.joinable()) {
       m_thread.join();
-      std::fprintf(stderr, "\r\033[K");
+      std::lock_guard<std::mutex> lock(s_mutexStderr);
+      clearProgress();
     }
   }
 
@@ -228,9 +275,9 @@ class Progress {
       std::this_thread::sleep_for(std::chrono::milliseconds(200));
       TunerInput::Progress p = m_pTuner->getProgress();
       ChannelScan::Result r = m_pScan->getResult();
-      unsigned int ended = 0;
+      unsigned int answered = 0;
       for (const auto& q : r.requests)
-        ended += q.outcome != ChannelScan::kPending ? 1 : 0;
+        answered += q.outcome == ChannelScan::kDelivered || q.outcome == ChannelScan::kFromCache;
       char where[64] = "";
       if (p.size > 0) {
         std::snprintf(where, sizeof(where), "%3.0f%% of %.1f MB, pass %llu",
@@ -240,9 +287,20 @@ class Progress {
       } else {
         std::snprintf(where, sizeof(where), "%.1f MB read", static_cast<double>(p.position) / 1e6);
       }
-      std::fprintf(stderr, "\r\033[K%s: %s, %u of %zu requests answered",
-                   m_pTuner->getName().c_str(), where, ended, r.requests.size());
+      char line[512];
+      std::snprintf(line, sizeof(line), "%s: %s, %u of %zu requests answered",
+                    RequestTrace::escape(m_pTuner->getName()).c_str(), where, answered,
+                    r.requests.size());
+      // One column short of the width, so that the terminal never wraps it.
+      std::string shown(line);
+      const size_t width = terminalColumns() - 1;
+      if (shown.size() > width) {
+        shown = shown.substr(0, width);
+      }
+      std::lock_guard<std::mutex> lock(s_mutexStderr);
+      std::fprintf(stderr, "\r\033[K%s", shown.c_str());
       std::fflush(stderr);
+      s_bProgressShown = true;
     }
   }
 
@@ -262,31 +320,32 @@ std::string localClock() {
   return text;
 }
 
-// Scans one tuner once; prints nothing.
+// Scans one tuner once; prints nothing. The tuner starts playing once the
+// scan's first requests can see it.
 ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, ReceiverSimulator* sim, int tunerId,
                               signed char mode, const Options& o, RequestTrace* trace) {
   ChannelScan scan(core, tunerId, mode);
   scan.setTrace(trace);
+  scan.setCarriageProbe(ChannelScan::probeOf(sim, tunerId));
   {
     Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO), sim->getTuner(tunerId), &scan);
     scan.start();
-    // Once the input has ended nothing more can come: requests still open
-    // get a few seconds (the PMT, NIT and SDT time-outs) and no more.
+    sim->startTuner(tunerId);
     const auto limit = std::chrono::steady_clock::now() +
                        std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
-    auto endedAt = std::chrono::steady_clock::time_point::max();
-    TunerInput* tuner = sim->getTuner(tunerId);
-    while (!scan.waitFor(std::chrono::milliseconds(100)) && !s_bInterrupted) {
-      auto now = std::chrono::steady_clock::now();
-      if (endedAt == std::chrono::steady_clock::time_point::max() && tuner->getProgress().ended) {
-        endedAt = now;
-      }
-      if (now >= limit || now - endedAt >= kAfterEnd) {
-        break;
-      }
+    while (!scan.waitFor(std::chrono::milliseconds(50)) && !s_iInterrupted &&
+           std::chrono::steady_clock::now() < limit) {
     }
   }
   return scan.getResult();
+}
+
+// Says on standard error what stayed incomplete.
+void warnIncomplete(const ChannelScan::Result& r, int tunerId, const std::string& name) {
+  for (const std::string& note : r.incomplete) {
+    std::fprintf(stderr, "ostrel-scan: tuner %d (%s): %s incomplete\n", tunerId,
+                 RequestTrace::escape(name).c_str(), note.c_str());
+  }
 }
 
 void print(const ChannelScan::Result& r, const Options& o, const std::string& heading) {
@@ -310,18 +369,25 @@ int runScan(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options& 
     std::cout << "[\n";
   for (int t = 0; t < tuners; ++t) {
     ChannelScan::Result r = scanTuner(core, sim, ids[t], 1, o, trace);
-    TunerInput::Progress input = sim->getTuner(ids[t])->getProgress();
-    if (!input.error.empty()) {
-      std::fprintf(stderr, "ostrel-scan: %s\n", input.error.c_str());
+    if (s_iInterrupted) {
+      break;
     }
+    TunerInput::Progress input = sim->getTuner(ids[t])->getProgress();
+    const std::string name = sim->getTuner(ids[t])->getName();
+    if (!input.error.empty()) {
+      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(input.error).c_str());
+    }
+    warnIncomplete(r, ids[t], name);
     if (!r.hasPat) {
       std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", ids[t],
-                   sim->getTuner(ids[t])->getName().c_str());
-      status = input.error.empty() ? kExitNoPat : kExitInput;
+                   RequestTrace::escape(name).c_str());
+      if (status != kExitInput) {
+        status = input.error.empty() ? kExitNoPat : kExitInput;
+      }
     }
     if (o.json && tuners > 1 && t > 0)
       std::cout << ",\n";
-    print(r, o, "Tuner " + std::to_string(ids[t]) + ": " + sim->getTuner(ids[t])->getName());
+    print(r, o, "Tuner " + std::to_string(ids[t]) + ": " + RequestTrace::escape(name));
     if (!o.json && t + 1 < tuners)
       std::cout << "\n";
   }
@@ -336,14 +402,20 @@ int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options&
              RequestTrace* trace) {
   std::vector<std::string> last(sim->getTunerCount());
   bool anyPat = false;
-  for (long round = 0; !s_bInterrupted && (o.rounds < 0 || round < o.rounds); ++round) {
+  for (long round = 0; !s_iInterrupted && (o.rounds < 0 || round < o.rounds); ++round) {
     auto started = std::chrono::steady_clock::now();
-    for (size_t t = 0; t < sim->getTunerCount() && !s_bInterrupted; ++t) {
+    for (size_t t = 0; t < sim->getTunerCount() && !s_iInterrupted; ++t) {
       // After the first round, ask the receiver each time: the cache would
       // keep answering with what it has.
       ChannelScan::Result r =
           scanTuner(core, sim, static_cast<int>(t), round == 0 ? 1 : 2, o, trace);
+      if (s_iInterrupted) {
+        break;  // a round cut short is no change
+      }
       anyPat = anyPat || r.hasPat;
+      if (round == 0) {
+        warnIncomplete(r, static_cast<int>(t), sim->getTuner(static_cast<int>(t))->getName());
+      }
       std::string table = o.json ? ScanReport::json(r, false) : ScanReport::channelTable(r);
       if (table != last[t]) {
         if (o.json) {
@@ -358,7 +430,15 @@ int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options&
         std::cout << localClock() << " tuner " << t << ": no change" << std::endl;
       }
     }
-    while (!s_bInterrupted && std::chrono::steady_clock::now() - started <
+    // An input that has ended says nothing new.
+    bool allEnded = true;
+    for (size_t t = 0; t < sim->getTunerCount(); ++t) {
+      allEnded = allEnded && sim->getTuner(static_cast<int>(t))->getProgress().ended;
+    }
+    if (allEnded) {
+      break;
+    }
+    while (!s_iInterrupted && std::chrono::steady_clock::now() - started <
                                   std::chrono::duration<double>(o.intervalSeconds)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
@@ -374,20 +454,30 @@ int main(int argc, char** argv) {
   if (parsed >= 0) {
     return parsed;
   }
-  if (!o.verbose) {
-    ostrel_log_set_sink(&quietLog, NULL);
+  ostrel_log_set_sink(o.verbose ? &verboseLog : &quietLog, NULL);
+  // Output files are checked before the scan, not found unwritable after it.
+  if (!o.tracePath.empty()) {
+    std::FILE* out = std::fopen(o.tracePath.c_str(), "a");
+    if (!out) {
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
+                   RequestTrace::escape(o.tracePath).c_str(), std::strerror(errno));
+      return kExitInput;
+    }
+    std::fclose(out);
   }
   std::unique_ptr<ReceiverSimulator> sim(new ReceiverSimulator());
-  sim->setPacing(o.pacing, o.bitRate);
   sim->setFaultPlan(o.faults);
   for (const std::string& input : o.inputs) {
     std::string error;
     std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(input, &error);
     if (!source) {
-      std::fprintf(stderr, "ostrel-scan: %s\n", error.c_str());
+      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
       return kExitInput;
     }
     source->setLoop(o.loop);
+    // A network input comes in real time already.
+    const bool live = source->isNetwork();
+    sim->setPacing(live ? StreamPacer::kAsFastAsPossible : o.pacing, o.bitRate);
     sim->addTuner(std::move(source));
   }
   signal(SIGINT, onInterrupt);
@@ -396,7 +486,6 @@ int main(int argc, char** argv) {
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   core->setServer(sim.get());
   sim->setDataDestination(core);
-  sim->start();
   std::unique_ptr<RequestTrace> trace(o.tracePath.empty() ? NULL : new RequestTrace());
   int status = o.watch ? runWatch(core, sim.get(), o, trace.get())
                        : runScan(core, sim.get(), o, trace.get());
@@ -404,9 +493,10 @@ int main(int argc, char** argv) {
   // requests still followed are dropped and their user data released.
   sim.reset();
   RequestFollower::destroy();
+  ostrel_log_set_sink(NULL, NULL);
   if (trace && !trace->writeTo(o.tracePath)) {
     std::fprintf(stderr, "ostrel-scan: cannot write %s\n", o.tracePath.c_str());
     return kExitInput;
   }
-  return status;
+  return s_iInterrupted ? 128 + s_iInterrupted : status;
 }

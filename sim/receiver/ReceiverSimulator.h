@@ -16,10 +16,10 @@
 
 #include "FaultPlan.h"
 #include "GingaServer.h"
+#include "ReceiverControls.h"
 #include "SectionFilter.h"
 #include "SectionSink.h"
 #include "StreamPacer.h"
-#include "VideoGeometry.h"
 
 namespace Ostrel {
 
@@ -36,16 +36,19 @@ class TunerInput;
 // the data destination with injectData under the request's own key, and is
 // then closed (closeOpenRequest). A new filter passes nothing during its first
 // filterStartMs, as a hardware filter takes a moment to start; this also
-// leaves the sender time to record its request. Deliveries run on the
+// leaves the sender time to record its request. A request sent from a
+// notification on the delivery thread passes at once: nothing can be
+// delivered before its sender has recorded it. A section is matched against
+// the filters only once every delivery before it has been made (unless a
+// delay fault holds deliveries back), so playing as fast as possible loses no
+// section that a notification asks for next. Deliveries run on the
 // simulator's delivery thread, one at a time, with no lock of the simulator
 // held. A synchronous request is answered at once, on the caller's thread,
 // from the sections the stream has already carried; it fails when there are
 // none.
 //
-// Video: one geometry per (transport stream, layer), full screen by default;
-// setting and checking a geometry clip it to the screen. Keys: a key held by
-// one listener is refused to another until released. Application status
-// changes are recorded. Tuners: one per input, ids 0, 1, ... in order of
+// Keys, application status, video and the tuner list are the controls'
+// (ReceiverControls). Tuners: one per input, ids 0, 1, ... in order of
 // addition.
 //
 // Thread-safe. The simulator's own lock guards filters, deliveries, the
@@ -93,9 +96,13 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   void setPacing(StreamPacer::Mode mode, uint64_t bitRate);
 
   // Starts the readers of the tuners with a source; stop() stops them. Open
-  // filters keep their time-outs either way.
+  // filters keep their time-outs either way. A reader starts once the filters
+  // open at that moment pass sections, so that none misses the first packet.
   void start();
   void stop();
+  // Starts one tuner's reader the same way; false when there is no such
+  // tuner, it has no source or it runs already.
+  bool startTuner(int tunerId);
 
   // Feeds bytes to a tuner without source, on the caller's thread.
   bool feed(int tunerId, const unsigned char* data, size_t size);
@@ -115,6 +122,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   virtual void waitBusyCommands();
 
   Counters getCounters() const;
+  unsigned int getFilterStartMs() const { return m_options.filterStartMs; }
   size_t getOpenFilterCount() const;
   // The listener holding a key, or "" when it is free.
   std::string getKeyHolder(unsigned int keyCode) const;
@@ -151,10 +159,8 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   // Commands, each on the caller's thread.
   int executeOpenRequest(TDataRequestCommand* command);
   int executeSyncRequest(int tunerId, short pid, short tableId, short tableIdExt);
-  int executeKey(TCommand* command);
-  int executeVideo(TCommand* command, TCommand** response);
-  int executeTunerList(TCommand** response);
 
+  void sleepUntilFiltersPass(int tunerId);  // -1: every tuner
   void beginExecute();
   void endExecute();
   void deliveryLoop();
@@ -166,8 +172,6 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   // dropped. May damage *data.
   bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data);
   // REQUIRES: m_mutex held.
-  VideoGeometry __getGeometry(unsigned short tsId, unsigned short layerId) const;
-  // REQUIRES: m_mutex held.
   Clock::time_point __nextWake() const;
   // REQUIRES: m_mutex held.
   bool __takeDue(Clock::time_point now, Delivery* delivery);
@@ -177,6 +181,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   bool callOut(const std::vector<TDataRequestCommand*>& expired, Delivery* delivery);
 
   const Options m_options;
+  ReceiverControls m_controls;
   StreamPacer::Mode m_ePacing;
   uint64_t m_ullBitRate;
 
@@ -196,9 +201,6 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   std::map<int, size_t> m_mapCarriedCount;
   FaultPlan m_faults;
   std::mt19937 m_rng;
-  std::map<unsigned int, std::string> m_mapKeys;
-  std::vector<std::pair<std::string, unsigned char>> m_vecAppStatus;
-  std::map<std::pair<unsigned short, unsigned short>, VideoGeometry> m_mapVideo;
   Counters m_counters;
   std::thread::id m_deliveryThreadId;
   // Nesting of execute on this thread: a callback run by a synchronous answer

@@ -84,6 +84,7 @@ void TunerInput::publish(bool ended, const std::string& error) {
       m_progress.loops = m_pSource->getLoops();
     }
     m_progress.packetizer = m_packetizer.getStatistics();
+    m_progress.packets = m_progress.packetizer.packets;
     m_progress.demux = m_demux.getStatistics();
     if (ended) {
       m_progress.ended = true;
@@ -137,6 +138,12 @@ void TunerInput::run() {
         publish(true, m_strName + ": no transport-stream packets found");
         return;
       }
+      {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_progress.passPackets == 0) {
+          m_progress.passPackets = packets - packetsAtPassStart;
+        }
+      }
       packetsAtPassStart = packets;
       m_demux.reset();
       m_pacer.restart();
@@ -148,6 +155,12 @@ void TunerInput::run() {
       return;
     }
     // kEnd
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      if (m_progress.passPackets == 0) {
+        m_progress.passPackets = m_packetizer.getStatistics().packets - packetsAtPassStart;
+      }
+    }
     std::string error;
     if (m_packetizer.getStatistics().packets == 0) {
       error = m_strName + ": no transport-stream packets found";

@@ -11,7 +11,9 @@ namespace Ostrel {
 
 class TsPacketizer;
 
-// Where a tuner's bytes come from: a file, standard input (or any pipe) or a
+// Where a tuner's bytes come from: a file, standard input (or any pipe), a
+// UDP socket (udp://[group@]address:port, multicast or unicast, datagrams of
+// plain packets or of packets in RTP, as IPTV head-ends send them) or a
 // buffer in memory. A file or buffer can loop, starting again at its
 // beginning when it ends, as a broadcast carousel repeats; a pipe cannot. Used
 // by one reader thread.
@@ -27,8 +29,8 @@ class TransportStreamSource {
 
   ~TransportStreamSource();
 
-  // Opens a file, or standard input for "-". Null, with *error set, when the
-  // file cannot be opened.
+  // Opens a file, standard input for "-", or a UDP socket for a udp:// URL.
+  // Null, with *error set, when it cannot be opened.
   static std::unique_ptr<TransportStreamSource> openFile(const std::string& path,
                                                          std::string* error);
   static std::unique_ptr<TransportStreamSource> fromMemory(std::vector<unsigned char> bytes,
@@ -45,7 +47,8 @@ class TransportStreamSource {
 
   const std::string& getName() const { return m_strName; }
   const std::string& getError() const { return m_strError; }
-  // Size of a file or buffer, 0 for a pipe.
+  bool isNetwork() const { return m_bDatagrams; }
+  // Size of a file or buffer, 0 for a pipe or socket.
   uint64_t getSize() const { return m_ullSize; }
   // Bytes read since the start of the current pass.
   uint64_t getPosition() const { return m_ullPosition; }
@@ -57,7 +60,9 @@ class TransportStreamSource {
   TransportStreamSource(const TransportStreamSource&);
   TransportStreamSource& operator=(const TransportStreamSource&);
 
+  static std::unique_ptr<TransportStreamSource> openUdp(const std::string& url, std::string* error);
   ReadResult readFd(TsPacketizer* packetizer, size_t maxBytes, int timeoutMs);
+  ReadResult readError();
   ReadResult readMemory(TsPacketizer* packetizer, size_t maxBytes);
   ReadResult atEnd();
 
@@ -65,6 +70,7 @@ class TransportStreamSource {
   std::string m_strError;
   int m_iFd;
   bool m_bOwnsFd;
+  bool m_bDatagrams;
   bool m_bSeekable;
   bool m_bLoop;
   std::vector<unsigned char> m_vecMemory;

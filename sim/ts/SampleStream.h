@@ -16,10 +16,12 @@ namespace Ostrel {
 //                         request for it times out;
 //   0xE768 "Ostrel Dados" data service, PMT on 0x0110 (a DSM-CC carousel);
 //   0xE778 "Ostrel 1seg"  one-seg (partial reception), PMT on 0x1FC8.
-// The NIT carries the network name, the service list, the TS information,
-// the terrestrial delivery system (575.142857 MHz, mode 3) and the partial
-// reception descriptors; the SDT a service descriptor per service; the TOT
-// 2026-03-01 15:00:00 UTC with a Brazilian local time offset of -3 h.
+// The PAT, NIT and SDT come in two sections each. The NIT's first section
+// describes a neighbouring transport stream (0x0641 "VIZINHO"); its second
+// this one: service list, TS information, terrestrial delivery system
+// (575.142857 MHz, mode 3) and partial reception. The SDT has a service
+// descriptor per service; the TOT says 2026-03-01 15:00:00 UTC, and its
+// Brazilian local time offset changed from -2 h to -3 h two weeks before.
 // PAT and PMTs repeat every 100 ms, NIT and SDT every 200 ms, the TOT every
 // 500 ms; the rest is stand-in audio and video payload and null packets.
 class SampleStream {

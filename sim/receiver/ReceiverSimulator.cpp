@@ -22,6 +22,8 @@ ReceiverSimulator::ReceiverSimulator() : ReceiverSimulator(Options()) {}
 
 ReceiverSimulator::ReceiverSimulator(const Options& options)
     : m_options(options),
+      m_controls(options.screenWidth, options.screenHeight, options.sourceWidth,
+                 options.sourceHeight),
       m_ePacing(StreamPacer::kAsFastAsPossible),
       m_ullBitRate(0),
       m_bStarted(false),
@@ -78,6 +80,7 @@ int ReceiverSimulator::addTuner(std::unique_ptr<TransportStreamSource> source, u
   if (m_bStarted) {
     tuner->start();
   }
+  m_controls.addTuner(id, type);
   m_vecTuners.push_back(std::move(tuner));
   return id;
 }
@@ -89,11 +92,37 @@ void ReceiverSimulator::setPacing(StreamPacer::Mode mode, uint64_t bitRate) {
 }
 
 void ReceiverSimulator::start() {
+  sleepUntilFiltersPass(-1);
   std::lock_guard<std::mutex> lock(m_mutex);
   m_bStarted = true;
   for (size_t i = 0; i < m_vecTuners.size(); ++i) {
     m_vecTuners[i]->start();
   }
+}
+
+bool ReceiverSimulator::startTuner(int tunerId) {
+  TunerInput* tuner = getTuner(tunerId);
+  if (!tuner) {
+    return false;
+  }
+  sleepUntilFiltersPass(tunerId);
+  return tuner->start();
+}
+
+// The first packet played must reach every filter opened before it.
+void ReceiverSimulator::sleepUntilFiltersPass(int tunerId) {
+  Clock::time_point ready = Clock::now();
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (std::map<uint64_t, OpenFilter>::const_iterator it = m_mapFilters.begin();
+         it != m_mapFilters.end(); ++it) {
+      if ((tunerId < 0 || it->second.filter.getTunerId() == tunerId) &&
+          it->second.passFrom > ready) {
+        ready = it->second.passFrom;
+      }
+    }
+  }
+  std::this_thread::sleep_until(ready);
 }
 
 void ReceiverSimulator::stop() {
@@ -150,14 +179,11 @@ size_t ReceiverSimulator::getOpenFilterCount() const {
 }
 
 std::string ReceiverSimulator::getKeyHolder(unsigned int keyCode) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  std::map<unsigned int, std::string>::const_iterator it = m_mapKeys.find(keyCode);
-  return it == m_mapKeys.end() ? std::string() : it->second;
+  return m_controls.getKeyHolder(keyCode);
 }
 
 std::vector<std::pair<std::string, unsigned char>> ReceiverSimulator::getAppStatusChanges() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_vecAppStatus;
+  return m_controls.getAppStatusChanges();
 }
 
 thread_local int ReceiverSimulator::s_iExecuteDepth = 0;
@@ -197,9 +223,17 @@ void ReceiverSimulator::onSection(int tunerId, unsigned short pid, const unsigne
   if (pid == 0 && data[0] == kPatTableId) {
     learnProgramPids(tunerId, data, size);
   }
-  const Clock::time_point now = Clock::now();
   bool queued = false;
-  std::lock_guard<std::mutex> lock(m_mutex);
+  std::unique_lock<std::mutex> lock(m_mutex);
+  // A section is matched only once the deliveries before it have been made,
+  // so that requests sent from their notifications see it, as they would on
+  // a receiver whose sections arrive slower than it answers them. Delayed
+  // deliveries (a fault) do not hold the reader back.
+  if (std::this_thread::get_id() != m_deliveryThreadId) {
+    m_condIdle.wait(
+        lock, [this] { return m_bShutdown || m_setPendingSeq.empty() || m_faults.delayMs > 0; });
+  }
+  const Clock::time_point now = Clock::now();
   __remember(tunerId, pid, data, size);
   for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
        ++it) {

@@ -10,6 +10,8 @@ const uint64_t kPcrWrap = (1ull << 33) * 300ull;
 // A PCR further ahead of the previous one than this (a jump back looks like
 // a jump far ahead) is a discontinuity, not a pause.
 const uint64_t kMaxPcrStep = 5 * kPcrHz;
+// The rate at which packets go while no PCR has been seen.
+const uint64_t kFallbackBitRate = 4000000;
 }  // namespace
 
 StreamPacer::StreamPacer()
@@ -35,22 +37,30 @@ void StreamPacer::restart() {
 StreamPacer::Clock::time_point StreamPacer::pace(const unsigned char* first, unsigned int count,
                                                  unsigned int stride) {
   switch (m_eMode) {
-    case kByPcr:
-      return paceByPcr(first, count, stride);
-    case kByBitRate: {
-      if (!m_bStarted) {
-        m_bStarted = true;
-        m_tpStart = Clock::now();
+    case kByPcr: {
+      Clock::time_point wake = paceByPcr(first, count, stride);
+      if (m_bStarted) {
+        return wake;
       }
-      // The packets may go once the time their bytes take at the rate is up.
-      m_ullBytes += static_cast<uint64_t>(count) * TsPacket::kSize;
-      uint64_t micros = m_ullBytes * 8ull * 1000000ull / m_ullBitRate;
-      return m_tpStart + std::chrono::microseconds(micros);
+      // No PCR yet: the bit rate given, or a typical one, keeps time.
+      return paceByBitRate(count, m_ullBitRate ? m_ullBitRate : kFallbackBitRate);
     }
+    case kByBitRate:
+      return paceByBitRate(count, m_ullBitRate);
     case kAsFastAsPossible:
     default:
       return Clock::time_point();
   }
+}
+
+StreamPacer::Clock::time_point StreamPacer::paceByBitRate(unsigned int count, uint64_t bitRate) {
+  if (m_ullBytes == 0) {
+    m_tpStart = Clock::now();
+  }
+  // The packets may go once the time their bytes take at the rate is up.
+  m_ullBytes += static_cast<uint64_t>(count) * TsPacket::kSize;
+  uint64_t micros = m_ullBytes * 8ull * 1000000ull / bitRate;
+  return m_tpStart + std::chrono::microseconds(micros);
 }
 
 StreamPacer::Clock::time_point StreamPacer::paceByPcr(const unsigned char* first,

@@ -29,7 +29,8 @@ const unsigned short kOneSegAudioPid = 0x0183;
 const unsigned char kServiceTypeTv = 0x01;
 const unsigned char kServiceTypeData = 0xC0;
 const unsigned int kCountryBra = ('B' << 16) | ('R' << 8) | 'A';
-const long long kTimeOfChange = 1792292400LL;  // 2026-10-18 03:00:00 UTC
+const long long kTimeOfChange = 1771124400LL;  // 2026-02-15 03:00:00 UTC
+const unsigned short kNeighbourTsId = 0x0641;
 
 const unsigned int kPacketsPerSlot = 266;  // 100 ms at 4 Mbit/s
 const unsigned int kSlots = 20;
@@ -41,15 +42,22 @@ Bytes streamId(unsigned char tag) {
   return TDescriptorBuilder::streamIdentifier(tag);
 }
 
-Bytes pat() {
-  return TPATBuilder()
-      .setTransportStreamId(SampleStream::kTransportStreamId)
-      .addProgram(0, kNitPid)
-      .addProgram(SampleStream::kHdService, SampleStream::kHdPmtPid)
-      .addProgram(SampleStream::kMissingService, SampleStream::kMissingPmtPid)
-      .addProgram(SampleStream::kDataService, SampleStream::kDataPmtPid)
-      .addProgram(SampleStream::kOneSegService, SampleStream::kOneSegPmtPid)
-      .build();
+std::vector<Bytes> pat() {
+  std::vector<Bytes> sections;
+  sections.push_back(TPATBuilder()
+                         .setTransportStreamId(SampleStream::kTransportStreamId)
+                         .setSectionNumber(0, 1)
+                         .addProgram(0, kNitPid)
+                         .addProgram(SampleStream::kHdService, SampleStream::kHdPmtPid)
+                         .addProgram(SampleStream::kMissingService, SampleStream::kMissingPmtPid)
+                         .build());
+  sections.push_back(TPATBuilder()
+                         .setTransportStreamId(SampleStream::kTransportStreamId)
+                         .setSectionNumber(1, 1)
+                         .addProgram(SampleStream::kDataService, SampleStream::kDataPmtPid)
+                         .addProgram(SampleStream::kOneSegService, SampleStream::kOneSegPmtPid)
+                         .build());
+  return sections;
 }
 
 std::vector<std::pair<unsigned short, Bytes>> pmts() {
@@ -78,7 +86,20 @@ std::vector<std::pair<unsigned short, Bytes>> pmts() {
   return out;
 }
 
-Bytes nit() {
+// A neighbour's entry, listed first: a scan must pick this stream's own.
+Bytes neighbourLoop() {
+  std::vector<std::pair<unsigned char, std::vector<unsigned short>>> types;
+  types.push_back(std::make_pair(0x0F, std::vector<unsigned short>(1, 0xE7A0)));
+  Bytes loop;
+  TDescriptorBuilder::append(&loop, TDescriptorBuilder::tsInformation(9, "VIZINHO", types));
+  TDescriptorBuilder::append(&loop, TDescriptorBuilder::terrestrialDeliverySystem(
+                                        0x0C9, 3, 1, std::vector<unsigned short>(1, 3990)));
+  TDescriptorBuilder::append(
+      &loop, TDescriptorBuilder::partialReception(std::vector<unsigned short>(1, 0xE7A0)));
+  return loop;
+}
+
+std::vector<Bytes> nit() {
   std::vector<std::pair<unsigned short, unsigned char>> services;
   services.push_back(std::make_pair(SampleStream::kHdService, kServiceTypeTv));
   services.push_back(std::make_pair(SampleStream::kMissingService, kServiceTypeTv));
@@ -101,34 +122,55 @@ Bytes nit() {
   TDescriptorBuilder::append(&loop,
                              TDescriptorBuilder::partialReception(
                                  std::vector<unsigned short>(1, SampleStream::kOneSegService)));
-  return TNITBuilder()
-      .setNetworkId(SampleStream::kNetworkId)
-      .addDescriptor(TDescriptorBuilder::networkName("Rede Ostrel"))
-      .addTransportStream(SampleStream::kTransportStreamId, SampleStream::kNetworkId, loop)
-      .build();
+  std::vector<Bytes> sections;
+  sections.push_back(
+      TNITBuilder()
+          .setNetworkId(SampleStream::kNetworkId)
+          .setSectionNumber(0, 1)
+          .addDescriptor(TDescriptorBuilder::networkName("Rede Ostrel"))
+          .addTransportStream(kNeighbourTsId, SampleStream::kNetworkId, neighbourLoop())
+          .build());
+  sections.push_back(
+      TNITBuilder()
+          .setNetworkId(SampleStream::kNetworkId)
+          .setSectionNumber(1, 1)
+          .addDescriptor(TDescriptorBuilder::networkName("Rede Ostrel"))
+          .addTransportStream(SampleStream::kTransportStreamId, SampleStream::kNetworkId, loop)
+          .build());
+  return sections;
 }
 
-Bytes sdt() {
-  return TSDTBuilder()
-      .setTransportStreamId(SampleStream::kTransportStreamId)
-      .setOriginalNetworkId(SampleStream::kNetworkId)
-      .addService(SampleStream::kHdService,
-                  TDescriptorBuilder::service(kServiceTypeTv, "Ostrel", "Ostrel HD"))
-      .addService(SampleStream::kMissingService,
-                  TDescriptorBuilder::service(kServiceTypeTv, "Ostrel", "Ostrel Extra"))
-      .addService(SampleStream::kDataService,
-                  TDescriptorBuilder::service(kServiceTypeData, "Ostrel", "Ostrel Dados"))
-      .addService(SampleStream::kOneSegService,
-                  TDescriptorBuilder::service(kServiceTypeTv, "Ostrel", "Ostrel 1seg"))
-      .build();
+std::vector<Bytes> sdt() {
+  std::vector<Bytes> sections;
+  sections.push_back(
+      TSDTBuilder()
+          .setTransportStreamId(SampleStream::kTransportStreamId)
+          .setOriginalNetworkId(SampleStream::kNetworkId)
+          .setSectionNumber(0, 1)
+          .addService(SampleStream::kHdService,
+                      TDescriptorBuilder::service(kServiceTypeTv, "Ostrel", "Ostrel HD"))
+          .addService(SampleStream::kMissingService,
+                      TDescriptorBuilder::service(kServiceTypeTv, "Ostrel", "Ostrel Extra"))
+          .build());
+  sections.push_back(
+      TSDTBuilder()
+          .setTransportStreamId(SampleStream::kTransportStreamId)
+          .setOriginalNetworkId(SampleStream::kNetworkId)
+          .setSectionNumber(1, 1)
+          .addService(SampleStream::kDataService,
+                      TDescriptorBuilder::service(kServiceTypeData, "Ostrel", "Ostrel Dados"))
+          .addService(SampleStream::kOneSegService,
+                      TDescriptorBuilder::service(kServiceTypeTv, "Ostrel", "Ostrel 1seg"))
+          .build());
+  return sections;
 }
 
+// The offset changed from -2 h to -3 h before the table's time: -3 h applies.
 Bytes tot() {
   return TTOTBuilder()
       .setUtcSeconds(SampleStream::kUtcSeconds)
-      .addDescriptor(
-          TDescriptorBuilder::localTimeOffset(kCountryBra, 1, SampleStream::kLocalOffsetSeconds,
-                                              kTimeOfChange, SampleStream::kLocalOffsetSeconds))
+      .addDescriptor(TDescriptorBuilder::localTimeOffset(kCountryBra, 1, -2 * 3600, kTimeOfChange,
+                                                         SampleStream::kLocalOffsetSeconds))
       .build();
 }
 
@@ -165,10 +207,10 @@ class Filler {
 }  // namespace
 
 std::vector<unsigned char> SampleStream::build() {
-  const Bytes patSection = pat();
+  const std::vector<Bytes> patSections = pat();
   const std::vector<std::pair<unsigned short, Bytes>> pmtSections = pmts();
-  const Bytes nitSection = nit();
-  const Bytes sdtSection = sdt();
+  const std::vector<Bytes> nitSections = nit();
+  const std::vector<Bytes> sdtSections = sdt();
   const Bytes totSection = tot();
 
   Bytes out;
@@ -178,13 +220,17 @@ std::vector<unsigned char> SampleStream::build() {
   std::deque<std::pair<unsigned short, const Bytes*>> due;
   uint64_t nextPcrPacket = 0;
   for (unsigned int slot = 0; slot < kSlots; ++slot) {
-    due.push_back(std::make_pair(static_cast<unsigned short>(0x0000), &patSection));
+    for (size_t i = 0; i < patSections.size(); ++i) {
+      due.push_back(std::make_pair(static_cast<unsigned short>(0x0000), &patSections[i]));
+    }
     for (size_t i = 0; i < pmtSections.size(); ++i) {
       due.push_back(std::make_pair(pmtSections[i].first, &pmtSections[i].second));
     }
     if (slot % 2 == 0) {
-      due.push_back(std::make_pair(kNitPid, &nitSection));
-      due.push_back(std::make_pair(kSdtPid, &sdtSection));
+      for (size_t i = 0; i < nitSections.size(); ++i) {
+        due.push_back(std::make_pair(kNitPid, &nitSections[i]));
+        due.push_back(std::make_pair(kSdtPid, &sdtSections[i]));
+      }
     }
     if (slot % 5 == 0) {
       due.push_back(std::make_pair(kTotPid, &totSection));

@@ -1,7 +1,9 @@
 #include "ScanReport.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
+#include <vector>
 
 #include "RequestTrace.h"
 
@@ -15,15 +17,44 @@ std::string hex(unsigned int value, int digits) {
   return text;
 }
 
-std::string pad(const std::string& text, size_t width) {
-  // Width in characters, not bytes: UTF-8 continuation bytes take no column.
+// Width in characters, not bytes: UTF-8 continuation bytes take no column.
+size_t columnsOf(const std::string& text) {
   size_t columns = 0;
   for (size_t i = 0; i < text.size(); ++i) {
     if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
       ++columns;
     }
   }
+  return columns;
+}
+
+std::string pad(const std::string& text, size_t width) {
+  size_t columns = columnsOf(text);
   return columns >= width ? text + " " : text + std::string(width - columns, ' ');
+}
+
+// Rows of cells written in columns at least as wide as given, wider where a
+// cell needs it (two blanks apart); the last cell of a row is not padded.
+std::string columns(const std::vector<std::vector<std::string>>& rows, std::vector<size_t> widths) {
+  for (const auto& row : rows) {
+    for (size_t i = 0; i + 1 < row.size() && i < widths.size(); ++i) {
+      widths[i] = std::max(widths[i], columnsOf(row[i]) + 2);
+    }
+  }
+  std::string out;
+  for (const auto& row : rows) {
+    for (size_t i = 0; i < row.size(); ++i) {
+      out += i + 1 < row.size() ? pad(row[i], widths[i]) : row[i];
+    }
+    out += "\n";
+  }
+  return out;
+}
+
+// Names as broadcast, with control characters, quotes and backslashes
+// escaped the same way in every output.
+std::string text(const std::string& raw) {
+  return RequestTrace::escape(raw);
 }
 
 std::string offsetText(int seconds) {
@@ -48,6 +79,9 @@ std::string frequencyText(unsigned long long hz) {
 std::string streamsText(const ChannelScan::Service& service) {
   if (service.pmt == ChannelScan::kTimedOut) {
     return "PMT timed out";
+  }
+  if (service.pmt == ChannelScan::kNotCarried) {
+    return "PMT not in the stream";
   }
   if (service.pmt == ChannelScan::kPending) {
     return service.inPat ? "PMT not received" : "not in the PAT";
@@ -177,47 +211,48 @@ std::string ScanReport::channelTable(const ChannelScan::Result& r) {
   } else {
     out << "Time       (no TOT)\n";
   }
-  out << "\n"
-      << pad("Service", 9) << pad("Type", 11) << pad("Name", 16) << pad("Provider", 10)
-      << pad("PMT", 8) << "Streams\n";
+  for (size_t i = 0; i < r.incomplete.size(); ++i) {
+    out << "Incomplete " << r.incomplete[i] << "\n";
+  }
+  std::vector<std::vector<std::string>> rows;
+  rows.push_back({"Service", "Type", "Name", "Provider", "PMT", "Streams"});
   for (size_t i = 0; i < r.services.size(); ++i) {
     const ChannelScan::Service& s = r.services[i];
     std::string type = s.inSdt ? serviceTypeName(s.type) : "?";
     if (s.partialReception) {
       type += " 1seg";
     }
-    out << pad(hex(s.id, 4), 9) << pad(type, 11) << pad(s.inSdt ? s.name : "?", 16)
-        << pad(s.inSdt ? s.provider : "?", 10) << pad(s.inPat ? hex(s.pmtPid, 4) : "-", 8)
-        << streamsText(s) << "\n";
+    rows.push_back({hex(s.id, 4), type, s.inSdt ? text(s.name) : "?",
+                    s.inSdt ? text(s.provider) : "?", s.inPat ? hex(s.pmtPid, 4) : "-",
+                    streamsText(s)});
   }
+  out << "\n" << columns(rows, {9, 11, 16, 10, 8});
   return out.str();
 }
 
 std::string ScanReport::requestTable(const ChannelScan::Result& r, bool latencies) {
-  std::ostringstream out;
-  out << pad("Request", 15) << pad("PID", 8) << pad("Table", 7)
-      << (latencies ? pad("Outcome", 12) + "Latency\n" : "Outcome\n");
+  std::vector<std::vector<std::string>> rows;
+  rows.push_back({"Request", "PID", "Table", "Outcome"});
+  if (latencies) {
+    rows[0].push_back("Latency");
+  }
   for (size_t i = 0; i < r.requests.size(); ++i) {
     const ChannelScan::Request& q = r.requests[i];
-    out << pad(q.what, 15) << pad(hex(static_cast<unsigned short>(q.pid), 4), 8)
-        << pad(hex(static_cast<unsigned char>(q.tableId), 2), 7);
     std::string outcome = ChannelScan::outcomeName(q.outcome);
     if (q.outcome == ChannelScan::kFailed) {
       outcome += " (" + std::to_string(q.errorCode) + ")";
     }
-    if (!latencies) {
-      out << outcome << "\n";
-      continue;
+    rows.push_back({q.what, hex(static_cast<unsigned short>(q.pid), 4),
+                    hex(static_cast<unsigned char>(q.tableId), 2), outcome});
+    if (latencies) {
+      char latency[32] = "";
+      if (q.endedMs >= 0) {
+        std::snprintf(latency, sizeof(latency), "%.1f ms", q.endedMs - q.sentMs);
+      }
+      rows.back().push_back(latency);
     }
-    out << pad(outcome, 12);
-    if (q.endedMs >= 0) {
-      char text[32];
-      std::snprintf(text, sizeof(text), "%.1f ms", q.endedMs - q.sentMs);
-      out << text;
-    }
-    out << "\n";
   }
-  return out.str();
+  return columns(rows, {15, 8, 7, 12});
 }
 
 std::string ScanReport::json(const ChannelScan::Result& r, bool latencies) {
@@ -253,7 +288,11 @@ std::string ScanReport::json(const ChannelScan::Result& r, bool latencies) {
   } else {
     out << "null";
   }
-  out << ",\n  \"services\": [";
+  out << ",\n  \"incomplete\": [";
+  for (size_t i = 0; i < r.incomplete.size(); ++i) {
+    out << (i ? ", " : "") << quoted(r.incomplete[i]);
+  }
+  out << "],\n  \"services\": [";
   for (size_t i = 0; i < r.services.size(); ++i) {
     const ChannelScan::Service& s = r.services[i];
     out << (i ? "," : "") << "\n    {\"id\": " << s.id << ", \"type\": " << static_cast<int>(s.type)

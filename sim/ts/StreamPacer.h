@@ -10,8 +10,9 @@ namespace Ostrel {
 // by the programme clock references of the first PID that carries them, or by
 // a fixed bit rate, or not at all (as fast as possible). A PCR that jumps back
 // or more than a few seconds ahead is taken as a discontinuity: the clock is
-// set again from there. A stream without PCR plays as fast as possible in PCR
-// mode. Used by one reader thread.
+// set again from there. In PCR mode, packets before the first PCR (all of a
+// stream without PCR) go at the bit rate given, or at 4 Mbit/s. Used by one
+// reader thread.
 class StreamPacer {
  public:
   typedef std::chrono::steady_clock Clock;
@@ -20,7 +21,8 @@ class StreamPacer {
 
   StreamPacer();
 
-  // bitRate is in bits per second and used by kByBitRate only.
+  // bitRate is in bits per second: the rate of kByBitRate, and of kByPcr
+  // until the first PCR (0: the default).
   void setMode(Mode mode, uint64_t bitRate);
   Mode getMode() const { return m_eMode; }
 
@@ -32,6 +34,7 @@ class StreamPacer {
   Clock::time_point pace(const unsigned char* first, unsigned int count, unsigned int stride);
 
  private:
+  Clock::time_point paceByBitRate(unsigned int count, uint64_t bitRate);
   Clock::time_point paceByPcr(const unsigned char* first, unsigned int count, unsigned int stride);
 
   Mode m_eMode;

@@ -29,8 +29,10 @@ class TunerInput : private TsPacketSink {
     uint64_t position = 0;  // bytes read in the current pass
     uint64_t size = 0;      // input size, 0 when unknown
     uint64_t loops = 0;
-    bool ended = false;  // the input ended or failed; no more sections come
-    std::string error;   // why it failed, when it did
+    uint64_t packets = 0;      // packets played, every pass
+    uint64_t passPackets = 0;  // packets in one whole pass, once one has ended
+    bool ended = false;        // the input ended or failed; no more sections come
+    std::string error;         // why it failed, when it did
     TsPacketizer::Statistics packetizer;
     SectionDemux::Statistics demux;
   };
