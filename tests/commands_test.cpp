@@ -32,19 +32,6 @@ bool madeAs(unsigned short code) {
   return command && typeid(*command) == typeid(T) && command->getCode() == code;
 }
 
-// An end point that answers, on failure too.
-class AnsweringEndPoint : public GingaEndPoint {
- public:
-  explicit AnsweringEndPoint(int result) : m_result(result) {}
-  int execute(TCommand*, TCommand** response) override {
-    if (response) *response = new TVideoGetSize();
-    return m_result;
-  }
-
- private:
-  int m_result;
-};
-
 }  // namespace
 
 TEST(CommandFactory, EveryCodeGivesItsClassAndUnknownCodesGiveNull) {
@@ -73,22 +60,23 @@ TEST(CommandFactory, HookReplacesTheFactoryUntilCleared) {
   EXPECT_TRUE(madeAs<TReserveKeyCommand>(0x209));
 }
 
-TEST(CommandSend, WithoutEndPointFailsAndSetsNothing) {
-  TReserveKeyCommand command;
-  TCommand* response = reinterpret_cast<TCommand*>(0x1);
-  EXPECT_EQ(0, command.send(&response));
-  EXPECT_EQ(reinterpret_cast<TCommand*>(0x1), response);
-}
-
-TEST(CommandSend, PassesResultAndAnswerThroughOnFailureToo) {
+// send gives the end point's result and answer through, on failure too; with
+// no end point it fails and sets nothing.
+TEST(CommandSend, PassesResultAndAnswerThrough) {
+  TReserveKeyCommand alone, untouched;
+  TCommand* response = &untouched;
+  EXPECT_EQ(0, alone.send(&response));
+  EXPECT_EQ(&untouched, response);
   for (int result : {0, 1, 7}) {
-    AnsweringEndPoint endPoint(result);
+    RecordingServer server;
+    server.setResult(0x400, result);
+    server.setAnswer(0x400, [] { return new TVideoGetSize(); });
     TVideoGetSize command;
-    command.setEndPoint(&endPoint);
-    TCommand* response = nullptr;
+    command.setEndPoint(&server);
     EXPECT_EQ(result, command.send(&response));
     ASSERT_NE(nullptr, response);
     delete response;
+    response = nullptr;
   }
 }
 
@@ -113,7 +101,10 @@ TEST(OpenDataRequest, IsNeverLeakedWhateverTheEndPointDoes) {
   {  // accepted and closed by the server
     RecordingServer server;
     TDataRequestCommand* seen = nullptr;
-    server.setExecuteHook([&](TCommand* c) { seen = static_cast<TDataRequestCommand*>(c); });
+    server.setExecuteHook([&](TCommand* c) {
+      seen = static_cast<TDataRequestCommand*>(c);
+      return RecordingServer::kConfigured;
+    });
     auto* request = new TDataRequestCommand();
     request->setOpen(1);
     request->setEndPoint(&server);
@@ -147,11 +138,13 @@ TEST(OpenDataRequest, ConcurrentSendsAndClosesKeepTheCount) {
         request->setOpen(1);
         request->setEndPoint(&server);
         ASSERT_EQ(1, request->send(nullptr));
-        if (i % 2) server.closeOpenRequest(request);
+        if (i % 2)
+          server.closeOpenRequest(request);
       }
     });
   }
-  for (auto& t : threads) t.join();
+  for (auto& t : threads)
+    t.join();
   EXPECT_EQ(1000u, server.getOpenRequestCount());
   EXPECT_EQ(before + 1000, TCommand::getLiveCount());
 }

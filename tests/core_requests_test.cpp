@@ -1,292 +1,448 @@
+// Table requests, from the cache or through the server and the follower, and
+// the injected data that answers them.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <mutex>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
 #include <vector>
 
-#include "Cacher.h"
+#include "CoreFixture.h"
 #include "CountedTable.h"
-#include "CountedUserData.h"
-#include "FactoryOverride.h"
 #include "LogCapture.h"
-#include "OstrelGingaCommonCore.h"
-#include "RecordingServer.h"
-#include "RequestFollower.h"
+#include "Sections.h"
+#include "TPATTable.h"
 
 using namespace Ostrel;
-using OstrelTest::CountedTable;
-using OstrelTest::CountedUserData;
-using OstrelTest::FactoryFailure;
-using OstrelTest::LogCapture;
-using OstrelTest::RecordingServer;
+using namespace OstrelTest;
 
 namespace {
 
-struct Notification {
-  unsigned int requestId;
-  unsigned char status;
-  void* userData;
-  TISDBTTable* table;
-};
-
-std::mutex s_mutex;
-std::vector<Notification> s_notifications;
-int s_verdict = 1;
-
-int recordingCallback(unsigned int requestId, unsigned char status, void* userData,
-                      TISDBTTable* table) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_notifications.push_back(Notification{requestId, status, userData, table});
-  return s_verdict;
-}
-
 const char kNotice[] =
     "GingaCommonCore: getTimeout: Unknown pid/tableId/tableIdExt. Using 1s timeout.";
+const char kParseError[] = "GingaCommonCore: injectData: ERROR: Could not parse data!";
+const char kNoCallback[] =
+    "GingaCommonCore: dispatchRequestFeedback: No Request notification callback set!";
+const char kRefused[] =
+    "GingaCommonCore: dispatchRequestFeedback: Request filled notification failed!";
 
-class TableRequests : public testing::Test {
+class Requests : public CoreTest {
  protected:
-  void SetUp() override {
-    m_core = OstrelGingaCommonCore::getInstance();
-    m_core->setServer(&m_server);
-    m_core->setRequestNotificationCallback(&recordingCallback);
-    std::lock_guard<std::mutex> lock(s_mutex);
-    s_notifications.clear();
-    s_verdict = 1;
-  }
-  void TearDown() override {
-    RequestFollower::destroy();  // drops what is still pending, releasing it
-    Cacher::getInstance(m_tuner)->flush();
-  }
-
-  std::vector<Notification> notifications() {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    return s_notifications;
-  }
-  // Caches a table of type under pid for the test's tuner.
   CountedTable* cache(short pid, unsigned int type = TISDBTTable::kTypePmt) {
     auto* table = new CountedTable(type);
-    Cacher::getInstance(m_tuner)->add(pid, 2, 0, table, 100);
+    Cacher::getInstance(1)->add(pid, 2, 0, table, 100);
     return table;
   }
-
-  OstrelGingaCommonCore* m_core = nullptr;
-  RecordingServer m_server;
-  CountedUserData m_data;
-  const int m_tuner = 7;
+  bool cached(short pid, int tuner = 1) {
+    short error = 0;
+    return m_core->getFromCache(tuner, pid, 0, 0, nullptr, &error) != nullptr;
+  }
+  int inject(short pid, short tableId, short ext, const std::vector<unsigned char>& section,
+             int tuner = 1) {
+    return m_server.deliver(tuner, pid, tableId, ext, section);
+  }
+  // User data outlives TearDown, where destroy releases what is still pending.
+  CountedUserData a, b, c, other;
 };
 
 }  // namespace
-
-TEST_F(TableRequests, CacheHitInModesZeroAndOneIsAnsweredAtOnceAndReleased) {
-  for (signed char mode : {0, 1}) {
-    SetUp();
-    CountedTable* table = cache(0x100);
-    short error = 123;
-    EXPECT_EQ(1, m_core->requestData(40 + mode, mode, m_tuner, 0x100, 2, 9, &m_data,
-                                     &CountedUserData::release, &error));
-    EXPECT_EQ(123, error) << "a cache answer leaves errorCode as it was";
-    auto seen = notifications();
-    ASSERT_EQ(1u, seen.size());
-    EXPECT_EQ(40u + mode, seen[0].requestId);
-    EXPECT_EQ(0, seen[0].status);
-    EXPECT_EQ(&m_data, seen[0].userData);
-    EXPECT_EQ(table, seen[0].table);
-    EXPECT_EQ(mode + 1, m_data.releases.load());
-  }
-  EXPECT_EQ(0u, m_server.commandCount());
-}
-
-TEST_F(TableRequests, CacheHitIsAlsoTheAnswerOfTheSynchronousRequest) {
-  cache(0x11, TISDBTTable::kTypeSdt);
-  EXPECT_EQ(1, m_core->requestDataSync(5, 1, m_tuner, 0x11, 0x42, 0, &m_data,
-                                       &CountedUserData::release, nullptr));
-  EXPECT_EQ(1u, notifications().size());
-  EXPECT_EQ(1, m_data.releases.load());
-  EXPECT_EQ(0u, m_server.commandCount());
-}
-
-TEST_F(TableRequests, CacheOnlyMissEndsWithMinus12AndNothingElse) {
-  short error = 0;
-  EXPECT_EQ(0, m_core->requestData(1, 0, m_tuner, 0x100, 2, 0, &m_data, &CountedUserData::release,
-                                   &error));
-  EXPECT_EQ(-12, error);
-  error = 0;
-  EXPECT_EQ(0, m_core->requestDataSync(1, 0, m_tuner, 0x100, 2, 0, &m_data,
-                                       &CountedUserData::release, &error));
-  EXPECT_EQ(-12, error);
-  EXPECT_EQ(0u, m_server.commandCount());
-  EXPECT_TRUE(notifications().empty());
-  EXPECT_EQ(0, m_data.releases.load());
-}
-
-TEST_F(TableRequests, MissInModeOneGoesToTheServerAndIsFollowed) {
-  short error = 5;
-  EXPECT_EQ(1, m_core->requestData(77, 1, m_tuner, 0x0012, 0x50, 3, &m_data,
-                                   &CountedUserData::release, &error));
-  EXPECT_EQ(0, error);
-  auto sent = m_server.last();
-  EXPECT_EQ(0x600, sent.code);
-  EXPECT_EQ(&m_server, sent.endPoint);
-  EXPECT_EQ(1, sent.open);
-  EXPECT_EQ(m_tuner, sent.tunerId);
-  EXPECT_EQ(0x12, sent.pid);
-  EXPECT_EQ(0x50, sent.tableId);
-  EXPECT_EQ(3, sent.tableIdExt);
-  EXPECT_EQ(61u, sent.timeOut) << "the command gets the time-out plus one second";
-  EXPECT_EQ(1, sent.requestCounter);
-  RequestFollower::RequestFollowerItem* item = RequestFollower::get(77u);
-  ASSERT_NE(nullptr, item);
-  timeval now;
-  gettimeofday(&now, nullptr);
-  EXPECT_NEAR(now.tv_sec + 60, item->getTimeOut().tv_sec, 2) << "the follower gets it unchanged";
-  EXPECT_EQ(&m_data, item->getUserData());
-  EXPECT_EQ(1u, item->getRequestCounter());
-  EXPECT_EQ(0, m_data.releases.load());
-}
-
-TEST_F(TableRequests, ServerOnlyModesNeverReadTheCache) {
-  cache(0x100);
-  for (signed char mode : {2, -1, 127, -128}) {
-    EXPECT_EQ(
-        1, m_core->requestData(mode & 0xFF, mode, m_tuner, 0x100, 2, 0, nullptr, nullptr, nullptr));
-  }
-  EXPECT_EQ(4u, m_server.commandCount());
-  EXPECT_TRUE(notifications().empty());
-}
-
-TEST_F(TableRequests, CacheAnswerWithoutCallbackOrRefusedFailsWithoutRelease) {
-  cache(0x100);
-  LogCapture log;
-  m_core->setRequestNotificationCallback(nullptr);
-  short error = 33;
-  EXPECT_EQ(0, m_core->requestData(1, 1, m_tuner, 0x100, 2, 0, &m_data, &CountedUserData::release,
-                                   &error));
-  EXPECT_EQ(33, error);
-  EXPECT_EQ(1, log.count("GingaCommonCore: dispatchRequestFeedback: No Request notification "
-                         "callback set!"));
-  m_core->setRequestNotificationCallback(&recordingCallback);
-  s_verdict = 0;
-  EXPECT_EQ(0, m_core->requestData(1, 1, m_tuner, 0x100, 2, 0, &m_data, &CountedUserData::release,
-                                   &error));
-  EXPECT_EQ(33, error);
-  EXPECT_EQ(1, log.count("GingaCommonCore: dispatchRequestFeedback: Request filled notification "
-                         "failed!"));
-  EXPECT_EQ(0, m_data.releases.load());
-  EXPECT_EQ(0u, m_server.commandCount()) << "a failed cache answer is final";
-}
-
-TEST_F(TableRequests, CommandFailuresGiveMinus3AndMinus5WithTheirMessages) {
-  struct Case {
-    bool sync;
-    const char* name;
-  };
-  for (Case c : {Case{false, "requestData"}, Case{true, "requestDataSync"}}) {
-    auto call = [&](short* error) {
-      return c.sync ? m_core->requestDataSync(1, 2, m_tuner, 0, 0, 0, &m_data,
-                                              &CountedUserData::release, error)
-                    : m_core->requestData(1, 2, m_tuner, 0, 0, 0, &m_data,
-                                          &CountedUserData::release, error);
-    };
-    const unsigned short code = c.sync ? 0x601 : 0x600;
-    LogCapture log;
-    short error = 0;
-    {
-      FactoryFailure failure(code);
-      EXPECT_EQ(0, call(&error));
-      EXPECT_EQ(-3, error);
-    }
-    m_server.setResult(code, 0);
-    EXPECT_EQ(0, call(&error));
-    EXPECT_EQ(-5, error);
-    m_server.setResult(code, 1);
-    std::string prefix = std::string("GingaCommonCore: ") + c.name + ": ERROR: ";
-    EXPECT_EQ(std::vector<std::string>(
-                  {prefix + "Could not create command.", prefix + "Could not request data."}),
-              log.messages());
-  }
-  EXPECT_EQ(0, m_data.releases.load());
-  EXPECT_EQ(nullptr, RequestFollower::get(1u));
-}
-
-TEST_F(TableRequests, UnfollowableRequestIsSentButRefusedWithMinus10) {
-  LogCapture log;
-  short error = 0;
-  EXPECT_EQ(0, m_core->requestData(9, 2, m_tuner, 0x100, 0x42, 0, &m_data,
-                                   &CountedUserData::release, &error));
-  EXPECT_EQ(-10, error);
-  EXPECT_EQ(std::vector<std::string>({kNotice}), log.messages());
-  EXPECT_EQ(2u, m_server.last().timeOut);
-  EXPECT_EQ(0, m_data.releases.load()) << "the caller keeps the user data";
-  EXPECT_EQ(nullptr, RequestFollower::get(9u));
-}
-
-TEST_F(TableRequests, SynchronousRequestReleasesOnceAndNotifiesNothing) {
-  short error = 4;
-  EXPECT_EQ(1, m_core->requestDataSync(3, 2, m_tuner, 0x10, 0x40, 0, &m_data,
-                                       &CountedUserData::release, &error));
-  EXPECT_EQ(0, error);
-  EXPECT_EQ(1, m_data.releases.load());
-  auto sent = m_server.last();
-  EXPECT_EQ(0x601, sent.code);
-  EXPECT_EQ(0, sent.open);
-  EXPECT_EQ(0u, sent.timeOut);
-  EXPECT_EQ(0x10, sent.pid);
-  EXPECT_EQ(0x40, sent.tableId);
-  EXPECT_TRUE(notifications().empty());
-  EXPECT_EQ(nullptr, RequestFollower::get(3u));
-  EXPECT_EQ(1, m_core->requestDataSync(3, 2, m_tuner, 0x10, 0x40, 0, nullptr,
-                                       &CountedUserData::release, nullptr));
-  EXPECT_EQ(1, m_core->requestDataSync(3, 2, m_tuner, 0x10, 0x40, 0, &m_data, nullptr, nullptr));
-  EXPECT_EQ(1, m_data.releases.load());
-}
 
 TEST(RequestTimeouts, FollowTheFixedTable) {
   struct Row {
     short pid, tableId;
     long seconds;
-    bool notice;
   };
   const Row rows[] = {
-      {0x0000, 0x00, 2, false}, {0x0000, 0x02, 2, false},  {0x0001, 0x01, 20, false},
-      {0x0010, 0x40, 4, false}, {0x0011, 0x42, 4, false},  {0x0012, 0x4E, 6, false},
-      {0x0012, 0x4F, 6, false}, {0x0012, 0x50, 60, false}, {0x0014, 0x73, 60, false},
-      {0x0024, 0x00, 4, false}, {0x0026, 0x00, 6, false},  {0x0100, 0x02, 2, false},
-      {-1, 0x02, 2, false},     {-1, 0x42, 1, true},       {0x0100, 0x42, 1, true},
-      {0x0027, 0x4E, 1, true},  {0x0002, 0x02, 2, false},  {0x1FFF, 0x03, 1, true},
+      {0x0000, 0x00, 2},  {0x0000, 0x02, 2}, {0x0001, 0x01, 20}, {0x0010, 0x40, 4},
+      {0x0011, 0x42, 4},  {0x0012, 0x4E, 6}, {0x0012, 0x4F, 6},  {0x0012, 0x50, 60},
+      {0x0014, 0x73, 60}, {0x0024, 0x00, 4}, {0x0026, 0x00, 6},  {0x0100, 0x02, 2},
+      {-1, 0x02, 2},      {0x0002, 0x02, 2}, {-1, 0x42, 1},      {0x0100, 0x42, 1},
+      {0x0027, 0x4E, 1},  {0x0025, 0x00, 1}, {0x0013, 0x02, 2},  {0x1FFF, 0x03, 1},
   };
   for (const Row& row : rows) {
     LogCapture log;
     timeval t = OstrelGingaCommonCore::getTimeout(row.pid, row.tableId, 0x7FFF);
     EXPECT_EQ(row.seconds, t.tv_sec) << row.pid << "/" << row.tableId;
     EXPECT_EQ(0, t.tv_usec);
-    EXPECT_EQ(row.notice ? 1 : 0, log.count(kNotice)) << row.pid << "/" << row.tableId;
-    EXPECT_EQ(row.notice ? 1u : 0u, log.lines().size());
+    EXPECT_EQ(row.seconds == 1 ? std::vector<std::string>{kNotice} : std::vector<std::string>{},
+              log.messages());
   }
 }
 
-TEST(RequestTimedOut, ReportsStatusOneWithoutTableAndReturnsTheVerdict) {
-  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+TEST_F(Requests, CacheHitInModesZeroAndOneIsAnsweredAtOnceAndReleased) {
+  CountedTable* table = cache(0x100);
+  for (signed char mode : {0, 1}) {
+    short error = 123;
+    EXPECT_EQ(1, m_core->requestData(40 + mode, mode, 1, 0x100, 2, 9, &a, &CountedUserData::release,
+                                     &error));
+    EXPECT_EQ(123, error) << "a cache answer leaves errorCode as it was";
+  }
+  EXPECT_EQ(1,
+            m_core->requestDataSync(42, 1, 1, 0x100, 2, 0, &a, &CountedUserData::release, nullptr));
+  auto seen = notifications();
+  ASSERT_EQ(3u, seen.size());
+  for (unsigned int i = 0; i < 3; ++i) {
+    EXPECT_EQ(40 + i, seen[i].requestId);
+    EXPECT_EQ(0, seen[i].status);
+    EXPECT_EQ(&a, seen[i].userData);
+    EXPECT_EQ(table, seen[i].table);
+    EXPECT_EQ(int(i), seen[i].releasesAtCall) << "released after its notification";
+  }
+  EXPECT_EQ(3, a.releases.load());
+  EXPECT_EQ(0u, m_server.commandCount());
+  EXPECT_TRUE(table->isAlive());
+}
+
+TEST_F(Requests, CacheOnlyMissIsMinus12AndServerOnlyModesNeverReadTheCache) {
+  short error = 0;
+  EXPECT_EQ(0, m_core->requestData(1, 0, 1, 0x100, 2, 0, &a, &CountedUserData::release, &error));
+  EXPECT_EQ(-12, error);
+  error = 0;
+  EXPECT_EQ(0,
+            m_core->requestDataSync(1, 0, 1, 0x100, 2, 0, &a, &CountedUserData::release, &error));
+  EXPECT_EQ(-12, error);
+  EXPECT_EQ(0u, m_server.commandCount());
+  cache(0x100);
+  for (signed char mode : {2, -1, 127, -128}) {
+    EXPECT_EQ(1, m_core->requestData(mode & 0xFF, mode, 1, 0x100, 2, 0, nullptr, nullptr, nullptr));
+  }
+  EXPECT_EQ(4u, m_server.commandCount());
+  EXPECT_TRUE(notifications().empty());
+  EXPECT_EQ(0, a.releases.load());
+}
+
+TEST_F(Requests, AFailedCacheAnswerIsFinalAndReleasesNothing) {
+  cache(0x100);
   LogCapture log;
-  timeval deadline = {100, 0};
-  core->setRequestNotificationCallback(nullptr);
-  EXPECT_EQ(0, core->requestTimedOut(8, 1, 0, 0, 0, nullptr, deadline, 1));
+  m_core->setRequestNotificationCallback(nullptr);
+  short error = 33;
+  EXPECT_EQ(0, m_core->requestData(1, 1, 1, 0x100, 2, 0, &a, &CountedUserData::release, &error));
+  SetUp();
+  setVerdict(0);
+  EXPECT_EQ(0, m_core->requestData(1, 1, 1, 0x100, 2, 0, &a, &CountedUserData::release, &error));
+  EXPECT_EQ(33, error) << "a cache answer leaves errorCode as it was";
+  EXPECT_EQ(0, m_core->dispatchRequestFeedback(1, 0, nullptr, nullptr, &error));
+  EXPECT_EQ(-8, error);
+  EXPECT_EQ((std::vector<std::string>{kNoCallback, kRefused, kRefused}), log.messages());
+  EXPECT_EQ(0, a.releases.load());
+  EXPECT_EQ(0u, m_server.commandCount());
+}
+
+TEST_F(Requests, AMissGoesToTheServerAndIsFollowedWithItsTimeOut) {
+  struct Row {
+    short pid, tableId;
+    unsigned int commandTimeOut;
+  };
+  int taken = 0;
+  for (Row row : {Row{0x0012, 0x50, 61}, Row{0x0012, 0x4E, 7}, Row{0x0100, 0x02, 3}}) {
+    short error = 5;
+    ASSERT_EQ(1, m_core->requestData(77, 1, 2, row.pid, row.tableId, 3, &a,
+                                     &CountedUserData::release, &error));
+    EXPECT_EQ(0, error);
+    const RecordedCommand sent = m_server.last();
+    EXPECT_EQ(0x600, sent.code);
+    EXPECT_EQ(&m_server, sent.endPoint);
+    EXPECT_EQ(1, sent.open);
+    EXPECT_EQ(1, sent.requestCounter);
+    EXPECT_EQ(2, sent.tunerId);
+    EXPECT_EQ(row.pid, sent.pid);
+    EXPECT_EQ(row.tableId, sent.tableId);
+    EXPECT_EQ(3, sent.tableIdExt);
+    EXPECT_EQ(row.commandTimeOut, sent.timeOut) << "the command gets the time-out plus one";
+    std::unique_ptr<RequestFollower::RequestFollowerItem> item(RequestFollower::remove(77u));
+    ASSERT_NE(nullptr, item);
+    timeval now;
+    gettimeofday(&now, nullptr);
+    EXPECT_NEAR(now.tv_sec + row.commandTimeOut - 1, item->getTimeOut().tv_sec, 1);
+    EXPECT_EQ(&a, item->getUserData());
+    EXPECT_EQ(taken++, a.releases.load()) << "released only when the item goes";
+  }
+}
+
+TEST_F(Requests, AnUnfollowableRequestIsSentButRefusedWithMinus10) {
+  LogCapture log;
+  short error = 0;
+  EXPECT_EQ(0, request(9, 1, 0x100, 0x42, 0, &a, &error));
+  EXPECT_EQ(-10, error);
+  EXPECT_EQ(std::vector<std::string>({kNotice}), log.messages());
+  EXPECT_EQ(2u, m_server.last().timeOut);
+  EXPECT_EQ(0, a.releases.load()) << "the caller keeps the user data";
+  EXPECT_EQ(nullptr, RequestFollower::get(9u));
+}
+
+TEST_F(Requests, ASynchronousRequestReleasesOnceAndNotifiesNothing) {
+  short error = 4;
+  EXPECT_EQ(1,
+            m_core->requestDataSync(3, 2, 1, 0x10, 0x40, 5, &a, &CountedUserData::release, &error));
+  EXPECT_EQ(0, error);
+  EXPECT_EQ(1, a.releases.load());
+  const RecordedCommand sent = m_server.last();
+  EXPECT_EQ(0x601, sent.code);
+  EXPECT_EQ(0x10, sent.pid);
+  EXPECT_EQ(0x40, sent.tableId);
+  EXPECT_EQ(5, sent.tableIdExt);
+  EXPECT_EQ(1, sent.tunerId);
+  EXPECT_EQ(nullptr, RequestFollower::get(3u));
+  EXPECT_EQ(1, m_core->requestDataSync(3, 2, 1, 0x10, 0x40, 0, nullptr, &CountedUserData::release,
+                                       nullptr));
+  EXPECT_EQ(1, m_core->requestDataSync(3, 2, 1, 0x10, 0x40, 0, &a, nullptr, nullptr));
+  EXPECT_EQ(1, a.releases.load());
+  EXPECT_TRUE(notifications().empty());
+}
+
+TEST_F(Requests, RequestTimedOutReportsStatusOneWithoutTable) {
+  LogCapture log;
+  const timeval deadline = {100, 0};
+  setVerdict(0);
+  EXPECT_EQ(0, m_core->requestTimedOut(8, 1, 0, 0, 0, &a, deadline, 1));
+  EXPECT_TRUE(log.lines().empty()) << "a refused time-out is the monitor's to log";
+  setVerdict(7);
+  EXPECT_EQ(7, m_core->requestTimedOut(9, 1, 0, 0, 0, &a, deadline, 1));
+  auto seen = notifications();
+  ASSERT_EQ(2u, seen.size());
+  EXPECT_EQ(9u, seen[1].requestId);
+  EXPECT_EQ(1, seen[1].status);
+  EXPECT_EQ(&a, seen[1].userData);
+  EXPECT_EQ(nullptr, seen[1].table);
+  m_core->setRequestNotificationCallback(nullptr);
+  EXPECT_EQ(0, m_core->requestTimedOut(8, 1, 0, 0, 0, nullptr, deadline, 1));
   EXPECT_EQ(1,
             log.count("GingaCommonCore: requestTimedOut: No Request notification callback set!"));
-  core->setRequestNotificationCallback(&recordingCallback);
-  log.clear();
-  int data = 0;
-  {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    s_notifications.clear();
-    s_verdict = 0;
+  EXPECT_EQ(0, a.releases.load());
+}
+
+// The parser follows the PID, and table id 2 on other PIDs. Whatever does not
+// parse changes nothing: the waiting request stays, nothing is cached or
+// notified, and the one parse error is logged.
+TEST_F(Requests, DataIsParsedByPidAndWhatDoesNotParseChangesNothing) {
+  const auto pat = patSection();
+  const auto pmt = pmtSection();
+  auto damaged = pmt;
+  damaged[damaged.size() - 1] ^= 0x01;
+  struct Row {
+    short pid, tableId;
+    const std::vector<unsigned char>* section;
+    bool parsed;
+  };
+  const Row rows[] = {
+      {0x0000, 0x00, &pat, true},      {0x0000, 0x02, &pat, true},  {0x0100, 0x02, &pmt, true},
+      {-1, 0x02, &pmt, true},          {0x0000, 0x02, &pmt, false}, {0x0001, 0x02, &pmt, false},
+      {0x0012, 0x02, &pmt, false},     {0x0024, 0x02, &pmt, false}, {0x0026, 0x02, &pmt, false},
+      {0x0100, 0x03, &pmt, false},     {0x0100, 0x02, &pat, false}, {0x0010, 0x02, &pmt, false},
+      {0x0100, 0x02, &damaged, false},
+  };
+  unsigned int id = 100;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.pid << "/" << row.tableId << " #" << id);
+    CountedUserData data;
+    const bool followed = request(++id, 1, row.pid, row.tableId, 0, &data) == 1;
+    LogCapture log;
+    EXPECT_EQ(row.parsed && followed ? 1 : 0, inject(row.pid, row.tableId, 0, *row.section));
+    EXPECT_EQ(row.parsed, cached(row.pid));
+    if (row.parsed) {
+      EXPECT_TRUE(log.lines().empty());
+    } else {
+      EXPECT_EQ(std::vector<std::string>{kParseError}, log.messages());
+      EXPECT_EQ(0, data.releases.load());
+      std::unique_ptr<RequestFollower::RequestFollowerItem> left(RequestFollower::remove(id));
+      EXPECT_EQ(followed, left != nullptr);
+    }
+    Cacher::getInstance(1)->flush();
+    EXPECT_EQ(row.parsed && followed, notifications().size() == 1);
+    SetUp();
   }
-  EXPECT_EQ(0, core->requestTimedOut(8, 1, 0, 0, 0, &data, deadline, 1));
-  EXPECT_TRUE(log.lines().empty()) << "a refused time-out is the monitor's to log";
-  s_verdict = 1;
-  EXPECT_EQ(1, core->requestTimedOut(9, 1, 0, 0, 0, &data, deadline, 1));
-  ASSERT_EQ(2u, s_notifications.size());
-  EXPECT_EQ(9u, s_notifications[1].requestId);
-  EXPECT_EQ(1, s_notifications[1].status);
-  EXPECT_EQ(&data, s_notifications[1].userData);
-  EXPECT_EQ(nullptr, s_notifications[1].table);
+  LogCapture log;
+  EXPECT_EQ(0, m_core->injectData(1, 0x100, 2, 0, nullptr, nullptr, 0));
+  EXPECT_EQ(1, log.count(kParseError));
+}
+
+TEST_F(Requests, EveryWaitingRequestIsAnsweredInOrderWithTheSameTableThenReleased) {
+  request(11, 1, 0x0100, 2, 0x0777, &a);
+  request(12, 1, 0x0100, 2, 0x0777, &b);
+  request(13, 1, 0x0100, 2, 0x0777, &c);
+  request(20, 1, 0x0100, 2, 0x0778, &other);  // another extension
+  request(21, 2, 0x0100, 2, 0x0777, &other);  // another tuner
+  EXPECT_EQ(1, inject(0x0100, 2, 0x0777, pmtSection(0x0777)));
+  auto seen = notifications();
+  ASSERT_EQ(3u, seen.size());
+  CountedUserData* expected[] = {&a, &b, &c};
+  for (unsigned int i = 0; i < 3; ++i) {
+    EXPECT_EQ(11 + i, seen[i].requestId);
+    EXPECT_EQ(0, seen[i].status);
+    EXPECT_EQ(expected[i], seen[i].userData);
+    EXPECT_EQ(seen[0].table, seen[i].table);
+    EXPECT_EQ(0, seen[i].releasesAtCall) << "released after its notification";
+    EXPECT_EQ(0x0777, seen[i].programNumber);
+    EXPECT_EQ(1, expected[i]->releases.load());
+  }
+  EXPECT_EQ(0, other.releases.load());
+  EXPECT_NE(nullptr, RequestFollower::get(20u));
+  EXPECT_NE(nullptr, RequestFollower::get(21u));
+  EXPECT_TRUE(cached(0x0100));
+  EXPECT_FALSE(cached(0x0100, 2));
+  EXPECT_EQ(0, inject(0x0100, 2, 0x0777, pmtSection(0x0777))) << "answered requests are gone";
+  // The cached table now answers in the call, on the caller's thread.
+  EXPECT_EQ(1, m_core->requestData(30, 1, 1, 0x0100, 2, 0x0777, nullptr, nullptr, nullptr));
+  EXPECT_EQ(0x0777, notifications().back().programNumber);
+}
+
+TEST_F(Requests, ARequestEndsEvenWhenItsNotificationFails) {
+  request(1, 1, 0x0000, 0, 0, &a);
+  setVerdict(0);
+  LogCapture log;
+  EXPECT_EQ(1, inject(0x0000, 0, 0, patSection()));
+  EXPECT_EQ(1, a.releases.load());
+  EXPECT_EQ(1, log.count(kRefused));
+  request(2, 1, 0x0000, 0, 0, &b);
+  m_core->setRequestNotificationCallback(nullptr);
+  EXPECT_EQ(1, inject(0x0000, 0, 0, patSection()));
+  EXPECT_EQ(1, b.releases.load());
+  EXPECT_EQ(nullptr, RequestFollower::get(2u));
+}
+
+TEST_F(Requests, AnUnaskedTableIsCachedWithItsSectionSize) {
+  EXPECT_EQ(0, inject(0x0000, 0, 0, patSection(0x1234)));
+  TISDBTTable* table = nullptr;
+  unsigned int size = 0;
+  ASSERT_EQ(1, Cacher::getInstance(1)->get(0, 0, 0, &table, &size));
+  EXPECT_EQ(patSection(0x1234).size(), size);
+  EXPECT_EQ(0x1234, static_cast<TPATTable*>(table)->getTransportStreamId());
+  EXPECT_TRUE(notifications().empty());
+}
+
+TEST_F(Requests, ATableEvictedByItsOwnCleanUpStaysValidForEveryDelivery) {
+  const int bound = Cacher::s_iMaxCacheSize;
+  Cacher::s_iMaxCacheSize = 1;  // every table is evicted as soon as it is added
+  request(1, 1, 0x0100, 2, 0x10, &a);
+  request(2, 1, 0x0100, 2, 0x10, &b);
+  EXPECT_EQ(1, inject(0x0100, 2, 0x10, pmtSection(0x10)));
+  Cacher::s_iMaxCacheSize = bound;
+  auto seen = notifications();
+  ASSERT_EQ(2u, seen.size());
+  EXPECT_EQ(0x10, seen[0].programNumber);  // read inside the call: no use after free
+  EXPECT_EQ(0x10, seen[1].programNumber);
+  EXPECT_FALSE(cached(0x0100));
+}
+
+TEST(TableTypes, CacheableAndEventDataCodes) {
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  const std::pair<unsigned int, int> rows[] = {
+      // type, 1 cacheable / 2 event data / 0
+      {0x00000000, 1}, {0x00010000, 1}, {0x00100000, 1}, {0x00110000, 1}, {0x00120000, 1},
+      {0x0012004E, 1}, {0x0012004F, 1}, {0x00140000, 1}, {0x00240000, 1}, {0x00260000, 1},
+      {0xFFFF0002, 1}, {0xFFFF0074, 1}, {0x00120050, 0}, {0x00130000, 0}, {0x00000002, 0},
+      {0x003D0000, 2}, {0xFFFF0000, 0}, {0xFFFFFFFF, 0}, {0x00140073, 0}, {0x00250000, 0},
+  };
+  for (const auto& row : rows) {
+    CountedTable table(row.first);
+    EXPECT_EQ(row.second == 1, core->isCacheable(&table) == 1) << std::hex << row.first;
+    EXPECT_EQ(row.second == 2, core->isEventData(&table) == 1) << std::hex << row.first;
+  }
+}
+
+// Against a model: outstanding requests per key, in order of request. Each
+// injection answers exactly the model's list for its key, in order, each
+// released once after its notification; a destroy drops them all silently.
+TEST_F(Requests, RandomRequestsAndInjectionsFollowTheModel) {
+  struct Key {
+    int tuner;
+    short pid, tableId, ext;
+  };
+  const Key keys[] = {
+      {1, 0, 0, 0}, {2, 0, 0, 0}, {1, 0x100, 2, 1}, {1, 0x100, 2, 2}, {3, 0x101, 2, 1}};
+  std::map<int, std::vector<unsigned int>> outstanding;  // by index in keys
+  std::vector<std::unique_ptr<CountedUserData>> data(1);
+  std::mt19937 random(3);
+  for (int step = 0; step < 600; ++step) {
+    const int k = random() % 5;
+    const Key& key = keys[k];
+    const int what = random() % 10;
+    if (what < 6) {
+      data.push_back(std::make_unique<CountedUserData>());
+      const auto id = static_cast<unsigned int>(data.size() - 1);
+      ASSERT_EQ(1, request(id, key.tuner, key.pid, key.tableId, key.ext, data[id].get()));
+      outstanding[k].push_back(id);
+    } else if (what < 9) {
+      const auto section = key.pid ? pmtSection(key.ext) : patSection();
+      const size_t before = notifications().size();
+      inject(key.pid, key.tableId, key.ext, section, key.tuner);
+      auto seen = notifications();
+      ASSERT_EQ(before + outstanding[k].size(), seen.size()) << step;
+      for (size_t i = 0; i < outstanding[k].size(); ++i) {
+        const Notification& n = seen[before + i];
+        ASSERT_EQ(outstanding[k][i], n.requestId) << step;
+        ASSERT_EQ(data[n.requestId].get(), n.userData);
+        ASSERT_EQ(0, n.releasesAtCall);
+        ASSERT_EQ(1, data[n.requestId]->releases.load());
+      }
+      outstanding[k].clear();
+    } else {
+      const size_t before = notifications().size();
+      RequestFollower::destroy();
+      ASSERT_EQ(before, notifications().size());
+      outstanding.clear();
+    }
+    Cacher::getInstance(key.tuner)->flush();
+  }
+  RequestFollower::destroy();
+  for (size_t id = 1; id < data.size(); ++id)
+    EXPECT_EQ(1, data[id]->releases.load()) << id;
+}
+
+namespace {
+
+// User data whose release asks again, as a middleware that re-requests a
+// table when its old request goes away.
+struct Reasking {
+  int releases = 0;
+  int newResult = -1;
+  CountedUserData* newData = nullptr;
+  static void release(void* userData) {
+    auto* r = static_cast<Reasking*>(userData);
+    ++r->releases;
+    r->newResult = OstrelGingaCommonCore::getInstance()->requestData(
+        2, 2, 1, 0x0000, 0x00, 0, r->newData, &CountedUserData::release, nullptr);
+  }
+};
+
+bool s_destroyOnFirst = false;
+int destroyingCallback(unsigned int, unsigned char, void*, TISDBTTable*) {
+  if (s_destroyOnFirst) {
+    s_destroyOnFirst = false;
+    EXPECT_TRUE(RequestFollower::destroy());
+  }
+  return 1;
+}
+
+}  // namespace
+
+TEST_F(Requests, AReleaseRunByTheTeardownMayRequestAgain) {
+  Reasking reasking;
+  reasking.newData = &a;
+  ASSERT_EQ(1,
+            m_core->requestData(1, 2, 1, 0x0000, 0x00, 0, &reasking, &Reasking::release, nullptr));
+  ASSERT_TRUE(RequestFollower::destroy());  // releases request 1, which asks again
+  EXPECT_EQ(1, reasking.releases);
+  EXPECT_EQ(1, reasking.newResult);
+  ASSERT_NE(nullptr, RequestFollower::get(2u));  // in a new follower, answered like any other
+  EXPECT_EQ(1, inject(0x0000, 0x00, 0, patSection()));
+  ASSERT_EQ(1u, notifications().size());
+  EXPECT_EQ(2u, notifications()[0].requestId);
+  EXPECT_EQ(1, a.releases.load());
+}
+
+TEST_F(Requests, ACallbackThatDestroysTheFollowerLeavesTakenRequestsToTheInjection) {
+  m_core->setRequestNotificationCallback(&destroyingCallback);
+  s_destroyOnFirst = true;
+  request(1, 1, 0x0000, 0x00, 0, &a);
+  request(2, 1, 0x0000, 0x00, 0, &b);
+  request(3, 1, 0x0011, 0x42, 0, &other);
+  EXPECT_EQ(1, inject(0x0000, 0x00, 0, patSection()));
+  // Both PAT requests had left the follower before the first notification:
+  // the destroy drops only the SDT request, silently.
+  EXPECT_EQ(1, a.releases.load());
+  EXPECT_EQ(1, b.releases.load());
+  EXPECT_EQ(1, other.releases.load());
+  EXPECT_EQ(nullptr, RequestFollower::get(3u));
 }

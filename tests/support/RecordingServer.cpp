@@ -1,5 +1,7 @@
 #include "RecordingServer.h"
 
+#include "GingaDataDestination.h"
+
 #include "TDataRequestCommand.h"
 #include "TNotifyStatusChange.h"
 #include "TReleaseKeyCommand.h"
@@ -64,16 +66,37 @@ int RecordingServer::execute(TCommand* command, TCommand** response) {
   AnswerMaker makeAnswer;
   {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_commands.push_back(snapshot(command));
+    if (!m_quiet)
+      m_commands.push_back(snapshot(command));
     hook = m_hook;
     auto r = m_results.find(command->getCode());
-    if (r != m_results.end()) result = r->second;
+    if (r != m_results.end())
+      result = r->second;
     auto a = m_answers.find(command->getCode());
-    if (a != m_answers.end()) makeAnswer = a->second;
+    if (a != m_answers.end())
+      makeAnswer = a->second;
   }
-  if (hook) hook(command);
-  if (makeAnswer && response) *response = makeAnswer();
+  if (hook) {
+    const int decided = hook(command);
+    if (decided != kConfigured)
+      result = decided;
+  }
+  if (makeAnswer && response)
+    *response = makeAnswer();
+  auto* request = dynamic_cast<TDataRequestCommand*>(command);
+  if (m_close && result && request && request->getOpen())
+    closeOpenRequest(request);
   return result;
+}
+
+int RecordingServer::deliver(int tunerId, short pid, short tableId, short tableIdExt,
+                             std::vector<unsigned char> section) {
+  GingaDataDestination* destination = getDataDestination();
+  if (!destination)
+    return 0;
+  return destination->injectData(tunerId, pid, tableId, tableIdExt, nullptr,
+                                 section.empty() ? nullptr : section.data(),
+                                 static_cast<unsigned int>(section.size()));
 }
 
 void RecordingServer::waitBusyCommands() {
