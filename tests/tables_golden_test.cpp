@@ -271,14 +271,3 @@ TEST(TablesGoldenTest, EmptyLoopsGiveEmptyTables) {
   EXPECT_EQ(nit->getNetworkName(), "");
   EXPECT_EQ(nit->getTransportStreamCount(), 0u);
 }
-
-TEST(TablesGoldenTest, TablesAreUsableThroughTheBaseClassAndDestroyedThroughIt) {
-  // The core keeps tables as TISDBTTable* and deletes them through the base.
-  std::vector<unsigned char> pmt(OstrelGolden::kPmt,
-                                 OstrelGolden::kPmt + sizeof(OstrelGolden::kPmt));
-  TISDBTTable* table =
-      TPMTTable::parse(pmt.data(), static_cast<unsigned int>(pmt.size()), 1, 1, nullptr, nullptr);
-  ASSERT_NE(table, nullptr);
-  EXPECT_EQ(table->getType(), 0xFFFF0002u);
-  delete table;  // LeakSanitizer checks that the streams and descriptors go too
-}

@@ -140,6 +140,13 @@ TEST(TablesTextTest, DecodesBroadcastTextToUtf8) {
        "b\xEF\xBF\xBD\xEF\xBF\xBD"},
       {"overlong UTF-8 replaced", {0x15, 0xC0, 0xAF}, "\xEF\xBF\xBD\xEF\xBF\xBD"},
       {"surrogate replaced", {0x15, 0xED, 0xA0, 0x80}, "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"four-byte UTF-8",
+       {0x15, 0xF0, 0x9F, 0x93, 0xBA, 0xF1, 0x80, 0x80, 0x80, 0xF4, 0x8F, 0xBF, 0xBF},
+       "\xF0\x9F\x93\xBA\xF1\x80\x80\x80\xF4\x8F\xBF\xBF"},
+      {"four-byte UTF-8 past U+10FFFF, overlong or cut",
+       {0x15, 0xF4, 0x90, 0x80, 0x80, 0xF0, 0x8F, 0xBF, 0xBF, 0xF8, 0xF0, 0x9F, 0x93},
+       "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF"
+       "\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
       {"empty", {}, ""},
   };
   for (const Case& c : cases) {
@@ -163,7 +170,7 @@ TEST(TablesTextTest, EncodesToLatin9WhenItCanAndBackToTheSameText) {
                         "\xC5\x92uvre \xE2\x82\xAC", "\nfirst",
                         "\n\xC2\xB0"
                         "C",
-                        "\xE6\x97\xA5\xE6\x9C\xAC", "a\nb"}) {
+                        "\xE6\x97\xA5\xE6\x9C\xAC", "a\nb", "\xF0\x9F\x93\xBA"}) {
     Bytes b = TTextCodec::encode(s);
     EXPECT_EQ(TTextCodec::decode(b.data(), static_cast<unsigned int>(b.size())), s) << s;
   }
@@ -278,67 +285,9 @@ TEST(TablesBuilderTest, RandomTablesSurviveTheRoundTrip) {
   std::mt19937 rng(2026);
   auto pick = [&rng](unsigned int n) { return static_cast<unsigned int>(rng() % n); };
   for (int round = 0; round < 200; ++round) {
-    // PAT
-    TPATBuilder patBuilder;
-    unsigned short tsid = static_cast<unsigned short>(pick(0x10000));
-    unsigned char version = static_cast<unsigned char>(pick(32));
-    bool current = pick(2) != 0;
-    patBuilder.setTransportStreamId(tsid).setVersion(version).setCurrentNext(current);
-    std::vector<std::pair<unsigned short, unsigned short>> programs(pick(60));
-    for (auto& p : programs) {
-      p = {static_cast<unsigned short>(pick(0x10000)), static_cast<unsigned short>(pick(0x2000))};
-      patBuilder.addProgram(p.first, p.second);
-    }
-    auto pat = parse<TPATTable>(patBuilder.build());
-    ASSERT_TRUE(pat) << round;
-    EXPECT_EQ(pat->getTransportStreamId(), tsid);
-    EXPECT_EQ(pat->getVersionNumber(), version);
-    EXPECT_EQ(pat->isCurrentNext(), current);
-    ASSERT_EQ(pat->getProgramCount(), programs.size());
-    for (unsigned int i = 0; i < programs.size(); ++i) {
-      EXPECT_EQ(pat->getProgram(i).programNumber, programs[i].first);
-      EXPECT_EQ(pat->getProgram(i).pid, programs[i].second);
-    }
-
-    // PMT with random raw descriptors and component tags
-    TPMTBuilder pmtBuilder;
-    unsigned short pcr = static_cast<unsigned short>(pick(0x2000));
-    pmtBuilder.setProgramNumber(tsid).setPcrPid(pcr).setSectionNumber(1, 2);
-    struct S {
-      unsigned char type;
-      unsigned short pid;
-      unsigned char tag;
-      Bytes extra;
-    };
-    std::vector<S> streams(pick(20));
-    for (auto& s : streams) {
-      s.type = static_cast<unsigned char>(pick(256));
-      s.pid = static_cast<unsigned short>(pick(0x2000));
-      s.tag = static_cast<unsigned char>(pick(256));
-      s.extra.resize(pick(20));
-      for (auto& b : s.extra)
-        b = static_cast<unsigned char>(rng());
-      Bytes d = TDescriptorBuilder::streamIdentifier(s.tag);
-      TDescriptorBuilder::append(&d, TDescriptorBuilder::raw(0xF3, s.extra));
-      pmtBuilder.addStream(s.type, s.pid, d);
-    }
-    auto pmt = parse<TPMTTable>(pmtBuilder.build());
-    ASSERT_TRUE(pmt) << round;
-    EXPECT_EQ(pmt->getPcrPid(), pcr);
-    EXPECT_EQ(pmt->getSectionNumber(), 1);
-    EXPECT_EQ(pmt->getLastSectionNumber(), 2);
-    ASSERT_EQ(pmt->getStreamCount(), streams.size());
-    for (unsigned int i = 0; i < streams.size(); ++i) {
-      const TPMTTable::Stream& s = pmt->getStream(i);
-      EXPECT_EQ(s.getStreamType(), streams[i].type);
-      EXPECT_EQ(s.getPid(), streams[i].pid);
-      unsigned char tag = 0;
-      EXPECT_TRUE(s.getComponentTag(&tag));
-      EXPECT_EQ(tag, streams[i].tag);
-      ASSERT_EQ(s.getDescriptors().size(), 2u);
-      EXPECT_EQ(s.getDescriptors().at(1)->getBytes(), streams[i].extra);
-    }
-
+    // PAT and PMT loops are compared with libdvbpsi's reading in the
+    // differential test; here the names and times that it does not decode.
+    const unsigned short tsid = static_cast<unsigned short>(pick(0x10000));
     // SDT with random names and flags
     TSDTBuilder sdtBuilder;
     sdtBuilder.setTransportStreamId(tsid).setOriginalNetworkId(static_cast<unsigned short>(~tsid));
@@ -417,79 +366,4 @@ TEST(TablesBuilderTest, BuildersRefuseWhatDoesNotFit) {
   for (int i = 0; i < 17; ++i)
     pmt.addDescriptor(TDescriptorBuilder::raw(0x80, Bytes(253)));
   EXPECT_TRUE(pmt.build().empty());
-}
-
-// A PMT whose loops mix raw descriptors, stream identifiers and decoded
-// descriptors that own memory (names, entry lists), large enough that its
-// parts take several blocks: every descriptor comes back in wire order,
-// decoded where it fits, and the table goes without a leak (which the
-// sanitizer and memcheck runs check).
-TEST(TablesBuilderTest, APmtMixingDescriptorKindsKeepsEveryOneInOrder) {
-  const std::string provider = "Ostrel Broadcasting Provider";
-  const std::string name = "Ostrel Service With A Long Name";
-  TPMTBuilder builder;
-  builder.setProgramNumber(0x0101).setPcrPid(0x0100);
-  builder.addDescriptor(TDescriptorBuilder::service(0x01, provider, name));
-  builder.addDescriptor(TDescriptorBuilder::raw(0x09, Bytes{0x00, 0x05, 0xE0, 0x20}));
-  builder.addDescriptor(TDescriptorBuilder::streamIdentifier(0x99));
-  const unsigned int kStreams = 40;
-  for (unsigned int i = 0; i < kStreams; ++i) {
-    Bytes loop;
-    if (i % 4 != 3)
-      loop = TDescriptorBuilder::streamIdentifier(static_cast<unsigned char>(i));
-    if (i % 5 == 0) {
-      TDescriptorBuilder::append(
-          &loop, TDescriptorBuilder::serviceList(
-                     {{static_cast<unsigned short>(0xE760 + i), 0x01}, {0xE778, 0xC0}}));
-    }
-    if (i % 2 == 0)
-      TDescriptorBuilder::append(&loop, TDescriptorBuilder::raw(0xFD, Bytes(i % 7, 0x22)));
-    builder.addStream(0x06, static_cast<unsigned short>(0x0200 + i), loop);
-  }
-  const Bytes section = builder.build();
-  ASSERT_GT(section.size(), 500u);
-  auto pmt = parse<TPMTTable>(section);
-  ASSERT_TRUE(pmt);
-
-  const TDescriptorList& program = pmt->getDescriptors();
-  ASSERT_EQ(program.size(), 3u);
-  const TServiceDescriptor* service = program.findDecoded<TServiceDescriptor>();
-  ASSERT_NE(service, nullptr);
-  EXPECT_EQ(service, program.at(0));
-  EXPECT_EQ(service->getProviderName(), provider);
-  EXPECT_EQ(service->getServiceName(), name);
-  EXPECT_EQ(program.at(1)->getTag(), 0x09);
-  EXPECT_FALSE(program.at(1)->isDecoded());
-  EXPECT_EQ(program.at(2)->getTag(), 0x52);
-  EXPECT_TRUE(program.at(2)->isDecoded());
-
-  ASSERT_EQ(pmt->getStreamCount(), kStreams);
-  for (unsigned int i = 0; i < kStreams; ++i) {
-    const TPMTTable::Stream& s = pmt->getStream(i);
-    const TDescriptorList& d = s.getDescriptors();
-    EXPECT_EQ(s.getPid(), 0x0200 + i);
-    unsigned int k = 0;
-    unsigned char tag = 0;
-    EXPECT_EQ(s.getComponentTag(&tag), i % 4 != 3) << i;
-    if (i % 4 != 3) {
-      EXPECT_EQ(tag, i);
-      ASSERT_LT(k, d.size());
-      EXPECT_EQ(d.at(k++)->getTag(), 0x52);
-    }
-    if (i % 5 == 0) {
-      ASSERT_LT(k, d.size());
-      const TDescriptor* list = d.at(k++);
-      ASSERT_EQ(list->getTag(), 0x41);
-      ASSERT_TRUE(list->isDecoded()) << i;
-      const TServiceListDescriptor* entries = static_cast<const TServiceListDescriptor*>(list);
-      ASSERT_EQ(entries->getServiceCount(), 2u);
-      EXPECT_EQ(entries->getService(0).serviceId, 0xE760 + i);
-      EXPECT_EQ(entries->getService(1).serviceType, 0xC0);
-    }
-    if (i % 2 == 0) {
-      ASSERT_LT(k, d.size());
-      EXPECT_EQ(d.at(k++)->getBytes(), Bytes(i % 7, 0x22));
-    }
-    EXPECT_EQ(d.size(), k) << i;
-  }
 }
