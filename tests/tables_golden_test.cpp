@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "TLocalTimeOffsetDescriptor.h"
@@ -41,19 +42,18 @@ std::vector<unsigned char> bytes(std::initializer_list<unsigned char> list) {
 TEST(TablesGoldenTest, PatListsEveryProgrammeAndTheNetworkPid) {
   auto pat = parseGolden<TPATTable>(OstrelGolden::kPat);
   ASSERT_TRUE(pat);
-  EXPECT_EQ(pat->getType(), TISDBTTable::kTypePat);
-  EXPECT_EQ(pat->getTableId(), 0x00);
-  EXPECT_EQ(pat->getTransportStreamId(), 0x0421);
-  EXPECT_EQ(pat->getVersionNumber(), 5);
-  EXPECT_TRUE(pat->isCurrentNext());
-  EXPECT_EQ(pat->getSectionNumber(), 0);
-  EXPECT_EQ(pat->getLastSectionNumber(), 0);
+  EXPECT_EQ(
+      std::make_tuple(TISDBTTable::kTypePat, 0x00, 0x0421, 5, true, 0, 0),
+      std::make_tuple(pat->getType(), int(pat->getTableId()), int(pat->getTransportStreamId()),
+                      int(pat->getVersionNumber()), pat->isCurrentNext(),
+                      int(pat->getSectionNumber()), int(pat->getLastSectionNumber())));
   ASSERT_EQ(pat->getProgramCount(), 4u);
   const unsigned short expected[][2] = {
       {0x0000, 0x0010}, {0xE760, 0x1FC8}, {0xE761, 0x1FC9}, {0xE778, 0x1FCA}};
   for (unsigned int i = 0; i < 4; ++i) {
-    EXPECT_EQ(pat->getProgram(i).programNumber, expected[i][0]) << i;
-    EXPECT_EQ(pat->getProgram(i).pid, expected[i][1]) << i;
+    EXPECT_TRUE(pat->getProgram(i).programNumber == expected[i][0] &&
+                pat->getProgram(i).pid == expected[i][1])
+        << i;
   }
   unsigned short pid = 0;
   EXPECT_TRUE(pat->getNetworkPid(&pid));
@@ -67,10 +67,9 @@ TEST(TablesGoldenTest, PatListsEveryProgrammeAndTheNetworkPid) {
 TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   auto pmt = parseGolden<TPMTTable>(OstrelGolden::kPmt);
   ASSERT_TRUE(pmt);
-  EXPECT_EQ(pmt->getType(), TISDBTTable::kTypePmt);
-  EXPECT_EQ(pmt->getProgramNumber(), 0xE760);
-  EXPECT_EQ(pmt->getVersionNumber(), 2);
-  EXPECT_EQ(pmt->getPcrPid(), 0x0111);
+  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypePmt, 0xE760, 2, 0x0111),
+            std::make_tuple(pmt->getType(), int(pmt->getProgramNumber()),
+                            int(pmt->getVersionNumber()), int(pmt->getPcrPid())));
   ASSERT_EQ(pmt->getDescriptors().size(), 1u);
   const TDescriptor* copyControl = pmt->getDescriptors().at(0);
   EXPECT_EQ(copyControl->getTag(), 0xC1);
@@ -80,7 +79,7 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   struct Expected {
     unsigned char type;
     unsigned short pid;
-    unsigned int descriptors;
+    size_t descriptors;
     int componentTag;  // -1: none
   };
   const Expected expected[] = {{0x1B, 0x0111, 1, 0x00},
@@ -90,14 +89,12 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   ASSERT_EQ(pmt->getStreamCount(), 4u);
   for (unsigned int i = 0; i < 4; ++i) {
     const TPMTTable::Stream& s = pmt->getStream(i);
-    EXPECT_EQ(s.getStreamType(), expected[i].type) << i;
-    EXPECT_EQ(s.getPid(), expected[i].pid) << i;
-    EXPECT_EQ(s.getDescriptors().size(), expected[i].descriptors) << i;
     unsigned char tag = 0xEE;
-    EXPECT_EQ(s.getComponentTag(&tag), expected[i].componentTag >= 0) << i;
-    if (expected[i].componentTag >= 0) {
-      EXPECT_EQ(tag, expected[i].componentTag) << i;
-    }
+    const int found = s.getComponentTag(&tag) ? tag : -1;
+    EXPECT_EQ(std::make_tuple(expected[i].type, expected[i].pid, expected[i].descriptors,
+                              expected[i].componentTag),
+              std::make_tuple(s.getStreamType(), s.getPid(), s.getDescriptors().size(), found))
+        << i;
   }
   const TDescriptor* language = pmt->getStream(1).getDescriptors().find(0x0A);
   ASSERT_TRUE(language);
@@ -112,11 +109,9 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
 TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
   auto nit = parseGolden<TNITTable>(OstrelGolden::kNit);
   ASSERT_TRUE(nit);
-  EXPECT_EQ(nit->getType(), TISDBTTable::kTypeNit);
-  EXPECT_TRUE(nit->isActual());
-  EXPECT_EQ(nit->getNetworkId(), 0x0640);
-  EXPECT_EQ(nit->getVersionNumber(), 1);
-  EXPECT_EQ(nit->getNetworkName(), "Ostrel TV");
+  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeNit, true, 0x0640, 1, std::string("Ostrel TV")),
+            std::make_tuple(nit->getType(), nit->isActual(), int(nit->getNetworkId()),
+                            int(nit->getVersionNumber()), nit->getNetworkName()));
   ASSERT_EQ(nit->getDescriptors().size(), 2u);
   EXPECT_TRUE(nit->getDescriptors().at(0)->isDecoded());
   EXPECT_EQ(nit->getDescriptors().at(1)->getTag(), 0xFE);
@@ -131,10 +126,8 @@ TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
   const TServiceListDescriptor* list = ts.getDescriptors().findDecoded<TServiceListDescriptor>();
   ASSERT_TRUE(list);
   ASSERT_EQ(list->getServiceCount(), 3u);
-  EXPECT_EQ(list->getService(0).serviceId, 0xE760);
-  EXPECT_EQ(list->getService(0).serviceType, 0x01);
-  EXPECT_EQ(list->getService(2).serviceId, 0xE778);
-  EXPECT_EQ(list->getService(2).serviceType, 0xC0);
+  EXPECT_TRUE(list->getService(0).serviceId == 0xE760 && list->getService(0).serviceType == 0x01);
+  EXPECT_TRUE(list->getService(2).serviceId == 0xE778 && list->getService(2).serviceType == 0xC0);
 
   const TTSInformationDescriptor* info =
       ts.getDescriptors().findDecoded<TTSInformationDescriptor>();
@@ -151,9 +144,9 @@ TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
   const TTerrestrialDeliverySystemDescriptor* delivery =
       ts.getDescriptors().findDecoded<TTerrestrialDeliverySystemDescriptor>();
   ASSERT_TRUE(delivery);
-  EXPECT_EQ(delivery->getAreaCode(), 0x123);
-  EXPECT_EQ(delivery->getGuardInterval(), 2);
-  EXPECT_EQ(delivery->getTransmissionMode(), 2);
+  EXPECT_EQ(std::make_tuple(0x123, 2, 2),
+            std::make_tuple(int(delivery->getAreaCode()), int(delivery->getGuardInterval()),
+                            int(delivery->getTransmissionMode())));
   EXPECT_EQ(delivery->getFrequencies(), (std::vector<unsigned short>{3312, 3354}));
   EXPECT_EQ(delivery->getFrequencyHz(0), 473142857ull);  // UHF channel 14
   EXPECT_EQ(delivery->getFrequencyHz(1), 479142857ull);
@@ -170,42 +163,26 @@ TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
 TEST(TablesGoldenTest, SdtGivesEachServiceItsFlagsTypeAndNames) {
   auto sdt = parseGolden<TSDTTable>(OstrelGolden::kSdt);
   ASSERT_TRUE(sdt);
-  EXPECT_EQ(sdt->getType(), TISDBTTable::kTypeSdt);
-  EXPECT_TRUE(sdt->isActual());
-  EXPECT_EQ(sdt->getTransportStreamId(), 0x0421);
-  EXPECT_EQ(sdt->getOriginalNetworkId(), 0x0640);
-  EXPECT_EQ(sdt->getVersionNumber(), 7);
+  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeSdt, true, 0x0421, 0x0640, 7),
+            std::make_tuple(sdt->getType(), sdt->isActual(), int(sdt->getTransportStreamId()),
+                            int(sdt->getOriginalNetworkId()), int(sdt->getVersionNumber())));
   ASSERT_EQ(sdt->getServiceCount(), 3u);
-
-  const TSDTTable::Service& hd = sdt->getService(0);
-  EXPECT_EQ(hd.getServiceId(), 0xE760);
-  EXPECT_TRUE(hd.isEitSchedule());
-  EXPECT_TRUE(hd.isEitPresentFollowing());
-  EXPECT_EQ(hd.getRunningStatus(), 4);
-  EXPECT_FALSE(hd.isFreeCaMode());
-  EXPECT_EQ(hd.getServiceType(), 0x01);
-  EXPECT_EQ(hd.getProviderName(), "Ostrel");
-  EXPECT_EQ(hd.getServiceName(), "Ostrel HD");
-
-  const TSDTTable::Service& oneSeg = sdt->getService(1);
-  EXPECT_EQ(oneSeg.getServiceId(), 0xE778);
-  EXPECT_FALSE(oneSeg.isEitSchedule());
-  EXPECT_TRUE(oneSeg.isEitPresentFollowing());
-  EXPECT_TRUE(oneSeg.isFreeCaMode());
-  EXPECT_EQ(oneSeg.getServiceType(), 0xC0);
-  EXPECT_EQ(oneSeg.getProviderName(), "");
-  // Latin-9 bytes become UTF-8; the emphasis code at the end is not shown.
-  EXPECT_EQ(oneSeg.getServiceName(), "A\xC3\xA7\xC3\xA3o 1seg");
-  const TServiceDescriptor* d = oneSeg.getDescriptors().findDecoded<TServiceDescriptor>();
+  // id, schedule, present/following, running status, free CA, type, provider,
+  // name. Latin-9 bytes become UTF-8; the emphasis code at the end is not shown.
+  using Service = std::tuple<int, bool, bool, int, bool, int, std::string, std::string>;
+  const Service expected[] = {{0xE760, true, true, 4, false, 0x01, "Ostrel", "Ostrel HD"},
+                              {0xE778, false, true, 4, true, 0xC0, "", "A\xC3\xA7\xC3\xA3o 1seg"},
+                              {0xE761, false, false, 1, false, 0, "", ""}};
+  for (unsigned int i = 0; i < 3; ++i) {
+    const TSDTTable::Service& s = sdt->getService(i);
+    EXPECT_EQ(expected[i], Service(s.getServiceId(), s.isEitSchedule(), s.isEitPresentFollowing(),
+                                   s.getRunningStatus(), s.isFreeCaMode(), s.getServiceType(),
+                                   s.getProviderName(), s.getServiceName()));
+  }
+  const TServiceDescriptor* d =
+      sdt->getService(1).getDescriptors().findDecoded<TServiceDescriptor>();
   ASSERT_TRUE(d);
   EXPECT_EQ(d->getLength(), 13u) << "the raw bytes stay as they came";
-
-  const TSDTTable::Service& idle = sdt->getService(2);
-  EXPECT_EQ(idle.getServiceId(), 0xE761);
-  EXPECT_EQ(idle.getRunningStatus(), 1);
-  EXPECT_FALSE(idle.isEitPresentFollowing());
-  EXPECT_EQ(idle.getServiceType(), 0);
-  EXPECT_EQ(idle.getServiceName(), "");
 
   EXPECT_EQ(sdt->findService(0xE778), &sdt->getService(1));
   EXPECT_EQ(sdt->findService(0x0001), nullptr);
@@ -214,11 +191,10 @@ TEST(TablesGoldenTest, SdtGivesEachServiceItsFlagsTypeAndNames) {
 TEST(TablesGoldenTest, TotGivesUtcSecondsAndTheLocalTimeOffsetBeforeAndAfterItsChange) {
   auto tot = parseGolden<TTOTTable>(OstrelGolden::kTot);
   ASSERT_TRUE(tot);
-  EXPECT_EQ(tot->getType(), TISDBTTable::kTypeTot);
-  EXPECT_FALSE(tot->isTdt());
-  EXPECT_EQ(tot->getMjd(), OstrelGolden::kTotMjd);
-  EXPECT_EQ(tot->getBcdTime(), 0x004059u);
-  EXPECT_EQ(tot->getUtcSeconds(), OstrelGolden::kTotUtcSeconds);
+  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeTot, false, int(OstrelGolden::kTotMjd), 0x004059u,
+                            OstrelGolden::kTotUtcSeconds),
+            std::make_tuple(tot->getType(), tot->isTdt(), int(tot->getMjd()), tot->getBcdTime(),
+                            tot->getUtcSeconds()));
 
   ASSERT_EQ(tot->getDescriptors().size(), 1u);
   const TLocalTimeOffsetDescriptor* lto =
@@ -226,11 +202,9 @@ TEST(TablesGoldenTest, TotGivesUtcSecondsAndTheLocalTimeOffsetBeforeAndAfterItsC
   ASSERT_TRUE(lto);
   ASSERT_EQ(lto->getEntryCount(), 1u);
   const TLocalTimeOffsetDescriptor::Entry& e = lto->getEntry(0);
-  EXPECT_EQ(e.countryCode, 0x425241u);  // "BRA"
-  EXPECT_EQ(e.countryRegionId, 1);
-  EXPECT_EQ(e.localTimeOffset, -3 * 3600);
-  EXPECT_EQ(e.timeOfChange, OstrelGolden::kTotTimeOfChange);
-  EXPECT_EQ(e.nextTimeOffset, -2 * 3600);
+  EXPECT_EQ(std::make_tuple(0x425241u, 1, -3 * 3600, OstrelGolden::kTotTimeOfChange, -2 * 3600),
+            std::make_tuple(e.countryCode, int(e.countryRegionId), e.localTimeOffset,
+                            e.timeOfChange, e.nextTimeOffset));  // "BRA"
 
   int offset = 0;
   EXPECT_TRUE(tot->getLocalTimeOffset(0x425241, 1, OstrelGolden::kTotTimeOfChange - 1, &offset));
@@ -244,10 +218,9 @@ TEST(TablesGoldenTest, TotGivesUtcSecondsAndTheLocalTimeOffsetBeforeAndAfterItsC
 TEST(TablesGoldenTest, TdtIsAcceptedByTheTotParserWithoutCrcOrDescriptors) {
   auto tdt = parseGolden<TTOTTable>(OstrelGolden::kTdt);
   ASSERT_TRUE(tdt);
-  EXPECT_EQ(tdt->getType(), TISDBTTable::kTypeTot);
-  EXPECT_TRUE(tdt->isTdt());
-  EXPECT_EQ(tdt->getTableId(), 0x70);
-  EXPECT_EQ(tdt->getUtcSeconds(), OstrelGolden::kTotUtcSeconds);
+  EXPECT_EQ(
+      std::make_tuple(TISDBTTable::kTypeTot, true, 0x70, OstrelGolden::kTotUtcSeconds),
+      std::make_tuple(tdt->getType(), tdt->isTdt(), int(tdt->getTableId()), tdt->getUtcSeconds()));
   EXPECT_TRUE(tdt->getDescriptors().empty());
 }
 

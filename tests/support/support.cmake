@@ -2,6 +2,7 @@
 # override, counted tables and user data, section builders, the core fixture.
 # Tests, benchmarks, tools and examples include this file; the first one
 # defines the target.
+find_package(Threads REQUIRED)
 if(NOT TARGET ostrel_test_support)
   add_library(ostrel_test_support STATIC
     ${CMAKE_CURRENT_LIST_DIR}/FactoryOverride.cpp
