@@ -1,17 +1,9 @@
-# Tests of the table library (OstrelISDBTUtils).
+# Tests of the table library (OstrelISDBTUtils). The differential test against
+# libdvbpsi is built only where libdvbpsi is installed (not in cross builds).
 set(OSTREL_TABLES_TEST_DATA ${CMAKE_CURRENT_SOURCE_DIR}/data/tables)
+ostrel_add_test(tables_test tables_test.cpp tables_boundary_test.cpp)
+target_include_directories(tables_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
 
-ostrel_add_test(tables_golden_test tables_golden_test.cpp)
-target_include_directories(tables_golden_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
-ostrel_add_test(tables_boundary_test tables_boundary_test.cpp)
-target_include_directories(tables_boundary_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
-ostrel_add_test(tables_roundtrip_test tables_roundtrip_test.cpp)
-target_include_directories(tables_roundtrip_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
-ostrel_add_test(tables_threads_test tables_threads_test.cpp)
-target_include_directories(tables_threads_test PRIVATE ${OSTREL_TABLES_TEST_DATA})
-
-# The differential test against libdvbpsi, only where libdvbpsi is installed
-# (not in cross builds, for instance).
 find_path(OSTREL_DVBPSI_INCLUDE_DIR dvbpsi/dvbpsi.h)
 find_library(OSTREL_DVBPSI_LIBRARY dvbpsi)
 if(OSTREL_DVBPSI_INCLUDE_DIR AND OSTREL_DVBPSI_LIBRARY)

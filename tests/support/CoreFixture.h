@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "Cacher.h"
@@ -38,9 +38,9 @@ class CoreTest : public testing::Test {
     m_core->setServer(&m_server);
     m_server.setDataDestination(m_core);
     m_core->setRequestNotificationCallback(&callback);
-    std::lock_guard<std::mutex> lock(mutex());
-    seen().clear();
-    verdict() = 1;
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_seen.clear();
+    s_verdict = 1;
     m_liveBefore = Ostrel::TCommand::getLiveCount() - m_server.getOpenRequestCount();
   }
   void TearDown() override {
@@ -51,13 +51,10 @@ class CoreTest : public testing::Test {
   }
 
   static std::vector<Notification> notifications() {
-    std::lock_guard<std::mutex> lock(mutex());
-    return seen();
+    std::lock_guard<std::mutex> lock(s_mutex);
+    return s_seen;
   }
-  static void setVerdict(int v) {
-    std::lock_guard<std::mutex> lock(mutex());
-    verdict() = v;
-  }
+  static void setVerdict(int verdict) { s_verdict = verdict; }
   // A request in server-only mode, with the release of CountedUserData.
   int request(unsigned int id, int tuner, short pid, short tableId, short ext,
               CountedUserData* data, short* error = nullptr) {
@@ -70,18 +67,10 @@ class CoreTest : public testing::Test {
   long m_liveBefore = 0;
 
  private:
-  static std::mutex& mutex() {
-    static std::mutex m;
-    return m;
-  }
-  static std::vector<Notification>& seen() {
-    static std::vector<Notification> v;
-    return v;
-  }
-  static int& verdict() {
-    static int v = 1;
-    return v;
-  }
+  static inline std::mutex s_mutex;
+  static inline std::vector<Notification> s_seen;
+  static inline std::atomic<int> s_verdict{1};
+
   // User data in these tests is a CountedUserData or null.
   static int callback(unsigned int requestId, unsigned char status, void* userData,
                       Ostrel::TISDBTTable* table) {
@@ -90,9 +79,9 @@ class CoreTest : public testing::Test {
       n.releasesAtCall = static_cast<CountedUserData*>(userData)->releases;
     if (auto* pmt = dynamic_cast<Ostrel::TPMTTable*>(table))
       n.programNumber = pmt->getProgramNumber();
-    std::lock_guard<std::mutex> lock(mutex());
-    seen().push_back(n);
-    return verdict();
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_seen.push_back(n);
+    return s_verdict;
   }
 };
 
