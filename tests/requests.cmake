@@ -1,4 +1,3 @@
 # The core: its command dispatch and synchronous operations, its table
 # requests and the injected data that answers them.
-ostrel_add_test(core_commands_test core_commands_test.cpp)
-ostrel_add_test(core_requests_test core_requests_test.cpp)
+ostrel_add_test(core_test core_test.cpp)

@@ -1,5 +1,7 @@
 #include "RecordingServer.h"
 
+#include <tuple>
+
 #include "GingaDataDestination.h"
 
 #include "TDataRequestCommand.h"
@@ -20,40 +22,28 @@ RecordedCommand snapshot(TCommand* command) {
   r.code = command->getCode();
   r.endPoint = command->getEndPoint();
   if (auto* key = dynamic_cast<TTableKeyCommand*>(command)) {
-    r.tunerId = key->getTunerId();
-    r.pid = key->getPid();
-    r.tableId = key->getTableId();
-    r.tableIdExt = key->getTableIdExt();
+    std::tie(r.tunerId, r.pid, r.tableId, r.tableIdExt) =
+        std::make_tuple(key->getTunerId(), key->getPid(), key->getTableId(), key->getTableIdExt());
   }
   if (auto* data = dynamic_cast<TDataRequestCommand*>(command)) {
-    r.open = data->getOpen();
-    r.timeOut = data->getTimeOut();
-    r.requestCounter = data->getRequestCounter();
+    std::tie(r.open, r.timeOut, r.requestCounter) =
+        std::make_tuple(data->getOpen(), data->getTimeOut(), data->getRequestCounter());
   }
   if (auto* reserve = dynamic_cast<TReserveKeyCommand*>(command)) {
-    r.keyCode = reserve->getKeyCode();
-    r.listenerId = reserve->getListenerId();
+    std::tie(r.keyCode, r.listenerId) =
+        std::make_tuple(reserve->getKeyCode(), reserve->getListenerId());
   }
-  if (auto* release = dynamic_cast<TReleaseKeyCommand*>(command)) {
+  if (auto* release = dynamic_cast<TReleaseKeyCommand*>(command))
     r.keyCode = release->getKeyCode();
-  }
-  if (auto* app = dynamic_cast<TAppCommand*>(command)) {
+  if (auto* app = dynamic_cast<TAppCommand*>(command))
     r.appId = app->getAppId();
-  }
   if (auto* status = dynamic_cast<TNotifyStatusChange*>(command)) {
     r.notificationCode = status->getNotificationCode();
   }
-  if (auto* video = dynamic_cast<TVideoCommand*>(command)) {
-    r.tsId = video->getTsId();
-    r.layerId = video->getLayerId();
-    r.sx = video->getSx();
-    r.sy = video->getSy();
-    r.sw = video->getSw();
-    r.sh = video->getSh();
-    r.dx = video->getDx();
-    r.dy = video->getDy();
-    r.dw = video->getDw();
-    r.dh = video->getDh();
+  if (auto* v = dynamic_cast<TVideoCommand*>(command)) {
+    std::tie(r.tsId, r.layerId, r.sx, r.sy, r.sw, r.sh, r.dx, r.dy, r.dw, r.dh) =
+        std::make_tuple(v->getTsId(), v->getLayerId(), v->getSx(), v->getSy(), v->getSw(),
+                        v->getSh(), v->getDx(), v->getDy(), v->getDw(), v->getDh());
   }
   return r;
 }

@@ -1,16 +1,19 @@
-// The command library's stand-in: the factory, send, and the ownership of
-// open data requests, which the core hands over and never deletes.
+// The platform stand-ins: the command library (the factory, send, and the
+// ownership of open data requests, which the core hands over and never
+// deletes) and the logger.
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 #include <thread>
 #include <typeinfo>
 #include <vector>
 
+#include "LogCapture.h"
+#include "OstrelLogger.h"
 #include "RecordingServer.h"
 #include "TDataRequestCommand.h"
 #include "TGetTunerListCommand.h"
-#include "TGetTunerListResponse.h"
 #include "TNotifyStatusChange.h"
 #include "TReleaseKeyCommand.h"
 #include "TReserveKeyCommand.h"
@@ -122,14 +125,29 @@ TEST(OpenDataRequest, ConcurrentSendsAndClosesKeepTheCount) {
   EXPECT_EQ(before + 1000, TCommand::getLiveCount());
 }
 
-TEST(TunerListResponse, RefusesIndicesPastTheEnd) {
-  TGetTunerListResponse response;
-  response.addTuner(-7, 255);
-  int id = 42;
-  unsigned char type = 42;
-  EXPECT_EQ(1u, response.getTunerCounter());
-  EXPECT_EQ(0, response.getTunerId(1, &id));
-  EXPECT_EQ(0, response.getTunerType(1, &type));
-  EXPECT_EQ(42, id);
-  EXPECT_EQ(42, type);
+TEST(Logger, SinkReceivesTheWholeFormattedMessageWithLevelAndModule) {
+  OstrelTest::LogCapture capture;
+  const std::string text(5000, 'x');
+  ostrel_log_std_generic(4, "Cacher", "%s: add: %d items %s", "Cacher", 3, text.c_str());
+  auto lines = capture.lines();
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_EQ(4, lines[0].level);
+  EXPECT_EQ("Cacher", lines[0].module);
+  EXPECT_EQ("Cacher: add: 3 items " + text, lines[0].message);
+}
+
+TEST(Logger, DefaultSinkWritesOneStampedLineToStandardError) {
+  { OstrelTest::LogCapture capture; }  // installing and removing a sink restores the default
+  testing::internal::CaptureStderr();
+  ostrel_log_std_generic(4, "GingaCommonCore", "%s: hello", "GingaCommonCore");
+  std::string out = testing::internal::GetCapturedStderr();
+  ASSERT_FALSE(out.empty());
+  EXPECT_EQ('\n', out.back());
+  EXPECT_EQ(out.size() - 1, out.find('\n'));  // one line
+  EXPECT_NE(std::string::npos, out.find(" GingaCommonCore GingaCommonCore: hello\n"));
+  // "YYYY-MM-DD hh:mm:ss.mmm"
+  ASSERT_GT(out.size(), 23u);
+  EXPECT_EQ('-', out[4]);
+  EXPECT_EQ(':', out[13]);
+  EXPECT_EQ('.', out[19]);
 }
