@@ -11,8 +11,6 @@
 
 #include <pthread.h>
 #include <sys/time.h>
-#include "BenchSections.h"
-#include "BenchServer.h"
 
 #include <algorithm>
 #include <atomic>
@@ -34,6 +32,7 @@
 #include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
 #include "OstrelLogger.h"
+#include "RecordingServer.h"
 #include "RequestFollower.h"
 #include "Sections.h"
 #include "TCrc32.h"
@@ -51,10 +50,10 @@
 
 using namespace Ostrel;
 using Bytes = std::vector<unsigned char>;
-using OstrelBench::countingCallback;
-using OstrelBench::NullServer;
-using OstrelBench::pmt288;
-using OstrelBench::withVersion;
+using OstrelTest::countingCallback;
+using OstrelTest::pmt288;
+using OstrelTest::withVersion;
+using NullServer = OstrelTest::RecordingServer;
 
 namespace {
 

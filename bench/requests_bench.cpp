@@ -5,17 +5,16 @@
 
 #include <vector>
 
-#include "BenchSections.h"
-#include "BenchServer.h"
 #include "Cacher.h"
 #include "OstrelGingaCommonCore.h"
+#include "RecordingServer.h"
 #include "RequestFollower.h"
 #include "Sections.h"
 #include "TPMTTable.h"
 
 using namespace Ostrel;
-using OstrelBench::countingCallback;
-using OstrelBench::NullServer;
+using OstrelTest::countingCallback;
+using NullServer = OstrelTest::RecordingServer;
 
 namespace {
 
@@ -49,7 +48,7 @@ BENCHMARK(BM_RequestDataCacheHit)->Threads(1)->Threads(2)->UseRealTime();
 void BM_InjectPmt(benchmark::State& state) {
   NullServer server;
   OstrelGingaCommonCore* core = boundCore(&server);
-  std::vector<unsigned char> pmt = OstrelBench::pmt288();
+  std::vector<unsigned char> pmt = OstrelTest::pmt288();
   const int outstanding = static_cast<int>(state.range(0));
   long answered = 0;
   timeval timeOut = {60, 0};

@@ -10,11 +10,10 @@
 // deletes. Its CRC: dvbpsi_ValidPSISection over the same bytes.
 #include <benchmark/benchmark.h>
 
-#include "BenchSections.h"
-
 #include <memory>
 #include <vector>
 
+#include "Sections.h"
 #include "TCrc32.h"
 #include "TDescriptorBuilder.h"
 #include "TNITTable.h"
@@ -31,8 +30,8 @@
 
 using namespace Ostrel;
 using Bytes = std::vector<unsigned char>;
-using OstrelBench::pmt288;
-using OstrelBench::withVersion;
+using OstrelTest::pmt288;
+using OstrelTest::withVersion;
 
 namespace {
 

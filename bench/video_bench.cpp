@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
-#include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
+#include "RecordingServer.h"
 #include "TGetTunerListResponse.h"
 #include "TVideoCommand.h"
 
@@ -14,33 +14,27 @@ using namespace Ostrel;
 
 namespace {
 
-// Answers video commands with an object of their own class and the tuner list
-// with m_iTuners tuners; never blocks.
-class InstantServer : public GingaServer {
- public:
-  int execute(TCommand* command, TCommand** response) override {
-    if (!response)
-      return 1;
-    if (dynamic_cast<TVideoCommand*>(command)) {
-      auto* answer = static_cast<TVideoCommand*>(TCommand::createDefault(command->getCode()));
-      answer->setSw(1920);
-      answer->setSh(1080);
-      *response = answer;
-    } else {
-      auto* list = new TGetTunerListResponse();
-      for (int i = 0; i < m_iTuners; ++i)
-        list->addTuner(i, 1);
-      *response = list;
+// Answers at once: video commands with an object of their own class, the
+// tuner list with s_iTuners tuners. Records nothing.
+int s_iTuners = 0;
+
+OstrelTest::RecordingServer* server() {
+  static OstrelTest::RecordingServer* s_server = [] {
+    auto* made = new OstrelTest::RecordingServer(true);
+    for (unsigned short code = 0x400; code <= 0x404; ++code) {
+      made->setAnswer(code, [code] {
+        auto* answer = static_cast<TVideoCommand*>(TCommand::createDefault(code));
+        answer->setSw(1920);
+        answer->setSh(1080);
+        return answer;
+      });
     }
-    return 1;
-  }
-
-  int m_iTuners = 0;
-};
-
-InstantServer* server() {
-  static InstantServer* s_server = [] {
-    auto* made = new InstantServer();
+    made->setAnswer(0x500, [] {
+      auto* list = new TGetTunerListResponse();
+      for (int i = 0; i < s_iTuners; ++i)
+        list->addTuner(i, 1);
+      return list;
+    });
     OstrelGingaCommonCore::getInstance()->setServer(made);
     return made;
   }();
@@ -84,7 +78,8 @@ BENCHMARK(BM_CheckVideoSize)->Threads(1)->Threads(2)->UseRealTime();
 // The server builds its answer inside the timed loop too; the copy is the
 // core's part (up to 256 entries, two arrays from malloc, freed here).
 void BM_GetTunerList(benchmark::State& state) {
-  server()->m_iTuners = static_cast<int>(state.range(0));
+  server();
+  s_iTuners = static_cast<int>(state.range(0));
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   for (auto _ : state) {
     int* ids = nullptr;

@@ -1,38 +1,14 @@
 // Binds a server to the core, reserves and releases a key and reports an
-// application's status change, printing what the server receives.
+// application's status change, then prints what the server received. The
+// server is the test-support library's recording server, which accepts every
+// command.
 #include <cstdio>
 
-#include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
-#include "TNotifyStatusChange.h"
-#include "TReleaseKeyCommand.h"
-#include "TReserveKeyCommand.h"
-
-namespace {
-
-class PrintingServer : public Ostrel::GingaServer {
- public:
-  int execute(Ostrel::TCommand* command, Ostrel::TCommand**) override {
-    using namespace Ostrel;
-    if (auto* reserve = dynamic_cast<TReserveKeyCommand*>(command)) {
-      std::printf("server: reserve key 0x%X for listener '%s'\n", reserve->getKeyCode(),
-                  reserve->getListenerId().c_str());
-    } else if (auto* release = dynamic_cast<TReleaseKeyCommand*>(command)) {
-      std::printf("server: release key 0x%X\n", release->getKeyCode());
-    } else if (auto* status = dynamic_cast<TNotifyStatusChange*>(command)) {
-      std::printf("server: application '%s' changed status to %u\n", status->getAppId().c_str(),
-                  status->getNotificationCode());
-    } else {
-      std::printf("server: command 0x%X\n", command->getCode());
-    }
-    return 1;
-  }
-};
-
-}  // namespace
+#include "RecordingServer.h"
 
 int main() {
-  PrintingServer server;
+  OstrelTest::RecordingServer server;
   Ostrel::OstrelGingaCommonCore* core = Ostrel::OstrelGingaCommonCore::getInstance();
   core->setServer(&server);
   short error = 0;
@@ -42,5 +18,9 @@ int main() {
   std::printf("notifyAppStatusChange -> %d (errorCode %d)\n", ok, error);
   ok = core->releaseKey("app.menu", 0x1B, &error);
   std::printf("releaseKey -> %d (errorCode %d)\n", ok, error);
+  for (const OstrelTest::RecordedCommand& c : server.commands()) {
+    std::printf("server: command 0x%X key 0x%X listener '%s' application '%s' status %u\n", c.code,
+                c.keyCode, c.listenerId.c_str(), c.appId.c_str(), c.notificationCode);
+  }
   return 0;
 }

@@ -22,9 +22,9 @@
 #include <vector>
 
 #include "Cacher.h"
-#include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
 #include "OstrelLogger.h"
+#include "RecordingServer.h"
 #include "RequestFollower.h"
 #include "TCommand.h"
 #include "TCrc32.h"
@@ -133,28 +133,23 @@ void release(void* userData) {
   ++static_cast<Tracked*>(userData)->released;
 }
 
-// Accepts (or refuses) every command. An open data request is closed at once,
-// as a server does whose filter found nothing; with echo the last section is
-// delivered first, from inside send, before the request is followed.
-class FuzzServer : public GingaServer {
- public:
-  int execute(TCommand* command, TCommand** /*response*/) override {
-    if (g_behaviour.sendFails)
-      return 0;
-    if (command->getCode() == TDataRequestCommand::kCode) {
-      TDataRequestCommand* request = static_cast<TDataRequestCommand*>(command);
-      if (g_behaviour.echo && !g_lastSection.empty()) {
-        std::vector<unsigned char> copy(g_lastSection);
-        OstrelGingaCommonCore::getInstance()->injectData(
-            request->getTunerId(), request->getPid(), request->getTableId(),
-            request->getTableIdExt(), nullptr, copy.data(), static_cast<unsigned int>(copy.size()));
-      }
-      if (request->getOpen())
-        closeOpenRequest(request);
-    }
-    return 1;
+// The server accepts (or refuses) every command. An open data request is
+// closed at once, as by a server whose filter found nothing; with echo the
+// last section is delivered first, from inside send, before the request is
+// followed.
+int execute(TCommand* command) {
+  if (g_behaviour.sendFails)
+    return 0;
+  if (command->getCode() == TDataRequestCommand::kCode && g_behaviour.echo &&
+      !g_lastSection.empty()) {
+    TDataRequestCommand* request = static_cast<TDataRequestCommand*>(command);
+    std::vector<unsigned char> copy(g_lastSection);
+    OstrelGingaCommonCore::getInstance()->injectData(
+        request->getTunerId(), request->getPid(), request->getTableId(), request->getTableIdExt(),
+        nullptr, copy.data(), static_cast<unsigned int>(copy.size()));
   }
-};
+  return 1;
+}
 
 void setUp() {
   static bool done = false;
@@ -163,7 +158,8 @@ void setUp() {
   done = true;
   ostrel_log_set_sink(&noLog, nullptr);
   Cacher::s_iMaxCacheSize = 1024;  // a few sections per tuner: the caches evict
-  static FuzzServer server;
+  static OstrelTest::RecordingServer server(true, true);  // records nothing, closes requests
+  server.setExecuteHook(&execute);
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   core->setServer(&server);
   core->setRequestNotificationCallback(&callback);

@@ -1,5 +1,3 @@
-# Table requests, data injection and the whole road through the core.
-ostrel_add_test(core_requests_test core_requests_test.cpp)
-ostrel_add_test(core_injection_test core_injection_test.cpp)
-ostrel_add_test(core_end_to_end_test core_end_to_end_test.cpp)
-ostrel_add_test(core_stress_test core_stress_test.cpp)
+# The core: its command dispatch and synchronous operations, its table
+# requests and the injected data that answers them.
+ostrel_add_test(core_test core_test.cpp)

@@ -212,10 +212,11 @@ class Decoder {
     m_pHandle = dvbpsi_new(nullptr, DVBPSI_MSG_NONE);
     switch (table) {
       case kPat:
-        dvbpsi_pat_attach(m_pHandle, &Decoder::onPat, this);
+        dvbpsi_pat_attach(m_pHandle, &Decoder::on<dvbpsi_pat_t, dvbpsi_pat_delete>, this);
         break;
       case kPmt:
-        dvbpsi_pmt_attach(m_pHandle, programNumber, &Decoder::onPmt, this);
+        dvbpsi_pmt_attach(m_pHandle, programNumber, &Decoder::on<dvbpsi_pmt_t, dvbpsi_pmt_delete>,
+                          this);
         break;
       case kSi:
         dvbpsi_AttachDemux(m_pHandle, &Decoder::onNewSubtable, this);
@@ -258,28 +259,20 @@ class Decoder {
       m_strLast = describe(table);
     destroy(table);
   }
-  static void onPat(void* self, dvbpsi_pat_t* t) {
-    static_cast<Decoder*>(self)->done(t, dvbpsi_pat_delete);
-  }
-  static void onPmt(void* self, dvbpsi_pmt_t* t) {
-    static_cast<Decoder*>(self)->done(t, dvbpsi_pmt_delete);
-  }
-  static void onNit(void* self, dvbpsi_nit_t* t) {
-    static_cast<Decoder*>(self)->done(t, dvbpsi_nit_delete);
-  }
-  static void onSdt(void* self, dvbpsi_sdt_t* t) {
-    static_cast<Decoder*>(self)->done(t, dvbpsi_sdt_delete);
-  }
-  static void onTot(void* self, dvbpsi_tot_t* t) {
-    static_cast<Decoder*>(self)->done(t, dvbpsi_tot_delete);
+  template <class T, void (*destroy)(T*)>
+  static void on(void* self, T* t) {
+    static_cast<Decoder*>(self)->done(t, destroy);
   }
   static void onNewSubtable(dvbpsi_t* handle, uint8_t tableId, uint16_t extension, void* self) {
     if (tableId == 0x40 || tableId == 0x41) {
-      dvbpsi_nit_attach(handle, tableId, extension, &Decoder::onNit, self);
+      dvbpsi_nit_attach(handle, tableId, extension, &Decoder::on<dvbpsi_nit_t, dvbpsi_nit_delete>,
+                        self);
     } else if (tableId == 0x42 || tableId == 0x46) {
-      dvbpsi_sdt_attach(handle, tableId, extension, &Decoder::onSdt, self);
+      dvbpsi_sdt_attach(handle, tableId, extension, &Decoder::on<dvbpsi_sdt_t, dvbpsi_sdt_delete>,
+                        self);
     } else if (tableId == 0x70 || tableId == 0x73) {
-      dvbpsi_tot_attach(handle, tableId, extension, &Decoder::onTot, self);
+      dvbpsi_tot_attach(handle, tableId, extension, &Decoder::on<dvbpsi_tot_t, dvbpsi_tot_delete>,
+                        self);
     }
   }
 

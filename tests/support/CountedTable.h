@@ -18,7 +18,8 @@ class CountedTable : public Ostrel::TISDBTTable {
       : Ostrel::TISDBTTable(type), m_destroyed(destroyed) {}
   ~CountedTable() override {
     m_magic = kDead;
-    if (m_destroyed) ++*m_destroyed;
+    if (m_destroyed)
+      ++*m_destroyed;
   }
 
   bool isAlive() const { return m_magic == kAlive; }

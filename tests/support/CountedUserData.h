@@ -8,7 +8,6 @@ namespace OstrelTest {
 // User data that counts its releases; pass &CountedUserData::release.
 struct CountedUserData {
   std::atomic<int> releases{0};
-  int tag = 0;
 
   static void release(void* userData) { ++static_cast<CountedUserData*>(userData)->releases; }
 };

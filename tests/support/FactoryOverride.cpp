@@ -27,10 +27,13 @@ FactoryOverride::~FactoryOverride() {
   s_active = nullptr;
 }
 
-int FactoryOverride::requests() const { return s_requests; }
+int FactoryOverride::requests() const {
+  return s_requests;
+}
 
 Ostrel::TCommand* FactoryOverride::hook(unsigned short code) {
-  if (code != s_code) return Ostrel::TCommand::createDefault(code);
+  if (code != s_code)
+    return Ostrel::TCommand::createDefault(code);
   ++s_requests;
   return s_make();
 }

@@ -23,12 +23,6 @@ class FactoryOverride {
   static Ostrel::TCommand* hook(unsigned short code);
 };
 
-// The factory gives null for code while it lives.
-class FactoryFailure : public FactoryOverride {
- public:
-  explicit FactoryFailure(unsigned short code) : FactoryOverride(code, [] { return nullptr; }) {}
-};
-
 }  // namespace OstrelTest
 
 #endif

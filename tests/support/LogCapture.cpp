@@ -4,9 +4,13 @@
 
 namespace OstrelTest {
 
-LogCapture::LogCapture() { ostrel_log_set_sink(&LogCapture::sink, this); }
+LogCapture::LogCapture() {
+  ostrel_log_set_sink(&LogCapture::sink, this);
+}
 
-LogCapture::~LogCapture() { ostrel_log_set_sink(nullptr, nullptr); }
+LogCapture::~LogCapture() {
+  ostrel_log_set_sink(nullptr, nullptr);
+}
 
 void LogCapture::sink(int level, const char* module, const char* message, void* context) {
   auto* self = static_cast<LogCapture*>(context);
@@ -22,14 +26,16 @@ std::vector<LogLine> LogCapture::lines() const {
 std::vector<std::string> LogCapture::messages() const {
   std::lock_guard<std::mutex> lock(m_mutex);
   std::vector<std::string> out;
-  for (const auto& line : m_lines) out.push_back(line.message);
+  for (const auto& line : m_lines)
+    out.push_back(line.message);
   return out;
 }
 
 int LogCapture::count(const std::string& message) const {
   std::lock_guard<std::mutex> lock(m_mutex);
   int n = 0;
-  for (const auto& line : m_lines) n += line.message == message;
+  for (const auto& line : m_lines)
+    n += line.message == message;
   return n;
 }
 

@@ -1,5 +1,9 @@
 #include "RecordingServer.h"
 
+#include <tuple>
+
+#include "GingaDataDestination.h"
+
 #include "TDataRequestCommand.h"
 #include "TNotifyStatusChange.h"
 #include "TReleaseKeyCommand.h"
@@ -18,40 +22,28 @@ RecordedCommand snapshot(TCommand* command) {
   r.code = command->getCode();
   r.endPoint = command->getEndPoint();
   if (auto* key = dynamic_cast<TTableKeyCommand*>(command)) {
-    r.tunerId = key->getTunerId();
-    r.pid = key->getPid();
-    r.tableId = key->getTableId();
-    r.tableIdExt = key->getTableIdExt();
+    std::tie(r.tunerId, r.pid, r.tableId, r.tableIdExt) =
+        std::make_tuple(key->getTunerId(), key->getPid(), key->getTableId(), key->getTableIdExt());
   }
   if (auto* data = dynamic_cast<TDataRequestCommand*>(command)) {
-    r.open = data->getOpen();
-    r.timeOut = data->getTimeOut();
-    r.requestCounter = data->getRequestCounter();
+    std::tie(r.open, r.timeOut, r.requestCounter) =
+        std::make_tuple(data->getOpen(), data->getTimeOut(), data->getRequestCounter());
   }
   if (auto* reserve = dynamic_cast<TReserveKeyCommand*>(command)) {
-    r.keyCode = reserve->getKeyCode();
-    r.listenerId = reserve->getListenerId();
+    std::tie(r.keyCode, r.listenerId) =
+        std::make_tuple(reserve->getKeyCode(), reserve->getListenerId());
   }
-  if (auto* release = dynamic_cast<TReleaseKeyCommand*>(command)) {
+  if (auto* release = dynamic_cast<TReleaseKeyCommand*>(command))
     r.keyCode = release->getKeyCode();
-  }
-  if (auto* app = dynamic_cast<TAppCommand*>(command)) {
+  if (auto* app = dynamic_cast<TAppCommand*>(command))
     r.appId = app->getAppId();
-  }
   if (auto* status = dynamic_cast<TNotifyStatusChange*>(command)) {
     r.notificationCode = status->getNotificationCode();
   }
-  if (auto* video = dynamic_cast<TVideoCommand*>(command)) {
-    r.tsId = video->getTsId();
-    r.layerId = video->getLayerId();
-    r.sx = video->getSx();
-    r.sy = video->getSy();
-    r.sw = video->getSw();
-    r.sh = video->getSh();
-    r.dx = video->getDx();
-    r.dy = video->getDy();
-    r.dw = video->getDw();
-    r.dh = video->getDh();
+  if (auto* v = dynamic_cast<TVideoCommand*>(command)) {
+    std::tie(r.tsId, r.layerId, r.sx, r.sy, r.sw, r.sh, r.dx, r.dy, r.dw, r.dh) =
+        std::make_tuple(v->getTsId(), v->getLayerId(), v->getSx(), v->getSy(), v->getSw(),
+                        v->getSh(), v->getDx(), v->getDy(), v->getDw(), v->getDh());
   }
   return r;
 }
@@ -64,16 +56,37 @@ int RecordingServer::execute(TCommand* command, TCommand** response) {
   AnswerMaker makeAnswer;
   {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_commands.push_back(snapshot(command));
+    if (!m_quiet)
+      m_commands.push_back(snapshot(command));
     hook = m_hook;
     auto r = m_results.find(command->getCode());
-    if (r != m_results.end()) result = r->second;
+    if (r != m_results.end())
+      result = r->second;
     auto a = m_answers.find(command->getCode());
-    if (a != m_answers.end()) makeAnswer = a->second;
+    if (a != m_answers.end())
+      makeAnswer = a->second;
   }
-  if (hook) hook(command);
-  if (makeAnswer && response) *response = makeAnswer();
+  if (hook) {
+    const int decided = hook(command);
+    if (decided != kConfigured)
+      result = decided;
+  }
+  if (makeAnswer && response)
+    *response = makeAnswer();
+  auto* request = dynamic_cast<TDataRequestCommand*>(command);
+  if (m_close && result && request && request->getOpen())
+    closeOpenRequest(request);
   return result;
+}
+
+int RecordingServer::deliver(int tunerId, short pid, short tableId, short tableIdExt,
+                             std::vector<unsigned char> section) {
+  GingaDataDestination* destination = getDataDestination();
+  if (!destination)
+    return 0;
+  return destination->injectData(tunerId, pid, tableId, tableIdExt, nullptr,
+                                 section.empty() ? nullptr : section.data(),
+                                 static_cast<unsigned int>(section.size()));
 }
 
 void RecordingServer::waitBusyCommands() {

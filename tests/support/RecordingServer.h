@@ -9,6 +9,7 @@
 
 #include "GingaServer.h"
 #include "TCommand.h"
+#include "TISDBTTable.h"
 
 namespace OstrelTest {
 
@@ -35,11 +36,19 @@ struct RecordedCommand {
 // A server that records each command, then answers with the result and the
 // answer object configured for its code (default: success, no answer). Open
 // data requests stay held by the base server until it is destroyed, unless a
-// test closes them. Thread-safe.
+// test closes them or closeOpenRequests is set. Thread-safe. Tests, benchmarks,
+// fuzz targets, tools and examples all use it as their server.
 class RecordingServer : public Ostrel::GingaServer {
  public:
   using AnswerMaker = std::function<Ostrel::TCommand*()>;
-  using ExecuteHook = std::function<void(Ostrel::TCommand*)>;
+  // Returns the result of execute, or kConfigured for the one set by setResult.
+  using ExecuteHook = std::function<int(Ostrel::TCommand*)>;
+  static const int kConfigured = -1;
+
+  // quiet: records nothing (for loops of millions); closeOpenRequests: an open
+  // data request is closed (deleted) as soon as it has been executed.
+  explicit RecordingServer(bool quiet = false, bool closeOpenRequests = false)
+      : m_quiet(quiet), m_close(closeOpenRequests) {}
 
   int execute(Ostrel::TCommand* command, Ostrel::TCommand** response) override;
   void waitBusyCommands() override;
@@ -48,6 +57,9 @@ class RecordingServer : public Ostrel::GingaServer {
   void setAnswer(unsigned short code, AnswerMaker makeAnswer);
   // Runs after recording, before answering, on the sending thread.
   void setExecuteHook(ExecuteHook hook);
+  // Delivers a section to the data destination, as the server's filter does.
+  int deliver(int tunerId, short pid, short tableId, short tableIdExt,
+              std::vector<unsigned char> section);
 
   std::vector<RecordedCommand> commands() const;
   size_t commandCount() const;
@@ -61,7 +73,17 @@ class RecordingServer : public Ostrel::GingaServer {
   std::map<unsigned short, AnswerMaker> m_answers;
   ExecuteHook m_hook;
   int m_waits = 0;
+  const bool m_quiet;
+  const bool m_close;
 };
+
+// A notification callback that counts notifications in the long that the
+// user data points to, if any, and accepts each.
+inline int countingCallback(unsigned int, unsigned char, void* userData, Ostrel::TISDBTTable*) {
+  if (userData)
+    ++*static_cast<long*>(userData);
+  return 1;
+}
 
 }  // namespace OstrelTest
 

@@ -54,9 +54,9 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
 #endif
 
 #include "Cacher.h"
-#include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"
 #include "OstrelLogger.h"
+#include "RecordingServer.h"
 #include "RequestFollower.h"
 #include "TCommand.h"
 #include "TDataRequestCommand.h"
@@ -370,31 +370,18 @@ void logSink(int, const char*, const char*, void*) {
 // ---- The server and its delivery thread ----
 
 // Takes every data request: an open one is queued for the delivery thread,
-// due a few milliseconds later (a filter takes a moment), and closed at once;
-// one in a hundred is refused. A synchronous one succeeds nineteen times in
-// twenty.
-class SoakServer : public GingaServer {
+// due a few milliseconds later (a filter takes a moment), and closed at once
+// (by the recording server, which records nothing here); one in a hundred is
+// refused. A synchronous one succeeds nineteen times in twenty.
+class SoakServer : public OstrelTest::RecordingServer {
  public:
   struct Wanted {
     Key key;
     Clock::time_point due;
   };
 
-  int execute(TCommand* command, TCommand** /*response*/) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    unsigned int roll = m_random() % 100;
-    if (command->getCode() == TSyncDataRequestCommand::kCode)
-      return roll < 95 ? 1 : 0;
-    if (command->getCode() != TDataRequestCommand::kCode || roll == 0)
-      return 0;
-    TDataRequestCommand* request = static_cast<TDataRequestCommand*>(command);
-    Wanted wanted{
-        {request->getTunerId(), request->getPid(), request->getTableId(), request->getTableIdExt()},
-        Clock::now() + std::chrono::microseconds(500 + m_random() % 4500)};
-    m_wanted.push_back(wanted);
-    if (request->getOpen())
-      closeOpenRequest(request);  // deletes it; only this lock is held
-    return 1;
+  SoakServer() : RecordingServer(true, true) {
+    setExecuteHook([this](TCommand* command) { return decide(command); });
   }
 
   // The requests due by now, in order of arrival.
@@ -416,6 +403,21 @@ class SoakServer : public GingaServer {
   }
 
  private:
+  int decide(TCommand* command) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    unsigned int roll = m_random() % 100;
+    if (command->getCode() == TSyncDataRequestCommand::kCode)
+      return roll < 95 ? 1 : 0;
+    if (command->getCode() != TDataRequestCommand::kCode || roll == 0)
+      return 0;
+    TDataRequestCommand* request = static_cast<TDataRequestCommand*>(command);
+    Wanted wanted{
+        {request->getTunerId(), request->getPid(), request->getTableId(), request->getTableIdExt()},
+        Clock::now() + std::chrono::microseconds(500 + m_random() % 4500)};
+    m_wanted.push_back(wanted);
+    return 1;
+  }
+
   std::mutex m_mutex;
   std::mt19937 m_random{7};
   std::deque<Wanted> m_wanted;
