@@ -13,10 +13,8 @@ add_library(ostrel_core_fuzzed STATIC
   ${OSTREL_ROOT}/core/OstrelGingaCommonCore_video.cpp
   ${OSTREL_ROOT}/cache/Cacher.cpp
   ${OSTREL_ROOT}/cache/CacherItem.cpp
-  ${OSTREL_ROOT}/follower/ItemTree.cpp
   ${OSTREL_ROOT}/follower/RequestFollower.cpp
   ${OSTREL_ROOT}/follower/RequestFollowerItem.cpp
-  ${OSTREL_ROOT}/follower/RequestFollower_monitor.cpp
   ${OSTREL_ROOT}/platform/commands/GingaServer.cpp
   ${OSTREL_ROOT}/platform/commands/TAppCommand.cpp
   ${OSTREL_ROOT}/platform/commands/TCommand.cpp
