@@ -49,7 +49,7 @@ extern "C" int gettimeofday(struct timeval* __restrict t, void* __restrict) noex
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
-void* operator new(std::size_t size) {
+__attribute__((noinline)) void* operator new(std::size_t size) {
   void* p = std::malloc(size ? size : 1);
   if (!p || (pthread_equal(pthread_self(), s_testThread) && s_failAfter.fetch_sub(1) == 0)) {
     std::free(p);
@@ -57,10 +57,10 @@ void* operator new(std::size_t size) {
   }
   return p;
 }
-void operator delete(void* p) noexcept {
+__attribute__((noinline)) void operator delete(void* p) noexcept {
   std::free(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept {
   std::free(p);
 }
 
@@ -76,8 +76,10 @@ std::function<int(unsigned int id, void* userData)> s_hook;
 
 class Follower : public ::testing::Test {
  protected:
-  void SetUp() override {
+  void SetUp() override {  // the previous test's monitor has ended
     s_mode = kReal;
+    s_hook = nullptr;
+    s_reports.clear();
     Ostrel::OstrelGingaCommonCore::getInstance()->setRequestNotificationCallback(&recordReport);
   }
   void TearDown() override { RequestFollower::destroy(); }
@@ -261,7 +263,7 @@ TEST_F(Follower, ChangesOfThePendingRequestsWakeTheMonitor) {
       {"remove by key, a match", [] { takeByKey(0x11, 0x42); }},
       {"remove by key, no match", [] { takeByKey(0x11, 0x42, 5); }},
       {"add", [] { add(4, 0x11, 0x42, tv(5, 0)); }}};
-  long reads = 0;
+  long reads = s_monitorReads;
   for (const auto& c : changes) {
     ASSERT_TRUE(eventually([&] { return s_monitorReads > reads; })) << c.first;
     RequestFollower::get(99u);
@@ -393,9 +395,9 @@ TEST_F(Follower, AgreesWithAPlainModelOverRandomOperations) {
   std::vector<Item*> model;
   std::map<unsigned int, Item*> byId;
   auto sorted = [&](std::function<bool(Item*)> keep) {
-    std::vector<Item*> v;
+    ItemList v;  // list::sort is stable and allocates nothing
     std::copy_if(model.begin(), model.end(), std::back_inserter(v), keep);
-    std::stable_sort(v.begin(), v.end(), Item::TimevalComparator());
+    v.sort(Item::TimevalComparator());
     return v;
   };
   auto forget = [&](Item* item) {
@@ -431,8 +433,7 @@ TEST_F(Follower, AgreesWithAPlainModelOverRandomOperations) {
     } else {
       std::unique_ptr<ItemList> got(op < 17 ? RequestFollower::get(tuner, pid, tableId, ext)
                                             : RequestFollower::remove(tuner, pid, tableId, ext));
-      ASSERT_EQ(sorted([&](Item* i) { return i->match(tuner, pid, tableId, ext); }),
-                std::vector<Item*>(got->begin(), got->end()));
+      ASSERT_EQ(sorted([&](Item* i) { return i->match(tuner, pid, tableId, ext); }), *got);
       for (Item* item : op >= 17 ? *got : ItemList())
         forget(item);
     }
