@@ -195,11 +195,12 @@ TEST_F(Follower, EachPidAndTableIdIsFollowedOrRefusedAsTheCategoriesSay) {
 }
 
 TEST_F(Follower, DeadlineIsTheClockPlusTheTimeOutWithCarryAndSaturation) {
-  const long long t = realSeconds() + 100000, max = std::numeric_limits<time_t>::max();
+  const long long t = realSeconds() + 100000, max = std::numeric_limits<time_t>::max(),
+                  min = std::numeric_limits<time_t>::min();
   const long long cases[][6] = {
       // clock, time-out, deadline
       {t, 600000, 1, 400000, t + 2, 0},      {t, 600000, 1, 399999, t + 1, 999999},
-      {t, 999999, 0, 1, t + 1, 0},           {t, 0, 0, 0, t, 0},
+      {t, 999999, 0, 1, t + 1, 0},           {min + 5, 999999, -10, 0, min, 0},
       {max - 5, 900000, 10, 2, max, 999999}, {max, 999999, 0, 1, max, 999999}};
   for (const auto& c : cases) {
     setClock(c[0], c[1]);
