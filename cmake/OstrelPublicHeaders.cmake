@@ -7,9 +7,6 @@
 set(OSTREL_PUBLIC_HEADERS
   common/OstrelExport.h
   core/OstrelGingaCommonCore.h
-  follower/ItemLinks.h
-  follower/IntrusiveList.h
-  follower/ItemTree.h
   follower/RequestFollower.h
   follower/RequestFollowerItem.h
   cache/Cacher.h

@@ -1,13 +1,16 @@
 // The registry of outstanding requests: instance, categories, add, get and
-// remove, and the teardown.
+// remove, the teardown, and the monitor thread that reports time-outs.
 #include "RequestFollower.h"
 
 #include <sched.h>
 
 #include <limits>
+#include <memory>
 
-#include "OstrelLogger.h"
+#include "OstrelGingaCommonCore.h"
+#include "OstrelLog.h"
 #include "ScopedLock.h"
+#include "TableRules.h"
 
 namespace Ostrel {
 
@@ -16,96 +19,103 @@ namespace {
 const char* const kModule = "RequestFollower";
 const long kMicrosecondsPerSecond = 1000000L;
 
-// The time-out list's order (RequestFollowerItem::TimevalComparator), on the
-// deadlines kept in the links.
-inline bool earlier(const timeval& a, const timeval& b) {
+// Set on every monitor thread, of whichever instance.
+thread_local bool s_bOnMonitorThread = false;
+
+// RequestFollowerItem::TimevalComparator's order.
+bool earlier(const timeval& a, const timeval& b) {
   return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_usec < b.tv_usec;
+}
+
+// now + timeOut with the microsecond carry. False for microseconds outside
+// 0..999999, which would give the monitor an invalid wait limit. Seconds
+// saturate instead of overflowing a 32-bit time_t.
+bool deadlineAfter(const timeval& now, const timeval& timeOut, timeval* deadline) {
+  if (timeOut.tv_usec < 0 || timeOut.tv_usec >= kMicrosecondsPerSecond || now.tv_usec < 0 ||
+      now.tv_usec >= kMicrosecondsPerSecond) {
+    return false;
+  }
+  const long usec = now.tv_usec + timeOut.tv_usec;
+  const time_t carry = usec >= kMicrosecondsPerSecond ? 1 : 0;
+  const time_t maxSec = std::numeric_limits<time_t>::max();
+  const time_t minSec = std::numeric_limits<time_t>::min();
+  const bool over = timeOut.tv_sec >= 0 && now.tv_sec > maxSec - timeOut.tv_sec - carry;
+  const bool under = timeOut.tv_sec < 0 && now.tv_sec < minSec - timeOut.tv_sec;
+  deadline->tv_sec = over ? maxSec : under ? minSec : now.tv_sec + timeOut.tv_sec + carry;
+  deadline->tv_usec = over ? kMicrosecondsPerSecond - 1 : under ? 0 : usec - carry * 1000000L;
+  return true;
 }
 
 }  // namespace
 
-std::atomic<RequestFollower*> RequestFollower::s_pInstance(NULL);
+RequestFollower* RequestFollower::s_pInstance = NULL;
 pthread_mutex_t RequestFollower::s_pSingMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
-void RequestFollower::log(const char* format) {
-  ostrel_log_std_generic(4, kModule, format, kModule);
+bool RequestFollower::Key::operator<(const Key& other) const {
+  return iTunerId != other.iTunerId   ? iTunerId < other.iTunerId
+         : sPid != other.sPid         ? sPid < other.sPid
+         : sTableId != other.sTableId ? sTableId < other.sTableId
+                                      : sTableIdExt < other.sTableIdExt;
 }
 
 // ---- Instance ----
 
+// The monitor thread is joinable, so that the teardown can wait for its end.
+// A failure to start it leaves m_thread at 0: requests are still followed but
+// never time out.
 RequestFollower::RequestFollower()
-    : m_thread(pthread_t()), m_iStop(0), m_iWakeMonitor(0), m_iWakers(0) {
+    : m_thread(pthread_t()), m_iStop(0), m_iWakeMonitor(0), m_iWakers(0), m_ulSequence(0) {
   pthread_cond_init(&m_cond, NULL);
-  startMonitor();
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_JOINABLE);
+  if (pthread_create(&m_thread, &attr, &RequestFollower::monitorThread, this) != 0) {
+    m_thread = pthread_t();
+  }
+  pthread_attr_destroy(&attr);
 }
 
 // The instance is already unreachable (destroy detached it), so nothing here
 // needs the lock except stopping the thread; the release functions run
 // without any lock of ours.
 RequestFollower::~RequestFollower() {
-  stopMonitor();
+  {
+    ScopedLock lock(&s_pSingMutex);
+    m_iStop = 1;
+    pthread_cond_broadcast(&m_cond);
+  }
+  // Without the lock: the thread needs it to leave its wait.
+  if (m_thread != pthread_t()) {
+    pthread_join(m_thread, NULL);
+    m_thread = pthread_t();
+  }
   // A caller that changed the registry before it was detached may still be
   // about to wake the monitor: the condition variable outlives that wake-up.
-  while (m_iWakers.load(std::memory_order_acquire) != 0) {
+  while (__atomic_load_n(&m_iWakers, __ATOMIC_ACQUIRE) != 0) {
     sched_yield();
   }
-  // The items' links still chain them together after the containers have
-  // forgotten them; each link is read before its item is deleted.
-  TimeOutList::iterator it = m_lstTimeOut.begin();
-  const TimeOutList::iterator end = m_lstTimeOut.end();
-  CategoryList* categories[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
-                                &m_lstEitSchedule, &m_lstTot, &m_lstPid26, &m_lstPmt};
-  for (size_t i = 0; i < sizeof(categories) / sizeof(categories[0]); ++i) {
-    categories[i]->clear();
+  // The key index holds every pending item exactly once.
+  for (KeyIndex::iterator it = m_mapKey.begin(); it != m_mapKey.end(); ++it) {
+    delete it->second.pItem;
   }
-  m_mapRequestId.clear();
-  m_treeDeadline.clear();
-  m_treeKey.clear();
-  while (it != end) {
-    RequestFollowerItem* item = *it;
-    ++it;
-    deleteItem(item);
-  }
-  m_lstTimeOut.clear();
   pthread_cond_destroy(&m_cond);
 }
 
-// GCC follows the item back to the list link it was found through and takes
-// the item for an interior pointer of that link's block; the item's own
-// operator delete frees the block from its start.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wfree-nonheap-object"
-#endif
-void RequestFollower::deleteItem(RequestFollowerItem* item) {
-  delete item;
-}
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic pop
-#endif
-
 bool RequestFollower::getInstance() {
-  if (s_pInstance.load(std::memory_order_acquire)) {
+  if (__atomic_load_n(&s_pInstance, __ATOMIC_ACQUIRE)) {
     return true;
   }
   {
     ScopedLock lock(&s_pSingMutex);
-    if (!s_pInstance.load(std::memory_order_relaxed)) {
-      s_pInstance.store(new RequestFollower(), std::memory_order_release);
+    if (!__atomic_load_n(&s_pInstance, __ATOMIC_RELAXED)) {
+      __atomic_store_n(&s_pInstance, new RequestFollower(), __ATOMIC_RELEASE);
     }
   }
-  if (s_pInstance.load(std::memory_order_acquire)) {
+  if (__atomic_load_n(&s_pInstance, __ATOMIC_ACQUIRE)) {
     return true;
   }
-  log("%s: Could not initialize it!");
+  ostrelLog(kModule, "%s: Could not initialize it!");
   return false;
-}
-
-// The instance under the lock, or null: getInstance() has run, but a
-// concurrent destroy may have detached it since.
-// REQUIRES: s_pSingMutex held.
-RequestFollower* RequestFollower::instance() {
-  return s_pInstance.load(std::memory_order_relaxed);
 }
 
 // The pointer is detached under the lock and the instance torn down without
@@ -114,18 +124,18 @@ RequestFollower* RequestFollower::instance() {
 // lock in a report and would wait for itself or deadlock with the thread it
 // joins, so it may not tear down.
 bool RequestFollower::destroy() {
-  if (onMonitorThread()) {
-    log("%s: destroy: ERROR: Not allowed on the monitor thread.");
+  if (s_bOnMonitorThread) {
+    ostrelLog(kModule, "%s: destroy: ERROR: Not allowed on the monitor thread.");
     return false;
   }
   RequestFollower* follower = NULL;
   {
     ScopedLock lock(&s_pSingMutex);
-    follower = instance();
-    s_pInstance.store(NULL, std::memory_order_release);
+    follower = __atomic_load_n(&s_pInstance, __ATOMIC_RELAXED);
+    __atomic_store_n(&s_pInstance, static_cast<RequestFollower*>(NULL), __ATOMIC_RELEASE);
   }
   if (!follower) {
-    log("%s: Instance not found!");
+    ostrelLog(kModule, "%s: Instance not found!");
     return false;
   }
   delete follower;
@@ -134,114 +144,86 @@ bool RequestFollower::destroy() {
 
 // ---- Public operations ----
 
+// One public operation: the lock and the instance read again under it (null
+// when a concurrent destroy has detached it, or there is none). A change of
+// the pending requests is announced to the monitor once the lock is let go,
+// so that the monitor does not wake only to wait for the lock; m_iWakers
+// keeps the registry alive until then.
+class OSTREL_LOCAL RequestFollower::Call {
+ public:
+  Call() : m_bLocked(getInstance()), m_pFollower(NULL) {
+    if (m_bLocked) {
+      pthread_mutex_lock(&s_pSingMutex);
+      m_pFollower = __atomic_load_n(&s_pInstance, __ATOMIC_RELAXED);
+    }
+  }
+  ~Call() {
+    RequestFollower* woken = NULL;
+    if (m_pFollower && m_pFollower->m_iWakeMonitor) {
+      m_pFollower->m_iWakeMonitor = 0;
+      __atomic_fetch_add(&m_pFollower->m_iWakers, 1, __ATOMIC_RELAXED);
+      woken = m_pFollower;
+    }
+    if (m_bLocked) {
+      pthread_mutex_unlock(&s_pSingMutex);
+    }
+    if (woken) {
+      pthread_cond_broadcast(&woken->m_cond);
+      __atomic_fetch_sub(&woken->m_iWakers, 1, __ATOMIC_RELEASE);
+    }
+  }
+  RequestFollower* follower() const { return m_pFollower; }
+
+ private:
+  Call(const Call&);
+  Call& operator=(const Call&);
+
+  bool m_bLocked;
+  RequestFollower* m_pFollower;
+};
+
 bool RequestFollower::add(unsigned int requestId, int tunerId, short pid, short tableId,
                           short tableIdExt, void* userData, void (*release)(void*), timeval timeOut,
                           unsigned int requestCounter) {
-  if (!getInstance()) {
-    return false;
-  }
-  bool added = false;
-  RequestFollower* woken = NULL;
-  {
-    ScopedLock lock(&s_pSingMutex);
-    RequestFollower* follower = instance();
-    added = follower && follower->__add(requestId, tunerId, pid, tableId, tableIdExt, userData,
-                                        release, timeOut, requestCounter);
-    woken = follower ? follower->__claimWake() : NULL;
-  }
-  wake(woken);
-  return added;
+  Call call;
+  return call.follower() && call.follower()->__add(requestId, tunerId, pid, tableId, tableIdExt,
+                                                   userData, release, timeOut, requestCounter);
 }
 
 RequestFollower::RequestFollowerItem* RequestFollower::get(unsigned int requestId) {
-  if (!getInstance()) {
-    return NULL;
-  }
-  ScopedLock lock(&s_pSingMutex);
-  RequestFollower* follower = instance();
-  return follower ? follower->__get(requestId) : NULL;
+  Call call;
+  return call.follower() ? call.follower()->__get(requestId) : NULL;
 }
 
 std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::get(int tunerId, short pid,
                                                                        short tableId,
                                                                        short tableIdExt) {
-  if (!getInstance()) {
-    return new ItemPtrList();
-  }
-  ScopedLock lock(&s_pSingMutex);
-  RequestFollower* follower = instance();
-  return follower ? follower->__get(tunerId, pid, tableId, tableIdExt) : new ItemPtrList();
+  Call call;
+  return call.follower() ? call.follower()->__get(tunerId, pid, tableId, tableIdExt)
+                         : new ItemPtrList();
 }
 
 RequestFollower::RequestFollowerItem* RequestFollower::remove(unsigned int requestId) {
-  if (!getInstance()) {
-    return NULL;
-  }
-  RequestFollowerItem* item = NULL;
-  RequestFollower* woken = NULL;
-  {
-    ScopedLock lock(&s_pSingMutex);
-    RequestFollower* follower = instance();
-    item = follower ? follower->__remove(requestId) : NULL;
-    woken = follower ? follower->__claimWake() : NULL;
-  }
-  wake(woken);
-  return item;
+  Call call;
+  return call.follower() ? call.follower()->__remove(requestId) : NULL;
 }
 
 std::list<RequestFollower::RequestFollowerItem*>* RequestFollower::remove(int tunerId, short pid,
                                                                           short tableId,
                                                                           short tableIdExt) {
-  if (!getInstance()) {
-    return new ItemPtrList();
-  }
-  ItemPtrList* taken = NULL;
-  RequestFollower* woken = NULL;
-  {
-    ScopedLock lock(&s_pSingMutex);
-    RequestFollower* follower = instance();
-    taken = follower ? follower->__remove(tunerId, pid, tableId, tableIdExt) : new ItemPtrList();
-    woken = follower ? follower->__claimWake() : NULL;
-  }
-  wake(woken);
-  return taken;
+  Call call;
+  return call.follower() ? call.follower()->__remove(tunerId, pid, tableId, tableIdExt)
+                         : new ItemPtrList();
 }
 
-// ---- Waking the monitor ----
-
-// A change of the pending requests is announced to the monitor once the
-// caller has let go of the lock, so that the monitor does not wake only to
-// wait for that lock. The registry stays alive until the wake-up is done.
-// REQUIRES: s_pSingMutex held.
-RequestFollower* RequestFollower::__claimWake() {
-  if (!m_iWakeMonitor) {
-    return NULL;
-  }
-  m_iWakeMonitor = 0;
-  m_iWakers.fetch_add(1, std::memory_order_relaxed);
-  return this;
-}
-
-// Broadcasts for a registry returned by __claimWake (null: nothing to do).
-// Without the lock, or with it held only by an outer caller on this thread.
-void RequestFollower::wake(RequestFollower* follower) {
-  if (!follower) {
-    return;
-  }
-  pthread_cond_broadcast(&follower->m_cond);
-  follower->m_iWakers.fetch_sub(1, std::memory_order_release);
-}
-
-// ---- Bodies ----
-
-// The item (with its links) is the only allocation: once it is made, filing it
-// cannot fail, so an allocation failure passes to the caller with the registry
-// as it was and the user data still the caller's.
+// Every node is made before the item: an allocation failure undoes what was
+// made and passes to the caller with the registry as it was and the user data
+// still the caller's.
 // REQUIRES: s_pSingMutex held.
 bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, short tableId,
                             short tableIdExt, void* userData, void (*release)(void*),
                             timeval timeOut, unsigned int requestCounter) {
-  CategoryList* category = getSpecificList(pid, tableId, tableIdExt);
+  ItemPtrList* category = getSpecificList(pid, tableId, tableIdExt);
   if (!category) {
     return false;
   }
@@ -250,49 +232,77 @@ bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, shor
   if (gettimeofday(&now, NULL) != 0 || !deadlineAfter(now, timeOut, &deadline)) {
     return false;
   }
-  RequestFollowerItem* item = new RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt,
-                                                      userData, release, deadline, requestCounter);
-  __file(item, category);
-  // A repeated id is re-pointed: the earlier item stays pending, by key only.
-  __fileId(item);
+  // After the last item due no later than this one: the tail itself unless
+  // the clock stepped back or the time-out is not the category's usual one.
+  ItemPtrList::iterator where = category->end();
+  while (where != category->begin()) {
+    ItemPtrList::iterator before = where;
+    if (!earlier(deadline, (*--before)->getTimeOut())) {
+      break;
+    }
+    where = before;
+  }
+  Slot slot = {NULL, m_ulSequence, category->insert(where, NULL)};
+  const Key key = {tunerId, pid, tableId, tableIdExt};
+  KeyIndex::iterator keyed = m_mapKey.end();
+  std::pair<IdIndex::iterator, bool> id(m_mapRequestId.end(), false);
+  RequestFollowerItem* item = NULL;
+  try {
+    keyed = m_mapKey.insert(KeyIndex::value_type(key, slot));
+    // A repeated id is re-pointed: the earlier item stays pending, by key only.
+    id = m_mapRequestId.insert(
+        IdIndex::value_type(static_cast<int>(requestId), static_cast<RequestFollowerItem*>(NULL)));
+    item = new RequestFollowerItem(requestId, tunerId, pid, tableId, tableIdExt, userData, release,
+                                   deadline, requestCounter);
+  } catch (...) {
+    if (id.second) {
+      m_mapRequestId.erase(id.first);
+    }
+    if (keyed != m_mapKey.end()) {
+      m_mapKey.erase(keyed);
+    }
+    category->erase(slot.itCategory);
+    throw;
+  }
+  *slot.itCategory = item;
+  keyed->second.pItem = item;
+  id.first->second = item;
+  ++m_ulSequence;
   m_iWakeMonitor = 1;
   return true;
 }
 
 // REQUIRES: s_pSingMutex held.
 RequestFollower::RequestFollowerItem* RequestFollower::__get(unsigned int requestId) {
-  TreeLink* link = __findId(requestId);
-  return link ? itemAt(link, ItemLinks::kIdTree) : NULL;
+  IdIndex::iterator it = m_mapRequestId.find(static_cast<int>(requestId));
+  return it != m_mapRequestId.end() ? it->second : NULL;
 }
 
+// The key's items are in order of addition; a stable sort by deadline puts
+// them in deadline order, equal deadlines in order of addition.
 // REQUIRES: s_pSingMutex held.
 RequestFollower::ItemPtrList* RequestFollower::__get(int tunerId, short pid, short tableId,
                                                      short tableIdExt) {
-  ItemPtrList* found = new ItemPtrList();
-  if (!getSpecificList(pid, tableId, tableIdExt)) {
-    return found;
-  }
-  try {
-    for (TreeLink* link = __firstOfKey(tunerId, pid, tableId, tableIdExt);
-         link && itemAt(link, ItemLinks::kKeyTree)->match(tunerId, pid, tableId, tableIdExt);
-         link = ItemTree::next(link)) {
-      found->push_back(itemAt(link, ItemLinks::kKeyTree));
+  std::unique_ptr<ItemPtrList> found(new ItemPtrList());
+  if (getSpecificList(pid, tableId, tableIdExt)) {
+    const Key key = {tunerId, pid, tableId, tableIdExt};
+    std::pair<KeyIndex::iterator, KeyIndex::iterator> range = m_mapKey.equal_range(key);
+    for (KeyIndex::iterator it = range.first; it != range.second; ++it) {
+      found->push_back(it->second.pItem);
     }
-  } catch (...) {
-    delete found;
-    throw;
+    found->sort(RequestFollowerItem::TimevalComparator());
   }
-  return found;
+  return found.release();
 }
 
 // REQUIRES: s_pSingMutex held.
 RequestFollower::RequestFollowerItem* RequestFollower::__remove(unsigned int requestId) {
-  TreeLink* link = __findId(requestId);
-  if (!link) {
+  IdIndex::iterator it = m_mapRequestId.find(static_cast<int>(requestId));
+  if (it == m_mapRequestId.end()) {
     return NULL;
   }
-  RequestFollowerItem* item = itemAt(link, ItemLinks::kIdTree);
-  m_mapRequestId.unlink(link);
+  RequestFollowerItem* item = it->second;
+  m_mapRequestId.erase(it);
   __unfile(item);
   m_iWakeMonitor = 1;
   return item;
@@ -309,210 +319,168 @@ RequestFollower::ItemPtrList* RequestFollower::__remove(int tunerId, short pid, 
   for (ItemPtrList::iterator it = taken->begin(); it != taken->end(); ++it) {
     __unfile(*it);
     // Whichever item the id entry points to: ids are meant to be unique.
-    __forgetId((*it)->getRequestId());
+    m_mapRequestId.erase(static_cast<int>((*it)->getRequestId()));
   }
   m_iWakeMonitor = 1;
   return taken;
 }
 
-// ---- Categories ----
-
-// The PID rows come first; PMTs are recognised by table id on any other PID.
-RequestFollower::CategoryList* RequestFollower::getSpecificList(short pid, short tableId,
-                                                                short /*tableIdExt*/) {
-  switch (pid) {
-    case 0x0000:
-      return &m_lstPat;
-    case 0x0001:
-      return &m_lstCat;
-    case 0x0010:
-    case 0x0024:
-      return &m_lstNit;
-    case 0x0011:
-      return &m_lstSdt;
-    case 0x0012:
-      return (tableId == 0x4E || tableId == 0x4F) ? &m_lstEitPf : &m_lstEitSchedule;
-    case 0x0014:
-      return &m_lstTot;
-    case 0x0026:
-      return &m_lstPid26;
-    default:
-      return tableId == 0x02 ? &m_lstPmt : NULL;
-  }
+// The category of the key, from the table of rules the core's time-outs come
+// from: a request the core gives its default time-out is one refused here.
+RequestFollower::ItemPtrList* RequestFollower::getSpecificList(short pid, short tableId,
+                                                               short /*tableIdExt*/) {
+  ItemPtrList* const lists[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
+                                &m_lstEitSchedule, &m_lstTot, &m_lstPid26, &m_lstPmt};
+  TableRule::Category category = TableRule::of(pid, tableId).category;
+  return category == TableRule::kNone ? NULL : lists[category];
 }
 
-// ---- Filing ----
-
-// Links a new item into the time-out list (after every item whose deadline is
-// not later than its own: where a stable sort of the appended item would put
-// it), its category list and the deadline and key trees. The id index is the
-// caller's business.
+// The item's entry in the key index; the item is pending.
 // REQUIRES: s_pSingMutex held.
-void RequestFollower::__file(RequestFollowerItem* item, CategoryList* category) {
-  ItemLinks* links = ItemLinks::of(item);
-  links->tvDeadline = item->getTimeOut();
-  TreeLink* parent = NULL;
-  bool toLeft = false;
-  for (TreeLink* at = m_treeDeadline.root(); at;) {
-    parent = at;
-    toLeft =
-        earlier(links->tvDeadline, ItemLinks::ofTree(at, ItemLinks::kDeadlineTree)->tvDeadline);
-    at = toLeft ? at->pLeft : at->pRight;
+RequestFollower::KeyIndex::iterator RequestFollower::__slotOf(RequestFollowerItem* item) {
+  const Key key = {item->getTunerId(), item->getPid(), item->getTableId(), item->getTableIdExt()};
+  KeyIndex::iterator it = m_mapKey.lower_bound(key);
+  while (it->second.pItem != item) {
+    ++it;
   }
-  TreeLink* link = linkOf(item, ItemLinks::kDeadlineTree);
-  m_treeDeadline.link(parent, toLeft, link);
-  TreeLink* next = ItemTree::next(link);
-  m_lstTimeOut.insert(
-      next ? TimeOutList::positionOf(itemAt(next, ItemLinks::kDeadlineTree)) : m_lstTimeOut.end(),
-      item);
-  category->pushBack(item);
-
-  // By key, then deadline; equal ones go right, so in order of addition.
-  parent = NULL;
-  toLeft = false;
-  for (TreeLink* at = m_treeKey.root(); at;) {
-    parent = at;
-    RequestFollowerItem* other = itemAt(at, ItemLinks::kKeyTree);
-    const int order = compareKey(item, other->getTunerId(), other->getPid(), other->getTableId(),
-                                 other->getTableIdExt());
-    toLeft = order < 0 || (order == 0 && earlier(links->tvDeadline, other->getTimeOut()));
-    at = toLeft ? at->pLeft : at->pRight;
-  }
-  m_treeKey.link(parent, toLeft, linkOf(item, ItemLinks::kKeyTree));
+  return it;
 }
 
-// Takes the item out of the time-out list, its category list and the trees
-// beside them; the id index is the caller's business.
+// Takes the item out of its category list and the key index; the id index is
+// the caller's business.
 // REQUIRES: s_pSingMutex held.
 void RequestFollower::__unfile(RequestFollowerItem* item) {
-  m_lstTimeOut.erase(item);
-  getSpecificList(item->getPid(), item->getTableId(), item->getTableIdExt())->erase(item);
-  m_treeDeadline.unlink(linkOf(item, ItemLinks::kDeadlineTree));
-  m_treeKey.unlink(linkOf(item, ItemLinks::kKeyTree));
+  KeyIndex::iterator slot = __slotOf(item);
+  getSpecificList(item->getPid(), item->getTableId(), item->getTableIdExt())
+      ->erase(slot->second.itCategory);
+  m_mapKey.erase(slot);
 }
 
-// Enters the item under its id, in place of any item already there.
+// The pending item due first, or null: the earliest head of the category
+// lists, equal deadlines by order of addition.
 // REQUIRES: s_pSingMutex held.
-void RequestFollower::__fileId(RequestFollowerItem* item) {
-  const int id = static_cast<int>(item->getRequestId());
-  TreeLink* parent = NULL;
-  bool toLeft = false;
-  for (TreeLink* at = m_mapRequestId.root(); at;) {
-    const int other = static_cast<int>(itemAt(at, ItemLinks::kIdTree)->getRequestId());
-    if (id == other) {
-      m_mapRequestId.replace(at, linkOf(item, ItemLinks::kIdTree));
-      return;
+RequestFollower::RequestFollowerItem* RequestFollower::__earliest() {
+  ItemPtrList* const categories[] = {&m_lstPat, &m_lstCat,   &m_lstNit,
+                                     &m_lstSdt, &m_lstEitPf, &m_lstEitSchedule,
+                                     &m_lstTot, &m_lstPid26, &m_lstPmt};
+  RequestFollowerItem* first = NULL;
+  unsigned long firstRank = 0;
+  bool ranked = false;
+  for (size_t i = 0; i < sizeof(categories) / sizeof(categories[0]); ++i) {
+    if (categories[i]->empty()) {
+      continue;
     }
-    parent = at;
-    toLeft = id < other;
-    at = toLeft ? at->pLeft : at->pRight;
-  }
-  m_mapRequestId.link(parent, toLeft, linkOf(item, ItemLinks::kIdTree));
-}
-
-// Erases the id entry of requestId, whichever item it points to.
-// REQUIRES: s_pSingMutex held.
-void RequestFollower::__forgetId(unsigned int requestId) {
-  TreeLink* link = __findId(requestId);
-  if (link) {
-    m_mapRequestId.unlink(link);
-  }
-}
-
-// REQUIRES: s_pSingMutex held.
-TreeLink* RequestFollower::__findId(unsigned int requestId) const {
-  const int id = static_cast<int>(requestId);
-  TreeLink* at = m_mapRequestId.root();
-  while (at) {
-    const int other = static_cast<int>(itemAt(at, ItemLinks::kIdTree)->getRequestId());
-    if (id == other) {
-      return at;
+    RequestFollowerItem* head = categories[i]->front();
+    if (!first || earlier(head->getTimeOut(), first->getTimeOut())) {
+      first = head;
+      ranked = false;
+      continue;
     }
-    at = id < other ? at->pLeft : at->pRight;
+    if (earlier(first->getTimeOut(), head->getTimeOut())) {
+      continue;
+    }
+    if (!ranked) {
+      firstRank = __slotOf(first)->second.ulSequence;
+      ranked = true;
+    }
+    // Ranks are compared by difference, which stays right when they wrap.
+    const unsigned long rank = __slotOf(head)->second.ulSequence;
+    if (static_cast<long>(rank - firstRank) < 0) {
+      first = head;
+      firstRank = rank;
+    }
   }
+  return first;
+}
+
+// ---- Monitor thread ----
+
+void* RequestFollower::monitorThread(void* arg) {
+  s_bOnMonitorThread = true;
+  RequestFollower* follower = static_cast<RequestFollower*>(arg);
+  if (!follower) {
+    ostrelLog(kModule, "%s: Monitor: ERROR: RequestFollower instance not provided.");
+    pthread_exit(NULL);
+  }
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  if (!core) {
+    ostrelLog(kModule, "%s: Monitor: ERROR: GingaCommonCore instance unavailable.");
+    pthread_exit(NULL);
+  }
+  {
+    ScopedLock lock(&s_pSingMutex);
+    follower->__monitor(core);
+  }
+  pthread_exit(NULL);
   return NULL;
 }
 
-// The first pending item of the key in the key tree (its earliest), or null
-// when there is none.
-// REQUIRES: s_pSingMutex held.
-TreeLink* RequestFollower::__firstOfKey(int tunerId, short pid, short tableId,
-                                        short tableIdExt) const {
-  TreeLink* found = NULL;
-  TreeLink* at = m_treeKey.root();
-  while (at) {
-    const int order =
-        compareKey(itemAt(at, ItemLinks::kKeyTree), tunerId, pid, tableId, tableIdExt);
-    if (order < 0) {
-      at = at->pRight;
-    } else {
-      if (order == 0) {
-        found = at;
-      }
-      at = at->pLeft;
-    }
+// Untimed while nothing is pending, otherwise until the earliest deadline on
+// the gettimeofday clock (the condition variable's default clock). How the
+// wait ended does not matter: the caller looks at the clock again. False when
+// the clock cannot be read.
+// REQUIRES: s_pSingMutex held, exactly once (the wait releases one level).
+bool RequestFollower::__waitForDeadline() {
+  RequestFollowerItem* first = __earliest();
+  if (!first) {
+    pthread_cond_wait(&m_cond, &s_pSingMutex);
+    return true;
   }
-  return found;
-}
-
-// ---- Keys and deadlines ----
-
-RequestFollower::RequestFollowerItem* RequestFollower::itemAt(TreeLink* link, int tree) {
-  return ItemLinks::itemOf<RequestFollowerItem>(ItemLinks::ofTree(link, tree));
-}
-
-TreeLink* RequestFollower::linkOf(RequestFollowerItem* item, int tree) {
-  return &ItemLinks::of(item)->lnkTrees[tree];
-}
-
-// The item's key against the given one, each part signed: negative, zero or
-// positive as the item's key sorts before, with or after it.
-int RequestFollower::compareKey(const RequestFollowerItem* item, int tunerId, short pid,
-                                short tableId, short tableIdExt) {
-  if (item->getTunerId() != tunerId) {
-    return item->getTunerId() < tunerId ? -1 : 1;
-  }
-  if (item->getPid() != pid) {
-    return item->getPid() < pid ? -1 : 1;
-  }
-  if (item->getTableId() != tableId) {
-    return item->getTableId() < tableId ? -1 : 1;
-  }
-  if (item->getTableIdExt() != tableIdExt) {
-    return item->getTableIdExt() < tableIdExt ? -1 : 1;
-  }
-  return 0;
-}
-
-// now + timeOut with the microsecond carry. False for microseconds outside
-// 0..999999, which would give the monitor an invalid wait limit. Seconds
-// saturate instead of overflowing a 32-bit time_t.
-bool RequestFollower::deadlineAfter(const timeval& now, const timeval& timeOut, timeval* deadline) {
-  if (timeOut.tv_usec < 0 || timeOut.tv_usec >= kMicrosecondsPerSecond || now.tv_usec < 0 ||
-      now.tv_usec >= kMicrosecondsPerSecond) {
+  const timeval deadline = first->getTimeOut();
+  timeval now;
+  if (gettimeofday(&now, NULL) != 0) {
     return false;
   }
-  long usec = now.tv_usec + timeOut.tv_usec;
-  time_t carry = 0;
-  if (usec >= kMicrosecondsPerSecond) {
-    usec -= kMicrosecondsPerSecond;
-    carry = 1;
-  }
-  const time_t maxSec = std::numeric_limits<time_t>::max();
-  const time_t minSec = std::numeric_limits<time_t>::min();
-  time_t sec = 0;
-  if (timeOut.tv_sec >= 0 && now.tv_sec > maxSec - timeOut.tv_sec - carry) {
-    sec = maxSec;
-    usec = kMicrosecondsPerSecond - 1;
-  } else if (timeOut.tv_sec < 0 && now.tv_sec < minSec - timeOut.tv_sec) {
-    sec = minSec;
-    usec = 0;
-  } else {
-    sec = now.tv_sec + timeOut.tv_sec + carry;
-  }
-  deadline->tv_sec = sec;
-  deadline->tv_usec = usec;
+  timespec limit;
+  limit.tv_sec = deadline.tv_sec;
+  limit.tv_nsec = deadline.tv_usec * 1000L;
+  pthread_cond_timedwait(&m_cond, &s_pSingMutex, &limit);
   return true;
+}
+
+// Reports the expired pending items, earliest first, one at a time, each
+// taken out just before its report; the pass stops at the first item not yet
+// due. Looking for the earliest again after every report means that an item
+// which a callback of this pass has taken out is simply not there, and an
+// item that it adds is due at the clock or later, which this pass's reading
+// does not count as past. The stop flag is read under the lock before every
+// wait and after every return from one, so a stop is never lost.
+// REQUIRES: s_pSingMutex held.
+void RequestFollower::__monitor(OstrelGingaCommonCore* core) {
+  for (;;) {
+    if (m_iStop) {
+      return;
+    }
+    if (!__waitForDeadline()) {
+      break;
+    }
+    if (m_iStop) {
+      return;
+    }
+    timeval now;
+    if (gettimeofday(&now, NULL) != 0) {
+      break;
+    }
+    for (RequestFollowerItem* item = __earliest(); item && item->isTimedOut(now);
+         item = __earliest()) {
+      __report(core, item);
+    }
+  }
+  ostrelLog(kModule, "%s: Monitor: System fail while getting current time!");
+}
+
+// Takes the item out of every structure before the report, so that it is
+// reported at most once; deleting it afterwards releases its user data.
+// REQUIRES: s_pSingMutex held.
+void RequestFollower::__report(OstrelGingaCommonCore* core, RequestFollowerItem* item) {
+  __unfile(item);
+  m_mapRequestId.erase(static_cast<int>(item->getRequestId()));
+  if (!core->requestTimedOut(item->getRequestId(), item->getTunerId(), item->getPid(),
+                             item->getTableId(), item->getTableIdExt(), item->getUserData(),
+                             item->getTimeOut(), item->getRequestCounter())) {
+    ostrelLog(kModule, "%s: Monitor: Request timeout notification failed!");
+  }
+  delete item;
 }
 
 }  // namespace Ostrel

@@ -4,12 +4,9 @@
 #include <pthread.h>
 #include <sys/time.h>
 
-#include <atomic>
 #include <list>
+#include <map>
 
-#include "IntrusiveList.h"
-#include "ItemLinks.h"
-#include "ItemTree.h"
 #include "OstrelExport.h"
 
 namespace Ostrel {
@@ -17,13 +14,9 @@ namespace Ostrel {
 class OstrelGingaCommonCore;
 
 // The process-wide registry of outstanding asynchronous table requests. Each
-// pending request sits in the time-out list (earliest deadline first, equal
-// deadlines in order of addition), in the id index and in one of nine category
-// lists chosen by PID and table id; a request in no category is refused.
-//
-// Every list and index is threaded through links that live in the request's
-// own heap block (see RequestFollowerItem), so that following a request costs
-// one allocation, and adding or taking it out costs logarithmic time.
+// pending request sits in one of nine category lists chosen by PID and table
+// id (a request in no category is refused), under its request id and under its
+// request key.
 //
 // One recursive lock, s_pSingMutex, guards the instance pointer and all state.
 // A monitor thread, started with the instance, reports each request whose
@@ -64,7 +57,8 @@ class OSTREL_EXPORT RequestFollower {
   static RequestFollowerItem* get(unsigned int requestId);
 
   // A new list (the caller deletes it) of the pending items with exactly this
-  // key, earliest deadline first. The items stay owned by the registry.
+  // key, earliest deadline first, equal deadlines in order of addition. The
+  // items stay owned by the registry.
   static std::list<RequestFollowerItem*>* get(int tunerId, short pid, short tableId,
                                               short tableIdExt);
 
@@ -73,91 +67,83 @@ class OSTREL_EXPORT RequestFollower {
   // monitor thread: a request taken out there is never reported.
   static RequestFollowerItem* remove(unsigned int requestId);
 
-  // Takes every item with exactly this key out, earliest deadline first. The
-  // caller owns the new list and every item in it.
+  // Takes every item with exactly this key out, in the order of get by key.
+  // The caller owns the new list and every item in it.
   static std::list<RequestFollowerItem*>* remove(int tunerId, short pid, short tableId,
                                                  short tableIdExt);
 
  private:
-  friend class RequestFollowerTestPeer;
-
   typedef std::list<RequestFollowerItem*> ItemPtrList;
-  typedef IntrusiveList<RequestFollowerItem, ItemLinks::kTimeOutList> TimeOutList;
-  typedef IntrusiveList<RequestFollowerItem, ItemLinks::kCategoryList> CategoryList;
 
-  RequestFollower();
-  ~RequestFollower();
+  // A request key, ordered part by part, each signed.
+  struct OSTREL_LOCAL Key {
+    int iTunerId;
+    short sPid, sTableId, sTableIdExt;
+    bool operator<(const Key& other) const;
+  };
+
+  // The registry's record of a pending item: its node in its category list and
+  // its rank of addition, which orders equal deadlines.
+  struct OSTREL_LOCAL Slot {
+    RequestFollowerItem* pItem;
+    unsigned long ulSequence;
+    ItemPtrList::iterator itCategory;
+  };
+
+  class Call;  // one locked public operation on the instance
+
+  typedef std::map<int, RequestFollowerItem*> IdIndex;
+  typedef std::multimap<Key, Slot> KeyIndex;
+
+  OSTREL_LOCAL RequestFollower();
+  OSTREL_LOCAL ~RequestFollower();
   RequestFollower(const RequestFollower&);
   RequestFollower& operator=(const RequestFollower&);
 
   // REQUIRES: s_pSingMutex held (for all the bodies below).
-  bool __add(unsigned int requestId, int tunerId, short pid, short tableId, short tableIdExt,
-             void* userData, void (*release)(void*), timeval timeOut, unsigned int requestCounter);
-  RequestFollowerItem* __get(unsigned int requestId);
-  ItemPtrList* __get(int tunerId, short pid, short tableId, short tableIdExt);
-  RequestFollowerItem* __remove(unsigned int requestId);
-  ItemPtrList* __remove(int tunerId, short pid, short tableId, short tableIdExt);
+  OSTREL_LOCAL bool __add(unsigned int requestId, int tunerId, short pid, short tableId,
+                          short tableIdExt, void* userData, void (*release)(void*), timeval timeOut,
+                          unsigned int requestCounter);
+  OSTREL_LOCAL RequestFollowerItem* __get(unsigned int requestId);
+  OSTREL_LOCAL ItemPtrList* __get(int tunerId, short pid, short tableId, short tableIdExt);
+  OSTREL_LOCAL RequestFollowerItem* __remove(unsigned int requestId);
+  OSTREL_LOCAL ItemPtrList* __remove(int tunerId, short pid, short tableId, short tableIdExt);
 
   // The category list of (pid, tableId), or null when it has none.
-  CategoryList* getSpecificList(short pid, short tableId, short tableIdExt);
+  OSTREL_LOCAL ItemPtrList* getSpecificList(short pid, short tableId, short tableIdExt);
 
-  void __file(RequestFollowerItem* item, CategoryList* category);
-  void __unfile(RequestFollowerItem* item);
-  void __fileId(RequestFollowerItem* item);
-  void __forgetId(unsigned int requestId);
-  TreeLink* __findId(unsigned int requestId) const;
-  TreeLink* __firstOfKey(int tunerId, short pid, short tableId, short tableIdExt) const;
-  RequestFollower* __claimWake();
-  static void wake(RequestFollower* follower);
-  static void deleteItem(RequestFollowerItem* item);
-  static RequestFollowerItem* itemAt(TreeLink* link, int tree);
-  static TreeLink* linkOf(RequestFollowerItem* item, int tree);
-  static int compareKey(const RequestFollowerItem* item, int tunerId, short pid, short tableId,
-                        short tableIdExt);
-  static bool deadlineAfter(const timeval& now, const timeval& timeOut, timeval* deadline);
+  OSTREL_LOCAL KeyIndex::iterator __slotOf(RequestFollowerItem* item);
+  OSTREL_LOCAL void __unfile(RequestFollowerItem* item);
+  OSTREL_LOCAL RequestFollowerItem* __earliest();
 
-  // Monitor thread (RequestFollower_monitor.cpp).
-  static void* monitorThread(void* arg);
-  static bool onMonitorThread();
-  void startMonitor();
-  void stopMonitor();
-  void __monitor(OstrelGingaCommonCore* core);
-  bool __waitForDeadline();
-  void __expire(OstrelGingaCommonCore* core, const timeval& now);
-  void __report(OstrelGingaCommonCore* core, RequestFollowerItem* item);
+  // Monitor thread.
+  OSTREL_LOCAL static void* monitorThread(void* arg);
+  OSTREL_LOCAL void __monitor(OstrelGingaCommonCore* core);
+  OSTREL_LOCAL bool __waitForDeadline();
+  OSTREL_LOCAL void __report(OstrelGingaCommonCore* core, RequestFollowerItem* item);
 
-  static void log(const char* format);
-  static RequestFollower* instance();
-
-  static std::atomic<RequestFollower*> s_pInstance;
-  static pthread_mutex_t s_pSingMutex;
+  // Read and written through the compiler's atomic builtins (release/acquire).
+  OSTREL_LOCAL static RequestFollower* s_pInstance;
+  OSTREL_LOCAL static pthread_mutex_t s_pSingMutex;
 
   pthread_cond_t m_cond;
   pthread_t m_thread;
   int m_iStop;
-  // Set by a change of the pending requests; the public operation that made
-  // it broadcasts m_cond once it has released the lock (m_iWakers counts the
-  // broadcasts still to come, which the teardown waits for).
+  // Set by a change of the pending requests: the operation broadcasts m_cond
+  // once it has let go of the lock. m_iWakers (atomic) counts the broadcasts
+  // still to come, which the teardown waits for.
   int m_iWakeMonitor;
-  std::atomic<int> m_iWakers;
-  TimeOutList m_lstTimeOut;
-  // The id index: ordered by request id (as int), at most one item per id.
-  ItemTree m_mapRequestId;
-  CategoryList m_lstPat;
-  CategoryList m_lstCat;
-  CategoryList m_lstNit;
-  CategoryList m_lstSdt;
-  CategoryList m_lstEitPf;
-  CategoryList m_lstEitSchedule;
-  CategoryList m_lstTot;
-  CategoryList m_lstPid26;
-  CategoryList m_lstPmt;
-
-  // Beside the lists above, kept in step with them: the time-out list's order
-  // as a search tree (where a new item goes), and the pending items by request
-  // key, then deadline, then order of addition.
-  ItemTree m_treeDeadline;
-  ItemTree m_treeKey;
+  int m_iWakers;
+  // The id index: at most one item per id.
+  IdIndex m_mapRequestId;
+  // Each category holds one time-out of the core's table, so in order of
+  // addition its list is in deadline order; any other request is inserted in
+  // order from the tail. Equal deadlines stay in order of addition.
+  ItemPtrList m_lstPat, m_lstCat, m_lstNit, m_lstSdt, m_lstEitPf, m_lstEitSchedule, m_lstTot,
+      m_lstPid26, m_lstPmt;
+  // Every pending item once, by key, equal keys in order of addition.
+  KeyIndex m_mapKey;
+  unsigned long m_ulSequence;
 };
 
 }  // namespace Ostrel

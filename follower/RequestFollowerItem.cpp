@@ -1,25 +1,16 @@
 // One outstanding request and its deadline order.
 #include "RequestFollowerItem.h"
 
-#include <new>
-
-#include "ItemLinks.h"
-
 namespace Ostrel {
 
-void* RequestFollower::RequestFollowerItem::operator new(size_t size) {
-  static_assert(alignof(RequestFollowerItem) <= alignof(ItemLinks),
-                "the item must be aligned within its block");
-  char* block = static_cast<char*>(::operator new(kItemOffset + size));
-  ::new (block) ItemLinks();
-  return block + kItemOffset;
+namespace {
+
+// Seconds first, microseconds only on equal seconds; both signed.
+bool earlier(const timeval& a, const timeval& b) {
+  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_usec < b.tv_usec;
 }
 
-void RequestFollower::RequestFollowerItem::operator delete(void* item) {
-  if (item) {
-    ::operator delete(ItemLinks::of(item));
-  }
-}
+}  // namespace
 
 RequestFollower::RequestFollowerItem::RequestFollowerItem(unsigned int requestId, int tunerId,
                                                           short pid, short tableId,
@@ -43,44 +34,27 @@ RequestFollower::RequestFollowerItem::~RequestFollowerItem() {
   }
 }
 
-// Seconds first, microseconds only on equal seconds; both signed.
-bool RequestFollower::RequestFollowerItem::earlier(const timeval& a, const timeval& b) {
-  if (a.tv_sec != b.tv_sec) {
-    return a.tv_sec < b.tv_sec;
-  }
-  return a.tv_usec < b.tv_usec;
-}
-
-bool RequestFollower::RequestFollowerItem::TimevalComparator::operator()(
-    RequestFollowerItem* a, RequestFollowerItem* b) const {
+bool RequestFollower::RequestFollowerItem::TimevalComparator::operator()(RequestFollowerItem* a,
+                                                                         RequestFollowerItem* b) {
   return earlier(a->m_tvTimeOut, b->m_tvTimeOut);
 }
 
-bool RequestFollower::RequestFollowerItem::operator<(const RequestFollowerItem& other) const {
-  if (earlier(m_tvTimeOut, other.m_tvTimeOut)) {
-    return true;
+bool RequestFollower::RequestFollowerItem::operator<(RequestFollowerItem& other) {
+  if (earlier(m_tvTimeOut, other.m_tvTimeOut) || earlier(other.m_tvTimeOut, m_tvTimeOut)) {
+    return earlier(m_tvTimeOut, other.m_tvTimeOut);
   }
-  if (earlier(other.m_tvTimeOut, m_tvTimeOut)) {
-    return false;
-  }
-  if (m_iTunerId != other.m_iTunerId) {
-    return m_iTunerId < other.m_iTunerId;
-  }
-  if (m_sPid != other.m_sPid) {
-    return m_sPid < other.m_sPid;
-  }
-  if (m_sTableId != other.m_sTableId) {
-    return m_sTableId < other.m_sTableId;
-  }
-  return m_sTableIdExt < other.m_sTableIdExt;
+  return m_iTunerId != other.m_iTunerId   ? m_iTunerId < other.m_iTunerId
+         : m_sPid != other.m_sPid         ? m_sPid < other.m_sPid
+         : m_sTableId != other.m_sTableId ? m_sTableId < other.m_sTableId
+                                          : m_sTableIdExt < other.m_sTableIdExt;
 }
 
-bool RequestFollower::RequestFollowerItem::isTimedOut(timeval now) const {
+bool RequestFollower::RequestFollowerItem::isTimedOut(timeval now) {
   return earlier(m_tvTimeOut, now);
 }
 
 bool RequestFollower::RequestFollowerItem::match(int tunerId, short pid, short tableId,
-                                                 short tableIdExt) const {
+                                                 short tableIdExt) {
   return m_iTunerId == tunerId && m_sPid == pid && m_sTableId == tableId &&
          m_sTableIdExt == tableIdExt;
 }

@@ -20,7 +20,6 @@ run() {
 }
 
 for _ in $(seq 1 25); do
-  run "$tests/follower_monitor_test"
-  run "$tests/follower_clock_test" --gtest_filter='*Pass*:*Wake*:*ClockFailure*'
+  run "$tests/follower_test"
 done
 echo "follower concurrency tests: 25 runs clean under ThreadSanitizer"

@@ -17,7 +17,6 @@ command -v valgrind >/dev/null || { echo "valgrind is not installed"; exit 1; }
 # Exceptions, one a line: test name regex | what instead | reason. "skip" leaves
 # the test out; anything else is added to valgrind's options for that test.
 exceptions='
-^FollowerAllocation\.|skip|the test makes allocations fail through its own operator new, which memcheck replaces with its own: nothing fails, so its cases cannot run (it runs under AddressSanitizer)
 ^SampleScan\.SecondScanIsAnsweredFromTheCache|skip|two real-time scans back to back: under memcheck a request can miss its deadline, which the test rightly counts as a failure
 ^sim_muxers_test$|skip|a Python script that runs FFmpeg and ostrel-scan: memcheck would watch the interpreter, not the scan, whose code runs under memcheck in the SampleScan cases
 '
