@@ -1,7 +1,6 @@
 # The performance report (bench/run): each figure beside a reference measured
 # in the same run, as one table of ratios.
 ostrel_add_bench(report_bench report_bench.cpp)
-target_include_directories(report_bench PRIVATE ${PROJECT_SOURCE_DIR}/follower)
 if(TARGET OstrelSim)
   target_compile_definitions(report_bench PRIVATE OSTREL_REPORT_SIM=1)
   target_link_libraries(report_bench PRIVATE OstrelSim)
