@@ -619,7 +619,7 @@ void printTable(const Collector& c) {
     const double ref = l->mapCounters.at("ref_p99_us");
     const double ratio = ours / std::max(ref, 1.0);
     row("time-out lateness p99, 1 000 pending / bare `pthread_cond_timedwait`",
-        format("%.0f µs", ours), format("%.0f µs", ref), ratio, "at most 1.5", ratio <= 1.5);
+        format("%.0f µs", ours), format("%.0f µs", ref), ratio, "at most 1.2", ratio <= 1.2);
   } else {
     missing("time-out lateness p99, 1 000 pending");
   }
