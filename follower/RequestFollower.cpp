@@ -2,8 +2,6 @@
 // remove, the teardown, and the monitor thread that reports time-outs.
 #include "RequestFollower.h"
 
-#include <sched.h>
-
 #include <limits>
 #include <memory>
 
@@ -63,8 +61,7 @@ bool RequestFollower::Key::operator<(const Key& other) const {
 // The monitor thread is joinable, so that the teardown can wait for its end.
 // A failure to start it leaves m_thread at 0: requests are still followed but
 // never time out.
-RequestFollower::RequestFollower()
-    : m_thread(pthread_t()), m_iStop(0), m_iWakeMonitor(0), m_iWakers(0), m_ulSequence(0) {
+RequestFollower::RequestFollower() : m_thread(pthread_t()), m_iStop(0), m_ulSequence(0) {
   pthread_cond_init(&m_cond, NULL);
   pthread_attr_t attr;
   pthread_attr_init(&attr);
@@ -88,11 +85,6 @@ RequestFollower::~RequestFollower() {
   if (m_thread != pthread_t()) {
     pthread_join(m_thread, NULL);
     m_thread = pthread_t();
-  }
-  // A caller that changed the registry before it was detached may still be
-  // about to wake the monitor: the condition variable outlives that wake-up.
-  while (__atomic_load_n(&m_iWakers, __ATOMIC_ACQUIRE) != 0) {
-    sched_yield();
   }
   // The key index holds every pending item exactly once.
   for (KeyIndex::iterator it = m_mapKey.begin(); it != m_mapKey.end(); ++it) {
@@ -145,10 +137,7 @@ bool RequestFollower::destroy() {
 // ---- Public operations ----
 
 // One public operation: the lock and the instance read again under it (null
-// when a concurrent destroy has detached it, or there is none). A change of
-// the pending requests is announced to the monitor once the lock is let go,
-// so that the monitor does not wake only to wait for the lock; m_iWakers
-// keeps the registry alive until then.
+// when a concurrent destroy has detached it, or there is none).
 class OSTREL_LOCAL RequestFollower::Call {
  public:
   Call() : m_bLocked(getInstance()), m_pFollower(NULL) {
@@ -158,18 +147,8 @@ class OSTREL_LOCAL RequestFollower::Call {
     }
   }
   ~Call() {
-    RequestFollower* woken = NULL;
-    if (m_pFollower && m_pFollower->m_iWakeMonitor) {
-      m_pFollower->m_iWakeMonitor = 0;
-      __atomic_fetch_add(&m_pFollower->m_iWakers, 1, __ATOMIC_RELAXED);
-      woken = m_pFollower;
-    }
     if (m_bLocked) {
       pthread_mutex_unlock(&s_pSingMutex);
-    }
-    if (woken) {
-      pthread_cond_broadcast(&woken->m_cond);
-      __atomic_fetch_sub(&woken->m_iWakers, 1, __ATOMIC_RELEASE);
     }
   }
   RequestFollower* follower() const { return m_pFollower; }
@@ -268,7 +247,7 @@ bool RequestFollower::__add(unsigned int requestId, int tunerId, short pid, shor
   keyed->second.pItem = item;
   id.first->second = item;
   ++m_ulSequence;
-  m_iWakeMonitor = 1;
+  pthread_cond_broadcast(&m_cond);
   return true;
 }
 
@@ -304,7 +283,7 @@ RequestFollower::RequestFollowerItem* RequestFollower::__remove(unsigned int req
   RequestFollowerItem* item = it->second;
   m_mapRequestId.erase(it);
   __unfile(item);
-  m_iWakeMonitor = 1;
+  pthread_cond_broadcast(&m_cond);
   return item;
 }
 
@@ -321,7 +300,7 @@ RequestFollower::ItemPtrList* RequestFollower::__remove(int tunerId, short pid, 
     // Whichever item the id entry points to: ids are meant to be unique.
     m_mapRequestId.erase(static_cast<int>((*it)->getRequestId()));
   }
-  m_iWakeMonitor = 1;
+  pthread_cond_broadcast(&m_cond);
   return taken;
 }
 

@@ -129,11 +129,6 @@ class OSTREL_EXPORT RequestFollower {
   pthread_cond_t m_cond;
   pthread_t m_thread;
   int m_iStop;
-  // Set by a change of the pending requests: the operation broadcasts m_cond
-  // once it has let go of the lock. m_iWakers (atomic) counts the broadcasts
-  // still to come, which the teardown waits for.
-  int m_iWakeMonitor;
-  int m_iWakers;
   // The id index: at most one item per id.
   IdIndex m_mapRequestId;
   // Each category holds one time-out of the core's table, so in order of
