@@ -192,24 +192,6 @@ TEST_F(SampleScan, SecondScanIsAnsweredFromTheCacheThenTheReceiverForMoreSection
   EXPECT_EQ(kDel, got["SDT (more)"]);
 }
 
-TEST_F(SampleScan, DroppedAndDamagedSectionsEndInAnswersOrEndsNeverACrash) {
-  FaultPlan plan;
-  plan.dropShare = 0.6;
-  plan.corruptShare = 0.6;
-  plan.delayMs = 30;
-  plan.seed = 4;
-  play(10ull * SampleStream::kBitRate, true, SampleStream::build(), plan);
-  for (int round = 0; round < 2; ++round) {
-    ChannelScan::Result result = scan(2);
-    for (const auto& request : result.requests) {
-      EXPECT_TRUE(request.outcome == kDel || request.outcome == kOut ||
-                  request.outcome == ChannelScan::kTimedOut)
-          << request.what;
-    }
-  }
-  EXPECT_GT(m_sim->getCounters().faultCorrupted, 0u);
-}
-
 TEST(ScanReportTime, FormatsDatesBeyondThirtyTwoBitsAndBeforeTheEpoch) {
   struct Case {
     long long seconds;

@@ -1,18 +1,16 @@
 // The table library: hand-written sections of every table decoded field by
 // field; the building blocks (CRC, reader, text, times); the builders, which
 // write the golden sections byte for byte and whose output parses back to
-// what was put in; parsers running on several threads at once; and malformed
-// and extreme sections, which every parser refuses without reading outside
-// the bytes it is given (exact-size heap copies, for AddressSanitizer).
+// what was put in; and malformed and extreme sections, which every parser
+// refuses without reading outside the bytes it is given (exact-size heap
+// copies, for AddressSanitizer).
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -604,34 +602,6 @@ TEST(TablesBuilderTest, BuildersRefuseWhatDoesNotFit) {
   for (int i = 0; i < 17; ++i)
     pmt.addDescriptor(TDescriptorBuilder::raw(0x80, Bytes(253)));
   EXPECT_TRUE(pmt.build().empty());
-}
-
-TEST(TablesThreadsTest, ParsersRunOnSeveralThreadsAtOnceFromTheFirstCall) {
-  std::atomic<bool> go(false);
-  std::atomic<int> parsed(0);
-  auto work = [&go, &parsed] {
-    std::vector<unsigned char> pmt(OstrelGolden::kPmt,
-                                   OstrelGolden::kPmt + sizeof(OstrelGolden::kPmt));
-    std::vector<unsigned char> nit(OstrelGolden::kNit,
-                                   OstrelGolden::kNit + sizeof(OstrelGolden::kNit));
-    while (!go.load())
-      std::this_thread::yield();
-    for (int i = 0; i < 200; ++i) {
-      std::unique_ptr<TPMTTable> p(TPMTTable::parse(
-          pmt.data(), static_cast<unsigned int>(pmt.size()), 1, 1, nullptr, nullptr));
-      std::unique_ptr<TNITTable> n(TNITTable::parse(
-          nit.data(), static_cast<unsigned int>(nit.size()), 1, 1, nullptr, nullptr));
-      if (p && n && p->getStreamCount() == 4 && n->getNetworkName() == "Ostrel TV")
-        ++parsed;
-    }
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back(work);
-  go = true;  // every thread's first parse races for the CRC tables
-  for (auto& t : threads)
-    t.join();
-  EXPECT_EQ(parsed.load(), 4 * 200);
 }
 
 // Only its own parser takes a section, and only whole and intact: not cut
