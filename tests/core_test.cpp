@@ -460,12 +460,11 @@ TEST_F(Requests, CacheHitInModesZeroAndOneIsAnsweredAtOnceAndReleased) {
             m_core->requestDataSync(42, 1, 1, 0x100, 2, 0, &a, &CountedUserData::release, nullptr));
   auto seen = notifications();
   ASSERT_EQ(3u, seen.size());
-  for (unsigned int i = 0; i < 3; ++i) {
-    EXPECT_EQ(40 + i, seen[i].requestId);
-    EXPECT_EQ(0, seen[i].status);
-    EXPECT_EQ(&a, seen[i].userData);
-    EXPECT_EQ(table, seen[i].table);
-    EXPECT_EQ(int(i), seen[i].releasesAtCall) << "released after its notification";
+  for (unsigned int i = 0; i < 3; ++i) {  // each released after its notification
+    EXPECT_EQ(std::make_tuple(40 + i, 0, static_cast<void*>(&a), static_cast<TISDBTTable*>(table),
+                              int(i)),
+              std::make_tuple(seen[i].requestId, int(seen[i].status), seen[i].userData,
+                              seen[i].table, seen[i].releasesAtCall));
   }
   EXPECT_EQ(3, a.releases.load());
   EXPECT_EQ(0u, m_server.commandCount());

@@ -238,8 +238,7 @@ TEST_F(Simulator, KeysAreHeldByOneListenerAtATimeAndStatusChangesAreKept) {
   for (const Step& step : steps) {
     TReserveKeyCommand reserve;
     TReleaseKeyCommand release;
-    reserve.setListenerId(step.listener ? step.listener : "");
-    reserve.setKeyCode(step.key);
+    reserve.setListenerId(step.listener ? step.listener : ""), reserve.setKeyCode(step.key);
     release.setKeyCode(step.key);
     EXPECT_EQ(step.result, step.listener ? sendCommand(sim, &reserve) : sendCommand(sim, &release))
         << step.key;

@@ -742,24 +742,15 @@ TEST(TablesBoundaryTest, PrivateSectionFramesMayFill4096BytesButNotOneMore) {
 }
 
 TEST(TablesBoundaryTest, TimesThatAreNotValidBcdAreRejected) {
-  struct Case {
-    const char* what;
-    unsigned int offset;
-    unsigned char value;
-  };
-  const Case cases[] = {{"hour 24", 5, 0x24},
-                        {"hour digit A", 5, 0x0A},
-                        {"minute 60", 6, 0x60},
-                        {"second 60", 7, 0x60},
-                        {"second digit F", 7, 0x5F}};
-  for (const Case& c : cases) {
-    Bytes tot(OstrelGolden::kTot, OstrelGolden::kTot + sizeof(OstrelGolden::kTot));
-    tot[c.offset] = c.value;
+  // Hour 24, hour digit A, minute 60, second 60, second digit F: offset, value.
+  const std::pair<unsigned int, unsigned char> cases[] = {
+      {5, 0x24}, {5, 0x0A}, {6, 0x60}, {7, 0x60}, {7, 0x5F}};
+  for (const auto& c : cases) {
+    Bytes tot = bytesOf(OstrelGolden::kTot), tdt = bytesOf(OstrelGolden::kTdt);
+    tot[c.first] = tdt[c.first] = c.second;
     fixCrc(&tot);
-    EXPECT_EQ(parseAs(kAsTot, tot), nullptr) << "TOT " << c.what;
-    Bytes tdt(OstrelGolden::kTdt, OstrelGolden::kTdt + sizeof(OstrelGolden::kTdt));
-    tdt[c.offset] = c.value;
-    EXPECT_EQ(parseAs(kAsTot, tdt), nullptr) << "TDT " << c.what;
+    EXPECT_EQ(parseAs(kAsTot, tot), nullptr) << "TOT byte " << c.first;
+    EXPECT_EQ(parseAs(kAsTot, tdt), nullptr) << "TDT byte " << c.first;
   }
   Bytes midnight(OstrelGolden::kTdt, OstrelGolden::kTdt + sizeof(OstrelGolden::kTdt));
   midnight[5] = 0x23, midnight[6] = 0x59, midnight[7] = 0x59;
