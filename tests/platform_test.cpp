@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "LogCapture.h"
@@ -52,9 +53,8 @@ TEST(Logger, SinkReceivesTheWholeFormattedMessageWithLevelAndModule) {
   ostrel_log_std_generic(4, "Cacher", "%s: add: %d items %s", "Cacher", 3, text.c_str());
   auto lines = capture.lines();
   ASSERT_EQ(1u, lines.size());
-  EXPECT_EQ(4, lines[0].level);
-  EXPECT_EQ("Cacher", lines[0].module);
-  EXPECT_EQ("Cacher: add: 3 items " + text, lines[0].message);
+  EXPECT_EQ(std::make_tuple(4, std::string("Cacher"), "Cacher: add: 3 items " + text),
+            std::make_tuple(lines[0].level, lines[0].module, lines[0].message));
 }
 
 TEST(Logger, DefaultSinkWritesOneStampedLineToStandardError) {

@@ -92,9 +92,8 @@ class SampleScan : public testing::Test {
   // starts once the first requests are out, as ostrel-scan does.
   ChannelScan::Result scan(signed char mode = 2, bool probe = true) {
     ChannelScan scan(m_core, 0, mode);
-    if (probe) {
+    if (probe)
       scan.setCarriageProbe(ChannelScan::probeOf(m_sim.get(), 0));
-    }
     scan.start();
     m_sim->startTuner(0);
     EXPECT_TRUE(scan.waitFor(std::chrono::seconds(30)));

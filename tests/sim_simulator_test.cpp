@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 
 #include "ReceiverSimulator.h"
 #include "TCommand.h"
@@ -144,11 +145,9 @@ TEST_F(Simulator, OpenRequestPassesEachDistinctSectionUnderItsKeyThenClosesAtIts
   ASSERT_EQ(2u, got.size());
   EXPECT_EQ(v0, got[0].data);
   EXPECT_EQ(v1, got[1].data);
-  for (const auto& injection : got) {
-    EXPECT_EQ(0, injection.tunerId);
-    EXPECT_EQ(static_cast<short>(kPmtPid), injection.pid);
-    EXPECT_EQ(2, injection.tableId);
-    EXPECT_EQ(7, injection.tableIdExt);
+  for (const auto& i : got) {
+    EXPECT_EQ(std::make_tuple(0, short(kPmtPid), short(2), short(7)),
+              std::make_tuple(i.tunerId, i.pid, i.tableId, i.tableIdExt));
   }
   // The filter closes once its second is up, and then passes nothing more.
   for (int i = 0; i < 300 && sim->getOpenRequestCount() > 0; ++i) {
