@@ -257,25 +257,26 @@ TEST_F(CacheTest, ATableLentToTheCallbackOutlivesReplaceAndFlush) {
   EXPECT_EQ(1, s_lentDestroyed);
 }
 
-std::atomic<int> s_tsId{-1};
+std::atomic<int> s_patsRead{0};
 
 int readPatAfterFlush(unsigned int, unsigned char, void*, TISDBTTable* table) {
   Cacher::getInstance(6)->flush();
-  s_tsId = static_cast<Ostrel::TPATTable*>(table)->getTransportStreamId();
+  s_patsRead += static_cast<Ostrel::TPATTable*>(table)->getTransportStreamId() == 0x0640;
   return 1;
 }
 
-TEST_F(CacheTest, AnInjectedTableEvictedAtOnceIsStillDelivered) {
+TEST_F(CacheTest, AnInjectedTableEvictedAtOnceIsStillDeliveredToEachRequest) {
   OstrelTest::RecordingServer server;
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   core->setServer(&server);
   core->setRequestNotificationCallback(&readPatAfterFlush);
   ASSERT_EQ(1, core->requestData(2, 2, 6, 0, 0, 0, nullptr, nullptr, nullptr));
+  ASSERT_EQ(1, core->requestData(3, 2, 6, 0, 0, 0, nullptr, nullptr, nullptr));
   std::vector<unsigned char> pat = OstrelTest::patSection(0x0640);
   Cacher::s_iMaxCacheSize = 1;  // the clean-up takes the new table at once
   EXPECT_EQ(1, core->injectData(6, 0, 0, 0, nullptr, pat.data(), pat.size()));
   Cacher::s_iMaxCacheSize = 2048;
-  EXPECT_EQ(0x0640, s_tsId);
+  EXPECT_EQ(2, s_patsRead) << "each delivery reads the table it was lent";
 }
 
 // Borrowers on the test's thread read tables through the core while other

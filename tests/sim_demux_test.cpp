@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <tuple>
 
 #include "SectionDemux.h"
 #include "TsPacketizer.h"
@@ -41,12 +42,10 @@ TEST(SectionDemux, ReassemblesSectionsAcrossPacketsAndSeveralPerPacket) {
   Bytes small3 = shortSection(0x70, filler(5, 9));
   unsigned char cc = 4;
   d.pushPackets(packetize(kPid, {big, small1, small2, small3, big}, &cc));
+  const Bytes expected[] = {big, small1, small2, small3, big};
   ASSERT_EQ(5u, d.sink.entries.size());
-  EXPECT_EQ(big, d.sink.entries[0].data);
-  EXPECT_EQ(small1, d.sink.entries[1].data);
-  EXPECT_EQ(small2, d.sink.entries[2].data);
-  EXPECT_EQ(small3, d.sink.entries[3].data);
-  EXPECT_EQ(big, d.sink.entries[4].data);
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(expected[i], d.sink.entries[i].data) << i;
   EXPECT_EQ(3, d.sink.entries[0].tunerId);
   EXPECT_EQ(kPid, d.sink.entries[0].pid);
   EXPECT_EQ(0u, d.demux.getStatistics().ccErrors);
@@ -68,23 +67,6 @@ TEST(SectionDemux, SectionHeaderSplitOverTwoPacketsIsJoined) {
   EXPECT_EQ(second, d.sink.entries[1].data);
 }
 
-TEST(SectionDemux, ContinuityErrorDropsTheSectionInProgressWhole) {
-  Demux d;
-  Bytes big = longSection(0x02, 7, filler(600));
-  Bytes next = longSection(0x02, 8, filler(40));
-  unsigned char cc = 0;
-  std::vector<Bytes> packets = packetize(kPid, {big}, &cc);
-  ASSERT_GE(packets.size(), 3u);
-  packets.erase(packets.begin() + 1);  // a lost packet
-  std::vector<Bytes> more = packetize(kPid, {next}, &cc);
-  packets.insert(packets.end(), more.begin(), more.end());
-  d.pushPackets(packets);
-  ASSERT_EQ(1u, d.sink.entries.size());
-  EXPECT_EQ(next, d.sink.entries[0].data);
-  EXPECT_EQ(1u, d.demux.getStatistics().ccErrors);
-  EXPECT_EQ(0u, d.demux.getStatistics().crcErrors);  // never half-delivered to the CRC check
-}
-
 TEST(SectionDemux, RepeatedPacketIsIgnoredAndAdaptationOnlyPacketKeepsTheCounter) {
   Demux d;
   Bytes big = longSection(0x02, 7, filler(400));
@@ -104,80 +86,48 @@ TEST(SectionDemux, RepeatedPacketIsIgnoredAndAdaptationOnlyPacketKeepsTheCounter
 }
 
 TEST(SectionDemux, BadInputIsCountedAndNeverDelivered) {
-  struct Case {
-    const char* name;
-    std::function<std::vector<Bytes>()> make;
-    uint64_t SectionDemux::Statistics::*counter;
-  };
-  Bytes good = longSection(0x02, 7, filler(300));
-  const Case cases[] = {
-      {"bad CRC",
-       [&] {
-         Bytes bad = good;
-         bad[20] ^= 0x01;
-         unsigned char cc = 0;
-         return packetize(kPid, {bad}, &cc);
-       },
-       &SectionDemux::Statistics::crcErrors},
-      {"transport error in the middle",
-       [&] {
-         unsigned char cc = 0;
-         std::vector<Bytes> p = packetize(kPid, {good}, &cc);
-         p[1][1] |= 0x80;
-         return p;
-       },
-       &SectionDemux::Statistics::transportErrors},
+  using Statistics = SectionDemux::Statistics;
+  Bytes good = longSection(0x02, 7, filler(600)), bad = good;
+  bad[20] ^= 0x01;
+  unsigned char cc = 0;
+  const std::vector<Bytes> badCrc = packetize(kPid, {bad}, &cc);
+  cc = 0;
+  std::vector<Bytes> goodPackets = packetize(kPid, {good}, &cc), transportError = goodPackets,
+                     lost = goodPackets;
+  ASSERT_GE(goodPackets.size(), 3u);
+  transportError[1][1] |= 0x80;  // in the middle
+  lost.erase(lost.begin() + 1);
+  const std::tuple<const char*, std::vector<Bytes>, uint64_t Statistics::*> cases[] = {
+      {"bad CRC", badCrc, &Statistics::crcErrors},
+      {"transport error", transportError, &Statistics::transportErrors},
+      {"lost packet", lost, &Statistics::ccErrors},
       {"pointer field beyond the packet",
-       [&] {
-         return std::vector<Bytes>{packet(kPid, true, 0, {200, 0x02, 0xB0, 0x10})};
-       },
-       &SectionDemux::Statistics::malformed},
+       {packet(kPid, true, 0, {200, 0x02, 0xB0, 0x10})},
+       &Statistics::malformed},
       {"section length above the maximum",
-       [&] {
-         return std::vector<Bytes>{packet(kPid, true, 0, {0, 0x02, 0xBF, 0xFF, 1, 2})};
-       },
-       &SectionDemux::Statistics::malformed},
+       {packet(kPid, true, 0, {0, 0x02, 0xBF, 0xFF, 1, 2})},
+       &Statistics::malformed},
       {"long form too short for its header",
-       [&] {
-         return std::vector<Bytes>{packet(kPid, true, 0, {0, 0x02, 0xB0, 0x02, 1, 2})};
-       },
-       &SectionDemux::Statistics::malformed},
+       {packet(kPid, true, 0, {0, 0x02, 0xB0, 0x02, 1, 2})},
+       &Statistics::malformed},
       {"new section starts before the last one ended",
-       [&] {
-         unsigned char cc = 0;
-         std::vector<Bytes> p = packetize(kPid, {good}, &cc);
-         Bytes restart = packet(kPid, true, 1, {0x00, 0xFF});  // in place of p[1]
-         return std::vector<Bytes>{p[0], restart};
-       },
-       &SectionDemux::Statistics::dropped},
+       {goodPackets[0], packet(kPid, true, 1, {0x00, 0xFF})},
+       &Statistics::dropped},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::get<0>(c));
     Demux d;
-    d.pushPackets(c.make());
+    d.pushPackets(std::get<1>(c));
     EXPECT_TRUE(d.sink.entries.empty());
-    EXPECT_EQ(1u, d.demux.getStatistics().*c.counter);
+    EXPECT_EQ(1u, d.demux.getStatistics().*std::get<2>(c));
+    // A section cut short never reaches the CRC check.
+    EXPECT_EQ(std::get<2>(c) == &Statistics::crcErrors, d.demux.getStatistics().crcErrors);
     // The PID recovers with the next good section.
-    unsigned char cc = 9;
+    cc = 9;
     d.pushPackets(packetize(kPid, {good}, &cc));
     ASSERT_EQ(1u, d.sink.entries.size());
     EXPECT_EQ(good, d.sink.entries[0].data);
   }
-}
-
-TEST(SectionDemux, OnlyEnabledPidsAreReassembled) {
-  Demux d;
-  Bytes s = longSection(0x02, 7, filler(50));
-  unsigned char cc = 0;
-  d.pushPackets(packetize(0x0200, {s}, &cc));
-  EXPECT_TRUE(d.sink.entries.empty());
-  d.demux.enablePid(0x0200);
-  d.pushPackets(packetize(0x0200, {s}, &cc));
-  EXPECT_EQ(1u, d.sink.entries.size());
-  d.demux.disablePid(0x0200);
-  d.pushPackets(packetize(0x0200, {s}, &cc));
-  EXPECT_EQ(1u, d.sink.entries.size());
-  EXPECT_FALSE(d.demux.isPidEnabled(0x2000));
 }
 
 TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageAndTornPackets) {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
+#include <tuple>
 
 #include "ReceiverSimulator.h"
 #include "TCommand.h"
@@ -17,7 +17,6 @@
 #include "TVideoGetSourceVideoSize.h"
 #include "TVideoSetSize.h"
 #include "TransportStreamSource.h"
-#include "TunerInput.h"
 #include "sim_test_stream.h"
 
 using namespace Ostrel;
@@ -35,26 +34,18 @@ ReceiverSimulator::Options quickOptions() {
 
 int sendOpenRequest(GingaServer* server, int tuner, short pid, short tableId, short ext,
                     unsigned int timeOut) {
-  TDataRequestCommand* request =
+  auto* request =
       static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
-  request->setEndPoint(server);
-  request->setOpen(1);
-  request->setTunerId(tuner);
-  request->setPid(pid);
-  request->setTableId(tableId);
-  request->setTableIdExt(ext);
-  request->setTimeOut(timeOut);
-  request->setRequestCounter(1);
+  request->setEndPoint(server), request->setOpen(1), request->setTunerId(tuner);
+  request->setPid(pid), request->setTableId(tableId), request->setTableIdExt(ext);
+  request->setTimeOut(timeOut), request->setRequestCounter(1);
   return request->send(NULL);  // from here on the request is the server's
 }
 
 int sendSyncRequest(GingaServer* server, int tuner, short pid, short tableId, short ext) {
   TSyncDataRequestCommand request;
-  request.setEndPoint(server);
-  request.setTunerId(tuner);
-  request.setPid(pid);
-  request.setTableId(tableId);
-  request.setTableIdExt(ext);
+  request.setEndPoint(server), request.setTunerId(tuner);
+  request.setPid(pid), request.setTableId(tableId), request.setTableIdExt(ext);
   return request.send(NULL);
 }
 
@@ -154,11 +145,9 @@ TEST_F(Simulator, OpenRequestPassesEachDistinctSectionUnderItsKeyThenClosesAtIts
   ASSERT_EQ(2u, got.size());
   EXPECT_EQ(v0, got[0].data);
   EXPECT_EQ(v1, got[1].data);
-  for (const auto& injection : got) {
-    EXPECT_EQ(0, injection.tunerId);
-    EXPECT_EQ(static_cast<short>(kPmtPid), injection.pid);
-    EXPECT_EQ(2, injection.tableId);
-    EXPECT_EQ(7, injection.tableIdExt);
+  for (const auto& i : got) {
+    EXPECT_EQ(std::make_tuple(0, short(kPmtPid), short(2), short(7)),
+              std::make_tuple(i.tunerId, i.pid, i.tableId, i.tableIdExt));
   }
   // The filter closes once its second is up, and then passes nothing more.
   for (int i = 0; i < 300 && sim->getOpenRequestCount() > 0; ++i) {
@@ -248,8 +237,7 @@ TEST_F(Simulator, KeysAreHeldByOneListenerAtATimeAndStatusChangesAreKept) {
   for (const Step& step : steps) {
     TReserveKeyCommand reserve;
     TReleaseKeyCommand release;
-    reserve.setListenerId(step.listener ? step.listener : "");
-    reserve.setKeyCode(step.key);
+    reserve.setListenerId(step.listener ? step.listener : ""), reserve.setKeyCode(step.key);
     release.setKeyCode(step.key);
     EXPECT_EQ(step.result, step.listener ? sendCommand(sim, &reserve) : sendCommand(sim, &release))
         << step.key;
@@ -310,114 +298,58 @@ TEST_F(Simulator, VideoGeometryIsKeptPerVideoAndCheckedWithoutBeingSet) {
   options.screenWidth = 1280;
   options.screenHeight = 720;
   ReceiverSimulator* sim = make(options);
-  // Destination x, y, w, h and source w, h of a command, answer or not.
-  auto place = [](TVideoCommand* c, short dx, short dy, unsigned short dw, unsigned short dh,
-                  unsigned short sw, unsigned short sh) {
-    c->setTsId(1);
-    c->setDx(dx);
-    c->setDy(dy);
-    c->setDw(dw);
-    c->setDh(dh);
-    c->setSw(sw);
-    c->setSh(sh);
-  };
-  auto ask = [&](TVideoCommand* command) {
+  // Sends a command of video (1, layer), placed at destination x, y, w, h with
+  // source w, h if given; gives its answer's sx, sw, sh, dx, dw, dh.
+  using V = std::vector<int>;
+  auto ask = [&](TVideoCommand* c, unsigned short layer, V place = V()) {
+    c->setTsId(1), c->setLayerId(layer);
+    if (!place.empty()) {
+      c->setDx(place[0]), c->setDy(place[1]), c->setDw(place[2]), c->setDh(place[3]);
+      c->setSw(place[4]), c->setSh(place[5]);
+    }
     TCommand* answer = nullptr;
-    EXPECT_EQ(1, sendCommand(sim, command, &answer));
-    return std::unique_ptr<TVideoCommand>(dynamic_cast<TVideoCommand*>(answer));
+    EXPECT_EQ(1, sendCommand(sim, c, &answer));
+    std::unique_ptr<TVideoCommand> a(dynamic_cast<TVideoCommand*>(answer));
+    return a ? V{a->getSx(), a->getSw(), a->getSh(), a->getDx(), a->getDw(), a->getDh()} : V();
   };
   TVideoGetSize get;
-  get.setTsId(1);
-  EXPECT_EQ(1280, ask(&get)->getDw());  // full screen at first
   TVideoCheckSize check;
-  place(&check, 640, 360, 1280, 720, 1920, 1080);
-  std::unique_ptr<TVideoCommand> checked = ask(&check);
-  EXPECT_EQ(640, checked->getDw());
-  EXPECT_EQ(360, checked->getDh());
-  EXPECT_EQ(960, checked->getSw());
-  EXPECT_EQ(1280, ask(&get)->getDw());  // checking changed nothing
   TVideoSetSize set;
-  place(&set, -100, 0, 400, 300, 800, 600);
-  set.setLayerId(2);
-  ASSERT_EQ(1, sendCommand(sim, &set));
-  get.setLayerId(2);
-  std::unique_ptr<TVideoCommand> now = ask(&get);
-  EXPECT_EQ(0, now->getDx());
-  EXPECT_EQ(300, now->getDw());
-  EXPECT_EQ(200, now->getSx());
-  EXPECT_EQ(600, now->getSw());
-  get.setLayerId(0);
-  EXPECT_EQ(1280, ask(&get)->getDw());  // another layer keeps its own
   TVideoGetDefaultSize defaults;
-  EXPECT_EQ(1280, ask(&defaults)->getDw());
   TVideoGetSourceVideoSize source;
-  std::unique_ptr<TVideoCommand> picture = ask(&source);
-  EXPECT_EQ(1920, picture->getSw());
-  EXPECT_EQ(1080, picture->getSh());
+  EXPECT_EQ(1280, ask(&get, 2).at(4));  // full screen at first
+  EXPECT_EQ((V{0, 960, 540, 640, 640, 360}), ask(&check, 2, {640, 360, 1280, 720, 1920, 1080}));
+  EXPECT_EQ(1280, ask(&get, 2).at(4));  // checking changed nothing
+  EXPECT_EQ(V(), ask(&set, 2, {-100, 0, 400, 300, 800, 600}));
+  const V now = ask(&get, 2);
+  EXPECT_EQ((V{200, 600, 0, 300}), (V{now[0], now[1], now[3], now[4]}));
+  EXPECT_EQ(1280, ask(&get, 0).at(4));  // another layer keeps its own
+  EXPECT_EQ(1280, ask(&defaults, 0).at(4));
+  const V picture = ask(&source, 0);
+  EXPECT_EQ((V{1920, 1080}), (V{picture[1], picture[2]}));
   // Without a place for the answer, nothing is made and nothing leaks.
   EXPECT_EQ(1, sendCommand(sim, &defaults, nullptr));
 }
 
-TEST_F(Simulator, FaultsHideDropDamageAndDelaySections) {
-  struct Case {
-    const char* name;
-    FaultPlan plan;
-    size_t expected;  // injections for three distinct sections
-    bool intact;
-  };
-  FaultPlan hide;
-  hide.hiddenPids.insert(kPmtPid);
-  FaultPlan drop;
-  drop.dropShare = 1.0;
-  FaultPlan corrupt;
-  corrupt.corruptShare = 1.0;
-  FaultPlan delay;
-  delay.delayMs = 200;
-  const Case cases[] = {{"none", FaultPlan(), 3, true},
-                        {"hidden PID", hide, 0, true},
-                        {"all dropped", drop, 0, true},
-                        {"all damaged", corrupt, 3, false},
-                        {"delayed", delay, 3, true}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    RecordingDestination destination;
-    ReceiverSimulator sim(quickOptions());
-    sim.setDataDestination(&destination);
-    sim.addTuner(nullptr);
-    sim.setFaultPlan(c.plan);
-    ASSERT_EQ(1, sendOpenRequest(&sim, 0, kPmtPid, 0x02, 7, 1));
-    unsigned char cc = 0;
-    auto started = std::chrono::steady_clock::now();
-    feedSections(&sim, 0, kPmtPid, {pmtSection(7, 0), pmtSection(7, 1), pmtSection(7, 2)}, &cc);
-    sim.waitBusyCommands();
-    auto waited = std::chrono::steady_clock::now() - started;
-    std::vector<RecordingDestination::Injection> got = destination.injections();
-    EXPECT_EQ(c.expected, got.size());
-    for (const auto& injection : got) {
-      EXPECT_EQ(c.intact, crcIntact(injection.data));
-    }
-    if (c.plan.delayMs > 0) {
-      EXPECT_GE(waited, std::chrono::milliseconds(c.plan.delayMs));
-    }
-    if (c.plan.hiddenPids.count(kPmtPid)) {
-      EXPECT_EQ(0, sendSyncRequest(&sim, 0, kPmtPid, 0x02, 7));
-    }
-  }
-}
-
-TEST_F(Simulator, DamagedOrDroppedSectionDoesNotStopTheNextRepetition) {
+// A hidden PID passes nothing, not even to a synchronous request; damaged
+// sections pass as they are, dropped ones not at all; none of them stops the
+// next intact repetition. (The delay is seen in the shutdown test.)
+TEST_F(Simulator, HiddenDamagedOrDroppedSectionsDoNotStopTheNextRepetition) {
   ReceiverSimulator* sim = make();
   ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 5));
   ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 8, 5));
   unsigned char cc = 0;
   Bytes pmt7 = pmtSection(7), pmt8 = pmtSection(8);
-  FaultPlan corrupt;
+  FaultPlan hide, corrupt, drop;
+  hide.hiddenPids.insert(kPmtPid);
   corrupt.corruptShare = 1.0;
+  drop.dropShare = 1.0;
+  sim->setFaultPlan(hide);
+  feedSections(sim, 0, kPmtPid, {pmt7, pmt8}, &cc);
+  EXPECT_EQ(0, sendSyncRequest(sim, 0, kPmtPid, 0x02, 7));
   sim->setFaultPlan(corrupt);
   for (int i = 0; i < 4; ++i)
     feedSections(sim, 0, kPmtPid, {pmt7}, &cc);
-  FaultPlan drop;
-  drop.dropShare = 1.0;
   sim->setFaultPlan(drop);
   for (int i = 0; i < 4; ++i)
     feedSections(sim, 0, kPmtPid, {pmt8}, &cc);
@@ -436,33 +368,4 @@ TEST_F(Simulator, DamagedOrDroppedSectionDoesNotStopTheNextRepetition) {
   ReceiverSimulator::Counters counters = sim->getCounters();
   EXPECT_EQ(4u, counters.faultCorrupted);
   EXPECT_EQ(4u, counters.faultDropped);
-}
-
-TEST_F(Simulator, ConcurrentRequestsWhileTheStreamPlaysLeakNothing) {
-  unsigned char patCc = 0, pmtCc = 0;
-  Bytes stream = join(packetize(0x0000, {longSection(0x00, 1, {0, 7, 0xE1, 0x00})}, &patCc));
-  Bytes pmts = join(packetize(kPmtPid, {pmtSection(7), pmtSection(8)}, &pmtCc));
-  stream.insert(stream.end(), pmts.begin(), pmts.end());
-  ReceiverSimulator sim(quickOptions());
-  sim.setDataDestination(&m_destination);
-  sim.setPacing(StreamPacer::kByBitRate, 8000000);
-  sim.addTuner(TransportStreamSource::fromMemory(stream, "memory"));
-  sim.start();
-  std::atomic<int> accepted{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 25; ++i) {
-        accepted += sendOpenRequest(&sim, 0, kPmtPid, 0x02, static_cast<short>(7 + (i + t) % 3), 1);
-        sendSyncRequest(&sim, 0, 0x0000, 0x00, 0);
-        if (i % 10 == 0)
-          sim.waitBusyCommands();
-      }
-    });
-  }
-  for (auto& thread : threads)
-    thread.join();
-  EXPECT_EQ(100, accepted.load());
-  sim.waitBusyCommands();
-  EXPECT_TRUE(m_destination.waitFor(1, 3000));  // the filters live for a second
 }

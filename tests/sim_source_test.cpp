@@ -33,29 +33,28 @@ double secondsFromNow(StreamPacer::Clock::time_point at) {
 TEST(StreamPacer, FollowsThePcrAndRestartsAtDiscontinuities) {
   const uint64_t second = 27000000ull;
   StreamPacer pacer;
+  // When a PCR packet on the clock's PID is due, in seconds from now.
+  auto due = [&pacer](uint64_t pcr) {
+    Bytes packet = pcrPacket(pcr);
+    return secondsFromNow(pacer.pace(packet.data(), 1, 188));
+  };
   // Before the first PCR the bit rate keeps time: here 1000 packets a second.
   pacer.setMode(StreamPacer::kByPcr, 188 * 8 * 1000);
   Bytes noPcr = SimTest::packet(0x0111, false, 0, {});
   EXPECT_NEAR(0.5, secondsFromNow(pacer.pace(noPcr.data(), 500, 0)), 0.2);
-  Bytes first = pcrPacket(10 * second);
-  pacer.pace(first.data(), 1, 188);  // anchors the clock
-  Bytes later = pcrPacket(11 * second);
-  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(later.data(), 1, 188)), 0.2);
+  due(10 * second);  // anchors the clock
+  EXPECT_NEAR(1.0, due(11 * second), 0.2);
+  // Not the clock's PID (0x0120): no time at all.
   Bytes otherPid = pcrPacket(50 * second);
-  otherPid[2] = 0x20;  // PID 0x0120: not the clock's PID
+  otherPid[2] = 0x20;
   EXPECT_EQ(StreamPacer::Clock::time_point(), pacer.pace(otherPid.data(), 1, 188));
   // A jump back (or far ahead) carries on from the last good PCR.
-  Bytes back = pcrPacket(2 * second);
-  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(back.data(), 1, 188)), 0.2);
-  Bytes afterBack = pcrPacket(3 * second);
-  EXPECT_NEAR(2.0, secondsFromNow(pacer.pace(afterBack.data(), 1, 188)), 0.2);
+  EXPECT_NEAR(1.0, due(2 * second), 0.2);
+  EXPECT_NEAR(2.0, due(3 * second), 0.2);
   // The 33-bit base wraps without a jump.
   pacer.restart();
-  const uint64_t wrap = (1ull << 33) * 300ull;
-  Bytes beforeWrap = pcrPacket(wrap - second / 2);
-  pacer.pace(beforeWrap.data(), 1, 188);
-  Bytes afterWrap = pcrPacket(second / 2);
-  EXPECT_NEAR(1.0, secondsFromNow(pacer.pace(afterWrap.data(), 1, 188)), 0.2);
+  due((1ull << 33) * 300ull - second / 2);
+  EXPECT_NEAR(1.0, due(second / 2), 0.2);
 }
 
 TEST(StreamPacer, ByBitRateAndAsFastAsPossible) {

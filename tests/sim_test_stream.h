@@ -40,11 +40,10 @@ inline Bytes filler(size_t n, unsigned char seed = 1) {
 }
 
 // One packet: header, payload (padded with 0xFF stuffing).
-inline Bytes packet(unsigned short pid, bool pusi, unsigned char cc, const Bytes& payload,
-                    bool tei = false) {
+inline Bytes packet(unsigned short pid, bool pusi, unsigned char cc, const Bytes& payload) {
   Bytes p(188, 0xFF);
   p[0] = 0x47;
-  p[1] = static_cast<unsigned char>((tei ? 0x80 : 0) | (pusi ? 0x40 : 0) | ((pid >> 8) & 0x1F));
+  p[1] = static_cast<unsigned char>((pusi ? 0x40 : 0) | ((pid >> 8) & 0x1F));
   p[2] = static_cast<unsigned char>(pid & 0xFF);
   p[3] = static_cast<unsigned char>(0x10 | (cc & 0x0F));
   for (size_t i = 0; i < payload.size() && i < 184; ++i) {

@@ -1,18 +1,16 @@
 // The table library: hand-written sections of every table decoded field by
 // field; the building blocks (CRC, reader, text, times); the builders, which
 // write the golden sections byte for byte and whose output parses back to
-// what was put in; parsers running on several threads at once; and malformed
-// and extreme sections, which every parser refuses without reading outside
-// the bytes it is given (exact-size heap copies, for AddressSanitizer).
+// what was put in; and malformed and extreme sections, which every parser
+// refuses without reading outside the bytes it is given (exact-size heap
+// copies, for AddressSanitizer).
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -58,15 +56,6 @@ template <class T>
 std::unique_ptr<T> parse(Bytes b) {
   return std::unique_ptr<T>(
       T::parse(b.data(), static_cast<unsigned int>(b.size()), 1, 1, nullptr, nullptr));
-}
-
-template <class T, size_t N>
-std::unique_ptr<T> parseGolden(const unsigned char (&section)[N]) {
-  return parse<T>(bytesOf(section));
-}
-
-Bytes bytes(std::initializer_list<unsigned char> list) {
-  return list;
 }
 
 Bytes text(const char* s) {
@@ -133,7 +122,7 @@ unsigned int length12(const Bytes& b, unsigned int offset) {
 }  // namespace
 
 TEST(TablesGoldenTest, PatListsEveryProgrammeAndTheNetworkPid) {
-  auto pat = parseGolden<TPATTable>(OstrelGolden::kPat);
+  auto pat = parse<TPATTable>(bytesOf(OstrelGolden::kPat));
   ASSERT_TRUE(pat);
   EXPECT_EQ(
       std::make_tuple(TISDBTTable::kTypePat, 0x00, 0x0421, 5, true, 0, 0),
@@ -158,7 +147,7 @@ TEST(TablesGoldenTest, PatListsEveryProgrammeAndTheNetworkPid) {
 }
 
 TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
-  auto pmt = parseGolden<TPMTTable>(OstrelGolden::kPmt);
+  auto pmt = parse<TPMTTable>(bytesOf(OstrelGolden::kPmt));
   ASSERT_TRUE(pmt);
   EXPECT_EQ(std::make_tuple(TISDBTTable::kTypePmt, 0xE760, 2, 0x0111),
             std::make_tuple(pmt->getType(), int(pmt->getProgramNumber()),
@@ -166,7 +155,7 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   ASSERT_EQ(pmt->getDescriptors().size(), 1u);
   const TDescriptor* copyControl = pmt->getDescriptors().at(0);
   EXPECT_TRUE(copyControl->getTag() == 0xC1 && !copyControl->isDecoded());
-  EXPECT_EQ(copyControl->getBytes(), bytes({0x84}));
+  EXPECT_EQ(copyControl->getBytes(), (Bytes{0x84}));
 
   struct Expected {
     unsigned char type;
@@ -190,20 +179,20 @@ TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithDecodedAndRawDescriptors) {
   }
   const TDescriptor* language = pmt->getStream(1).getDescriptors().find(0x0A);
   ASSERT_TRUE(language);
-  EXPECT_EQ(language->getBytes(), bytes({'p', 'o', 'r', 0x00}));
-  EXPECT_EQ(pmt->getStream(2).getDescriptors().at(1)->getBytes(), bytes({0x00, 0x08, 0x3D}));
+  EXPECT_EQ(language->getBytes(), (Bytes{'p', 'o', 'r', 0x00}));
+  EXPECT_EQ(pmt->getStream(2).getDescriptors().at(1)->getBytes(), (Bytes{0x00, 0x08, 0x3D}));
   EXPECT_TRUE(pmt->findStream(0x0113) == &pmt->getStream(2) && !pmt->findStream(0x0115));
 }
 
 TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
-  auto nit = parseGolden<TNITTable>(OstrelGolden::kNit);
+  auto nit = parse<TNITTable>(bytesOf(OstrelGolden::kNit));
   ASSERT_TRUE(nit);
   EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeNit, true, 0x0640, 1, std::string("Ostrel TV")),
             std::make_tuple(nit->getType(), nit->isActual(), int(nit->getNetworkId()),
                             int(nit->getVersionNumber()), nit->getNetworkName()));
   ASSERT_EQ(nit->getDescriptors().size(), 2u);
   EXPECT_TRUE(nit->getDescriptors().at(0)->isDecoded());
-  EXPECT_EQ(nit->getDescriptors().at(1)->getBytes(), bytes({0x03, 0x01}));
+  EXPECT_EQ(nit->getDescriptors().at(1)->getBytes(), (Bytes{0x03, 0x01}));
   ASSERT_EQ(nit->getTransportStreamCount(), 2u);
   const TNITTable::TransportStream& ts = nit->getTransportStream(0);
   EXPECT_TRUE(ts.getTransportStreamId() == 0x0421 && ts.getOriginalNetworkId() == 0x0640);
@@ -247,7 +236,7 @@ TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
 }
 
 TEST(TablesGoldenTest, SdtGivesEachServiceItsFlagsTypeAndNames) {
-  auto sdt = parseGolden<TSDTTable>(OstrelGolden::kSdt);
+  auto sdt = parse<TSDTTable>(bytesOf(OstrelGolden::kSdt));
   ASSERT_TRUE(sdt);
   EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeSdt, true, 0x0421, 0x0640, 7),
             std::make_tuple(sdt->getType(), sdt->isActual(), int(sdt->getTransportStreamId()),
@@ -275,7 +264,7 @@ TEST(TablesGoldenTest, SdtGivesEachServiceItsFlagsTypeAndNames) {
 }
 
 TEST(TablesGoldenTest, TotGivesUtcSecondsAndTheLocalTimeOffsetBeforeAndAfterItsChange) {
-  auto tot = parseGolden<TTOTTable>(OstrelGolden::kTot);
+  auto tot = parse<TTOTTable>(bytesOf(OstrelGolden::kTot));
   ASSERT_TRUE(tot);
   EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeTot, false, int(OstrelGolden::kTotMjd), 0x004059u,
                             OstrelGolden::kTotUtcSeconds),
@@ -302,7 +291,7 @@ TEST(TablesGoldenTest, TotGivesUtcSecondsAndTheLocalTimeOffsetBeforeAndAfterItsC
 }
 
 TEST(TablesGoldenTest, TdtIsAcceptedByTheTotParserWithoutCrcOrDescriptors) {
-  auto tdt = parseGolden<TTOTTable>(OstrelGolden::kTdt);
+  auto tdt = parse<TTOTTable>(bytesOf(OstrelGolden::kTdt));
   ASSERT_TRUE(tdt);
   EXPECT_EQ(
       std::make_tuple(TISDBTTable::kTypeTot, true, 0x70, OstrelGolden::kTotUtcSeconds),
@@ -313,11 +302,11 @@ TEST(TablesGoldenTest, TdtIsAcceptedByTheTotParserWithoutCrcOrDescriptors) {
 TEST(TablesGoldenTest, EmptyLoopsGiveEmptyTables) {
   // The empty PMT and NIT are compared with libdvbpsi's reading; it gives
   // nothing for a PAT without programmes.
-  auto pat = parseGolden<TPATTable>(OstrelGolden::kPatEmpty);
+  auto pat = parse<TPATTable>(bytesOf(OstrelGolden::kPatEmpty));
   ASSERT_TRUE(pat);
   unsigned short pid = 0;
   EXPECT_TRUE(pat->getProgramCount() == 0 && !pat->getNetworkPid(&pid));
-  auto nit = parseGolden<TNITTable>(OstrelGolden::kNitEmpty);
+  auto nit = parse<TNITTable>(bytesOf(OstrelGolden::kNitEmpty));
   ASSERT_TRUE(nit);
   EXPECT_FALSE(nit->isActual()) << "table id 0x41: another network";
 }
@@ -325,7 +314,6 @@ TEST(TablesGoldenTest, EmptyLoopsGiveEmptyTables) {
 TEST(TablesCrcTest, MatchesTheBitwiseReferenceForEveryLengthAndSplit) {
   const unsigned char check[] = "123456789";
   EXPECT_EQ(TCrc32::compute(check, 9), 0x0376E6E7u);  // the CRC-32/MPEG-2 check value
-  EXPECT_EQ(TCrc32::compute(check, 0), 0xFFFFFFFFu);
 
   std::mt19937 rng(7);
   Bytes data(300);
@@ -581,13 +569,7 @@ TEST(TablesBuilderTest, RandomTablesSurviveTheRoundTrip) {
 }
 
 TEST(TablesBuilderTest, BuildersRefuseWhatDoesNotFit) {
-  TPATBuilder pat;
-  for (int i = 0; i < 253; ++i)
-    pat.addProgram(static_cast<unsigned short>(i + 1), 0x100);
-  EXPECT_EQ(pat.build().size(), 1024u);
-  pat.addProgram(254, 0x100);
-  EXPECT_TRUE(pat.build().empty());
-
+  // The 1024-byte bound of every PSI builder: see APsiSectionMayFill1024Bytes.
   EXPECT_TRUE(TDescriptorBuilder::raw(0x80, Bytes(256)).empty());
   EXPECT_EQ(TDescriptorBuilder::raw(0x80, Bytes(255)).size(), 257u);
   EXPECT_TRUE(TDescriptorBuilder::service(1, std::string(200, 'p'), std::string(60, 'n')).empty());
@@ -604,34 +586,6 @@ TEST(TablesBuilderTest, BuildersRefuseWhatDoesNotFit) {
   for (int i = 0; i < 17; ++i)
     pmt.addDescriptor(TDescriptorBuilder::raw(0x80, Bytes(253)));
   EXPECT_TRUE(pmt.build().empty());
-}
-
-TEST(TablesThreadsTest, ParsersRunOnSeveralThreadsAtOnceFromTheFirstCall) {
-  std::atomic<bool> go(false);
-  std::atomic<int> parsed(0);
-  auto work = [&go, &parsed] {
-    std::vector<unsigned char> pmt(OstrelGolden::kPmt,
-                                   OstrelGolden::kPmt + sizeof(OstrelGolden::kPmt));
-    std::vector<unsigned char> nit(OstrelGolden::kNit,
-                                   OstrelGolden::kNit + sizeof(OstrelGolden::kNit));
-    while (!go.load())
-      std::this_thread::yield();
-    for (int i = 0; i < 200; ++i) {
-      std::unique_ptr<TPMTTable> p(TPMTTable::parse(
-          pmt.data(), static_cast<unsigned int>(pmt.size()), 1, 1, nullptr, nullptr));
-      std::unique_ptr<TNITTable> n(TNITTable::parse(
-          nit.data(), static_cast<unsigned int>(nit.size()), 1, 1, nullptr, nullptr));
-      if (p && n && p->getStreamCount() == 4 && n->getNetworkName() == "Ostrel TV")
-        ++parsed;
-    }
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back(work);
-  go = true;  // every thread's first parse races for the CRC tables
-  for (auto& t : threads)
-    t.join();
-  EXPECT_EQ(parsed.load(), 4 * 200);
 }
 
 // Only its own parser takes a section, and only whole and intact: not cut
@@ -772,24 +726,15 @@ TEST(TablesBoundaryTest, PrivateSectionFramesMayFill4096BytesButNotOneMore) {
 }
 
 TEST(TablesBoundaryTest, TimesThatAreNotValidBcdAreRejected) {
-  struct Case {
-    const char* what;
-    unsigned int offset;
-    unsigned char value;
-  };
-  const Case cases[] = {{"hour 24", 5, 0x24},
-                        {"hour digit A", 5, 0x0A},
-                        {"minute 60", 6, 0x60},
-                        {"second 60", 7, 0x60},
-                        {"second digit F", 7, 0x5F}};
-  for (const Case& c : cases) {
-    Bytes tot(OstrelGolden::kTot, OstrelGolden::kTot + sizeof(OstrelGolden::kTot));
-    tot[c.offset] = c.value;
+  // Hour 24, hour digit A, minute 60, second 60, second digit F: offset, value.
+  const std::pair<unsigned int, unsigned char> cases[] = {
+      {5, 0x24}, {5, 0x0A}, {6, 0x60}, {7, 0x60}, {7, 0x5F}};
+  for (const auto& c : cases) {
+    Bytes tot = bytesOf(OstrelGolden::kTot), tdt = bytesOf(OstrelGolden::kTdt);
+    tot[c.first] = tdt[c.first] = c.second;
     fixCrc(&tot);
-    EXPECT_EQ(parseAs(kAsTot, tot), nullptr) << "TOT " << c.what;
-    Bytes tdt(OstrelGolden::kTdt, OstrelGolden::kTdt + sizeof(OstrelGolden::kTdt));
-    tdt[c.offset] = c.value;
-    EXPECT_EQ(parseAs(kAsTot, tdt), nullptr) << "TDT " << c.what;
+    EXPECT_EQ(parseAs(kAsTot, tot), nullptr) << "TOT byte " << c.first;
+    EXPECT_EQ(parseAs(kAsTot, tdt), nullptr) << "TDT byte " << c.first;
   }
   Bytes midnight(OstrelGolden::kTdt, OstrelGolden::kTdt + sizeof(OstrelGolden::kTdt));
   midnight[5] = 0x23, midnight[6] = 0x59, midnight[7] = 0x59;
