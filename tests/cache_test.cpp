@@ -239,10 +239,14 @@ CountedTable* s_lent = nullptr;
 std::atomic<int> s_lentDestroyed{0};
 bool s_aliveAfterChanges = false;
 
-int replaceAndFlush(unsigned int, unsigned char status, void*, TISDBTTable* table) {
-  Cacher* cache = Cacher::getInstance(5);
-  cache->add(0x30, 0, 0, new CountedTable(TISDBTTable::kTypePat), 10);
-  cache->flush();
+int replaceAndFlush(unsigned int requestId, unsigned char status, void*, TISDBTTable* table) {
+  if (requestId == 1) {  // a second loan of the same table, given back first
+    OstrelGingaCommonCore::getInstance()->requestData(2, 0, 5, 0x30, 2, 1, nullptr, nullptr,
+                                                      nullptr);
+  } else {
+    Cacher::getInstance(5)->add(0x30, 0, 0, new CountedTable(TISDBTTable::kTypePat), 10);
+    Cacher::getInstance(5)->flush();
+  }
   s_aliveAfterChanges = status == 0 && table == s_lent && s_lent->isAlive() && s_lentDestroyed == 0;
   return 1;
 }
