@@ -14,6 +14,7 @@
 //
 // Input: a sequence of steps, each an operation byte and its operands
 // (see runStep); bytes missing at the end read as 0.
+#include <atomic>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
