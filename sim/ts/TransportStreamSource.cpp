@@ -114,13 +114,13 @@ std::unique_ptr<TransportStreamSource> TransportStreamSource::openFile(const std
 // the interface that address names.
 std::unique_ptr<TransportStreamSource> TransportStreamSource::openUdp(const std::string& url,
                                                                       std::string* error) {
-  const std::string spec = url.substr(6);
-  const size_t colon = spec.rfind(':');
-  const size_t at = spec.find('@');
-  const std::string portText = colon == std::string::npos ? "" : spec.substr(colon + 1);
+  const std::string location = url.substr(6);
+  const size_t colon = location.rfind(':');
+  const size_t at = location.find('@');
+  const std::string portText = colon == std::string::npos ? "" : location.substr(colon + 1);
   char* end = NULL;
   const long port = std::strtol(portText.c_str(), &end, 10);
-  std::string host = spec.substr(0, colon == std::string::npos ? 0 : colon);
+  std::string host = location.substr(0, colon == std::string::npos ? 0 : colon);
   std::string group;
   if (at != std::string::npos && at < host.size()) {
     group = host.substr(0, at);
