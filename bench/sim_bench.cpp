@@ -62,9 +62,7 @@ void BM_SampleScan(benchmark::State& state) {
     core->setServer(&sim);
     sim.setDataDestination(core);
     ChannelScan scan(core, 0, 2);
-    scan.setCarriageProbe(ChannelScan::probeOf(&sim, 0));
-    scan.start();
-    sim.startTuner(0);
+    scan.startOn(&sim);
     if (!scan.waitFor(std::chrono::seconds(30)) || !scan.getResult().hasPat) {
       state.SkipWithError("no PAT");
     }

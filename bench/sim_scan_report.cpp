@@ -77,9 +77,7 @@ double scanSeconds(const Bytes& stream) {
   core->setServer(&sim);
   sim.setDataDestination(core);
   ChannelScan scan(core, 0, 2);
-  scan.setCarriageProbe(ChannelScan::probeOf(&sim, 0));
-  scan.start();
-  sim.startTuner(0);
+  scan.startOn(&sim);
   scan.waitFor(std::chrono::seconds(10));
   double last = 0;
   for (const ChannelScan::Request& request : scan.getResult().requests) {

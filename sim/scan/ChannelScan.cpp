@@ -335,6 +335,12 @@ const char* ChannelScan::outcomeName(Outcome outcome) {
   }
 }
 
+void ChannelScan::startOn(ReceiverSimulator* sim) {
+  setCarriageProbe(probeOf(sim, m_pState->tunerId));
+  start();
+  sim->startTuner(m_pState->tunerId);
+}
+
 void ChannelScan::start() {
   State& state = *m_pState;
   {

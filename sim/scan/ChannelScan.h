@@ -131,6 +131,10 @@ class ChannelScan {
   // run() in two steps: start() sends the first requests (once); waitFor()
   // waits at most limit and returns true once every request has ended.
   void start();
+  // start() on sim's tuner, as a receiver scan runs: the carriage probe set,
+  // the first requests sent, then the tuner started, so that no section of
+  // the first round is lost.
+  void startOn(ReceiverSimulator* sim);
   bool waitFor(std::chrono::milliseconds limit);
 
   // Ends every open request as kNotCarried, taking it back from the core.

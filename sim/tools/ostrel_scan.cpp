@@ -326,11 +326,9 @@ ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, ReceiverSimulator* si
                               signed char mode, const Options& o, RequestTrace* trace) {
   ChannelScan scan(core, tunerId, mode);
   scan.setTrace(trace);
-  scan.setCarriageProbe(ChannelScan::probeOf(sim, tunerId));
   {
     Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO), sim->getTuner(tunerId), &scan);
-    scan.start();
-    sim->startTuner(tunerId);
+    scan.startOn(sim);
     const auto limit = std::chrono::steady_clock::now() +
                        std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
     while (!scan.waitFor(std::chrono::milliseconds(50)) && !s_iInterrupted &&
