@@ -2,46 +2,21 @@
 
 #include <algorithm>
 
+#include "TSectionMatch.h"
+
 namespace Ostrel {
 
 SectionFilter::SectionFilter(int tunerId, short pid, short tableId, short tableIdExt)
-    : m_iTunerId(tunerId),
-      m_sPid(pid),
-      m_sTableId(tableId),
-      m_sTableIdExt(tableIdExt),
-      m_bCompareExt(isExtensionCompared(tableId)) {}
+    : m_iTunerId(tunerId), m_sPid(pid), m_sTableId(tableId), m_sTableIdExt(tableIdExt) {}
 
 bool SectionFilter::isExtensionCompared(short tableId) {
-  switch (static_cast<unsigned short>(tableId)) {
-    case 0x00:  // PAT: transport stream id
-    case 0x01:  // CAT: reserved
-    case 0x40:  // NIT actual: network id
-    case 0x41:  // NIT other
-    case 0x42:  // SDT actual: transport stream id
-    case 0x46:  // SDT other
-    case 0x70:  // TDT: short form
-    case 0x73:  // TOT: short form
-      return false;
-    default:
-      return true;
-  }
+  return TSectionMatch::isExtensionCompared(tableId);
 }
 
 bool SectionFilter::matches(int tunerId, unsigned short pid, const unsigned char* section,
                             unsigned int size) const {
-  if (size < 3 || tunerId != m_iTunerId || pid != static_cast<unsigned short>(m_sPid) ||
-      section[0] != static_cast<unsigned short>(m_sTableId)) {
-    return false;
-  }
-  bool longForm = (section[1] & 0x80) != 0;
-  if (!m_bCompareExt || !longForm) {
-    return true;
-  }
-  if (size < 5) {
-    return false;
-  }
-  unsigned short extension = static_cast<unsigned short>((section[3] << 8) | section[4]);
-  return extension == static_cast<unsigned short>(m_sTableIdExt);
+  return tunerId == m_iTunerId && pid == static_cast<unsigned short>(m_sPid) &&
+         TSectionMatch::matches(m_sTableId, m_sTableIdExt, section, size);
 }
 
 uint64_t SectionFilter::fingerprint(const unsigned char* section, unsigned int size) {

@@ -9,16 +9,7 @@ namespace Ostrel {
 // Which sections answer a table request, and which of them a filter has
 // passed already.
 //
-// Matching rule: a section matches a request key (tuner, PID, table id, table
-// id extension) when it comes from the same tuner and PID, its table_id equals
-// the table id, and, where the extension is compared, its
-// table_id_extension equals the extension. The extension is compared only for
-// long-form sections of tables whose extension the middleware knows before it
-// asks (a PMT's programme number, an EIT's service id, ...). It is not
-// compared for the PAT (0x00), the CAT (0x01), the NIT (0x40, 0x41), the SDT
-// (0x42, 0x46), nor for short-form sections (the TDT 0x70 and TOT 0x73 among
-// them), whose extensions (transport stream id, network id) a receiver learns
-// only from the table itself.
+// Matching rule: TSectionMatch (shared with every server that filters).
 //
 // A filter passes each distinct section once: a section whose bytes equal
 // one it passed already (a carousel repetition) is not passed again, while a
@@ -50,7 +41,6 @@ class SectionFilter {
   short m_sPid;
   short m_sTableId;
   short m_sTableIdExt;
-  bool m_bCompareExt;
   std::vector<uint64_t> m_vecPassed;
 };
 
