@@ -21,6 +21,9 @@
 #include <vector>
 
 #include "ChannelScan.h"
+#ifdef OSTREL_HAVE_DVB_SERVER
+#include "DvbServer.h"
+#endif
 #include "OstrelGingaCommonCore.h"
 #include "OstrelLogger.h"
 #include "ReceiverSimulator.h"
@@ -49,6 +52,7 @@ void onInterrupt(int signal) {
 struct Options {
   bool watch = false;
   std::vector<std::string> inputs;
+  std::vector<std::string> adapters;  // --dvb
   bool json = false;
   std::string tracePath;
   StreamPacer::Mode pacing = StreamPacer::kByPcr;
@@ -79,6 +83,7 @@ void usage(std::FILE* to) {
   std::fprintf(to,
                "usage: ostrel-scan [scan|watch] [options] FILE|-\n"
                "       ostrel-scan [scan|watch] [options] --tuner FILE [--tuner FILE...]\n"
+               "       ostrel-scan [scan] [options] --dvb ADAPTER [--dvb ADAPTER...]\n"
                "\n"
                "Plays MPEG transport streams (188, 192 or 204-byte packets; - is standard\n"
                "input; udp://[group@]address:port receives plain or RTP-wrapped packets,\n"
@@ -89,6 +94,8 @@ void usage(std::FILE* to) {
                "  scan              print each tuner's channel table and requests (default)\n"
                "  watch             scan again and again; print what changes\n"
                "  --tuner FILE      add an input (a tuner); may be repeated\n"
+               "  --dvb ADAPTER     scan a Linux DVB adapter tuned already (/dev/dvb/adapter0,\n"
+               "                    one tuner each; may be repeated); see docs/dvb.md\n"
                "  --json            print JSON instead of tables\n"
                "  --trace FILE      write every request's life as a Chrome trace (JSON)\n"
                "  --fast            play as fast as possible (default: real time by PCR)\n"
@@ -164,6 +171,11 @@ int parse(int argc, char** argv, Options* o) {
       if (!file)
         return kExitUsage;
       o->inputs.push_back(file);
+    } else if (arg == "--dvb") {
+      const char* adapter = operand("an adapter directory (/dev/dvb/adapter0)");
+      if (!adapter)
+        return kExitUsage;
+      o->adapters.push_back(adapter);
     } else if (arg == "--json") {
       o->json = true;
     } else if (arg == "--trace") {
@@ -228,7 +240,17 @@ int parse(int argc, char** argv, Options* o) {
       o->inputs.push_back(arg);
     }
   }
-  if (o->inputs.empty()) {
+  if (!o->adapters.empty() && (!o->inputs.empty() || o->watch)) {
+    std::fprintf(stderr, "ostrel-scan: --dvb scans adapters only: no FILE inputs, no watch\n");
+    return kExitUsage;
+  }
+#ifndef OSTREL_HAVE_DVB_SERVER
+  if (!o->adapters.empty()) {
+    std::fprintf(stderr, "ostrel-scan: built without the DVB server\n");
+    return kExitUsage;
+  }
+#endif
+  if (o->inputs.empty() && o->adapters.empty()) {
     usage(stderr);
     return kExitUsage;
   }
@@ -444,6 +466,56 @@ int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options&
   return anyPat ? kExitOk : kExitNoPat;
 }
 
+#ifdef OSTREL_HAVE_DVB_SERVER
+// The same scan on DVB adapters that are tuned already. Nothing tells how far
+// the broadcast has played, so requests for tables it does not carry end at
+// their time-outs.
+int runDvbScan(OstrelGingaCommonCore* core, DvbServer* server, const Options& o,
+               RequestTrace* trace) {
+  int* ids = NULL;
+  unsigned char* types = NULL;
+  short error = 0;
+  const int tuners = core->getTunerList(&ids, &types, &error);
+  if (tuners == 0) {
+    std::fprintf(stderr, "ostrel-scan: no adapter's frontend answered (error %d)\n", error);
+    std::free(ids);
+    std::free(types);
+    return kExitInput;
+  }
+  int status = kExitOk;
+  if (o.json && tuners > 1)
+    std::cout << "[\n";
+  for (int t = 0; t < tuners && !s_iInterrupted; ++t) {
+    ChannelScan scan(core, ids[t], 1);
+    scan.setTrace(trace);
+    scan.start();
+    const auto limit = std::chrono::steady_clock::now() +
+                       std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
+    while (!scan.waitFor(std::chrono::milliseconds(50)) && !s_iInterrupted &&
+           std::chrono::steady_clock::now() < limit) {
+    }
+    const ChannelScan::Result r = scan.getResult();
+    const std::string name = server->getAdapter(ids[t]);
+    warnIncomplete(r, ids[t], name);
+    if (!r.hasPat) {
+      std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", ids[t],
+                   RequestTrace::escape(name).c_str());
+      status = kExitNoPat;
+    }
+    if (o.json && tuners > 1 && t > 0)
+      std::cout << ",\n";
+    print(r, o, "Tuner " + std::to_string(ids[t]) + ": " + RequestTrace::escape(name));
+    if (!o.json && t + 1 < tuners)
+      std::cout << "\n";
+  }
+  if (o.json && tuners > 1)
+    std::cout << "]\n";
+  std::free(ids);
+  std::free(types);
+  return status;
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -463,6 +535,26 @@ int main(int argc, char** argv) {
     }
     std::fclose(out);
   }
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  std::unique_ptr<RequestTrace> trace(o.tracePath.empty() ? NULL : new RequestTrace());
+#ifdef OSTREL_HAVE_DVB_SERVER
+  if (!o.adapters.empty()) {
+    signal(SIGINT, onInterrupt);
+    signal(SIGTERM, onInterrupt);
+    std::unique_ptr<DvbServer> server(new DvbServer(o.adapters, DvbServer::Options()));
+    core->setServer(server.get());
+    server->setDataDestination(core);
+    const int status = runDvbScan(core, server.get(), o, trace.get());
+    server.reset();  // closes every filter still open
+    RequestFollower::destroy();
+    ostrel_log_set_sink(NULL, NULL);
+    if (trace && !trace->writeTo(o.tracePath)) {
+      std::fprintf(stderr, "ostrel-scan: cannot write %s\n", o.tracePath.c_str());
+      return kExitInput;
+    }
+    return s_iInterrupted ? 128 + s_iInterrupted : status;
+  }
+#endif
   std::unique_ptr<ReceiverSimulator> sim(new ReceiverSimulator());
   sim->setFaultPlan(o.faults);
   for (const std::string& input : o.inputs) {
@@ -481,10 +573,8 @@ int main(int argc, char** argv) {
   signal(SIGINT, onInterrupt);
   signal(SIGTERM, onInterrupt);
 
-  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   core->setServer(sim.get());
   sim->setDataDestination(core);
-  std::unique_ptr<RequestTrace> trace(o.tracePath.empty() ? NULL : new RequestTrace());
   int status = o.watch ? runWatch(core, sim.get(), o, trace.get())
                        : runScan(core, sim.get(), o, trace.get());
   // The receiver goes first, so that nothing is delivered any more; then the
