@@ -50,11 +50,13 @@ DvbServer::~DvbServer() {
     m_deliveryThread.join();
   }
   // Nothing else runs now: close what is still open, undelivered.
-  std::vector<Finished> open;
+  std::vector<CallOut> open;
   for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
        ++it) {
-    Finished finished = {std::move(it->second), false};
-    open.push_back(std::move(finished));
+    CallOut call;
+    call.close = it->second.command;
+    call.filter = std::move(it->second.filter);
+    open.push_back(std::move(call));
   }
   m_counters.timedOut += m_mapFilters.size();
   m_mapFilters.clear();
@@ -110,41 +112,87 @@ void DvbServer::waitBusyCommands() {
 
 // ---- Delivery thread ----
 
+bool DvbServer::accept(OpenFilter* open, const std::vector<unsigned char>& section) {
+  if ((section[1] & 0x80) == 0 || section.size() < 8) {
+    open->shortForm = true;
+    return true;
+  }
+  const unsigned short extension = static_cast<unsigned short>((section[3] << 8) | section[4]);
+  const unsigned char version = (section[5] >> 1) & 0x1F;
+  if (!open->tracking || extension != open->extension || version != open->version) {
+    open->tracking = true;
+    open->extension = extension;
+    open->version = version;
+    open->delivered.reset();
+  }
+  open->lastSection = section[7];
+  if (open->delivered.test(section[6])) {
+    return false;
+  }
+  open->delivered.set(section[6]);
+  return true;
+}
+
+bool DvbServer::isComplete(const OpenFilter& open) {
+  if (open.shortForm) {
+    return true;
+  }
+  for (unsigned int number = 0; number <= open.lastSection; ++number) {
+    if (!open.delivered.test(number)) {
+      return false;
+    }
+  }
+  return open.tracking;
+}
+
 // REQUIRES: m_mutex held.
-void DvbServer::__takeFinished(Clock::time_point now, std::vector<Finished>* finished) {
+void DvbServer::__takeDue(Clock::time_point now, std::vector<CallOut>* calls) {
   for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
        it != m_mapFilters.end();) {
     OpenFilter& open = it->second;
     const bool deliver = open.held && now >= open.passFrom;
+    const bool complete = deliver && isComplete(open);
     if (!deliver && !open.failed && now < open.deadline) {
       ++it;
       continue;
     }
+    CallOut call;
+    call.tunerId = open.tunerId;
+    call.pid = open.pid;
+    call.tableId = open.tableId;
+    call.tableIdExt = open.tableIdExt;
+    call.close = NULL;
     if (deliver) {
       ++m_counters.deliveries;
-    } else if (open.failed) {
-      ++m_counters.failed;
-    } else {
-      ++m_counters.timedOut;
+      call.section.swap(open.section);
+      open.held = false;
     }
-    Finished done = {std::move(open), deliver};
-    finished->push_back(std::move(done));
-    m_mapFilters.erase(it++);
+    if (!deliver || complete) {
+      ++(complete ? m_counters.completed : open.failed ? m_counters.failed : m_counters.timedOut);
+      call.close = open.command;
+      call.filter = std::move(open.filter);
+      m_mapFilters.erase(it++);
+    } else {
+      ++it;
+    }
+    calls->push_back(std::move(call));
   }
 }
 
-void DvbServer::callOut(std::vector<Finished>* finished) {
-  for (size_t i = 0; i < finished->size(); ++i) {
-    OpenFilter& open = (*finished)[i].open;
-    open.filter.reset();  // the descriptor goes before anything is called
+void DvbServer::callOut(std::vector<CallOut>* calls) {
+  for (size_t i = 0; i < calls->size(); ++i) {
+    CallOut& call = (*calls)[i];
+    call.filter.reset();  // a closing filter's descriptor goes before anything is called
     GingaDataDestination* destination = getDataDestination();
-    if ((*finished)[i].deliver && destination) {
-      destination->injectData(open.tunerId, open.pid, open.tableId, open.tableIdExt, NULL,
-                              &open.section[0], static_cast<unsigned int>(open.section.size()));
+    if (!call.section.empty() && destination) {
+      destination->injectData(call.tunerId, call.pid, call.tableId, call.tableIdExt, NULL,
+                              &call.section[0], static_cast<unsigned int>(call.section.size()));
     }
-    closeOpenRequest(open.command);
+    if (call.close) {
+      closeOpenRequest(call.close);
+    }
   }
-  finished->clear();
+  calls->clear();
 }
 
 void DvbServer::deliveryLoop() {
@@ -154,7 +202,7 @@ void DvbServer::deliveryLoop() {
     short revents;
     std::vector<unsigned char> section;
   };
-  std::vector<Finished> finished;
+  std::vector<CallOut> calls;
   std::vector<pollfd> fds;
   std::vector<uint64_t> ids;
   std::vector<DvbDemuxFilter*> filters;
@@ -162,11 +210,11 @@ void DvbServer::deliveryLoop() {
   std::unique_lock<std::mutex> lock(m_mutex);
   while (!m_bShutdown) {
     const Clock::time_point now = Clock::now();
-    __takeFinished(now, &finished);
-    if (!finished.empty()) {
+    __takeDue(now, &calls);
+    if (!calls.empty()) {
       m_bCallingOut = true;
       lock.unlock();
-      callOut(&finished);
+      callOut(&calls);
       lock.lock();
       m_bCallingOut = false;
       m_condIdle.notify_all();
@@ -221,9 +269,11 @@ void DvbServer::deliveryLoop() {
     for (size_t i = 0; i < reads.size(); ++i) {
       OpenFilter& open = m_mapFilters.find(reads[i].id)->second;
       const bool hungUp = (reads[i].revents & (POLLHUP | POLLNVAL)) != 0;
-      if (reads[i].result == DvbDemuxFilter::kSection && readAt < open.deadline) {
-        open.held = true;
-        open.section.swap(reads[i].section);
+      if (reads[i].result == DvbDemuxFilter::kSection) {
+        if (readAt < open.deadline && accept(&open, reads[i].section)) {
+          open.held = true;
+          open.section.swap(reads[i].section);
+        }
       } else if (reads[i].result == DvbDemuxFilter::kFailed || hungUp ||
                  (reads[i].result == DvbDemuxFilter::kNothing &&
                   (reads[i].revents & POLLERR) != 0)) {

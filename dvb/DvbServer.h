@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <bitset>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -28,17 +29,21 @@ class TDataRequestCommand;
 // An open data request becomes a section filter of its own on the adapter's
 // demux (DvbDemuxFilter: PID, table id, extension where the request key
 // compares it, CRC checked by the kernel). The delivery thread polls every
-// filter, reads one section per read, and delivers the first section that
-// comes to the data destination with injectData under the request's own key,
-// with no lock of the server held; the request is then closed
-// (closeOpenRequest) and its filter and descriptor with it. The core answers a
-// request with one section, so one is all a request gets; a middleware that
-// wants the next section of a table asks again. A request for which no section
-// comes is closed when its time-out (the command's seconds) has passed, as is
-// one whose device fails (logged). A filter opened from another thread than
-// the delivery thread holds back what it reads for filterStartMs, so that the
-// sender records its request before the answer comes; one opened from a
-// notification on the delivery thread passes at once.
+// filter, reads one section per read, and delivers each new section to the
+// data destination with injectData under the request's own key, one delivery
+// at a time, with no lock of the server held; a repetition of a section the
+// filter has delivered (same extension, version and section number) is not
+// delivered again. The request is closed (closeOpenRequest), its filter and
+// descriptor with it, once its table has come: every section from 0 to
+// last_section_number of one version (a short-form section is a table by
+// itself), or when its time-out (the command's seconds) has passed, or when
+// its device fails (logged). The core answers a request with one section; the
+// next sections reach a request that the middleware sends from the
+// notification, since the next delivery waits until the notification has
+// returned. A filter opened from another thread than the delivery thread
+// holds back what it reads for filterStartMs, so that the sender records its
+// request before the answer comes; one opened from a notification on the
+// delivery thread passes at once.
 //
 // A synchronous request (0x601, or 0x600 without the open flag) opens a
 // filter, waits on the caller's thread for one section, at most
@@ -70,6 +75,7 @@ class DvbServer : public GingaServer {
     Counters()
         : filtersOpened(0),
           deliveries(0),
+          completed(0),
           timedOut(0),
           failed(0),
           syncAnswered(0),
@@ -77,6 +83,7 @@ class DvbServer : public GingaServer {
           commandsRefused(0) {}
     uint64_t filtersOpened;  // open requests that got a filter
     uint64_t deliveries;     // sections injected for open requests
+    uint64_t completed;      // open requests closed once their table had come
     uint64_t timedOut;       // open requests closed at their time-out (or at shutdown)
     uint64_t failed;         // open requests closed because their device failed
     uint64_t syncAnswered;
@@ -111,14 +118,28 @@ class DvbServer : public GingaServer {
     std::unique_ptr<DvbDemuxFilter> filter;  // used unlocked by the delivery thread only
     Clock::time_point passFrom;
     Clock::time_point deadline;
-    bool held;    // section holds what was read, waiting for passFrom
+    bool held;    // section holds a new section, to be delivered from passFrom on
     bool failed;  // the device failed
     std::vector<unsigned char> section;
+    // The table being gathered: extension, version, last section number and
+    // the section numbers delivered; whole at once for a short-form section.
+    bool tracking;
+    bool shortForm;
+    unsigned short extension;
+    unsigned char version;
+    unsigned char lastSection;
+    std::bitset<256> delivered;
   };
-  // A filter taken out, with its section when it has one to deliver.
-  struct Finished {
-    OpenFilter open;
-    bool deliver;
+  // One call-out of the delivery thread: a section to inject under a key,
+  // and/or a request to close with its filter.
+  struct CallOut {
+    int tunerId;
+    short pid;
+    short tableId;
+    short tableIdExt;
+    std::vector<unsigned char> section;  // empty: nothing to inject
+    TDataRequestCommand* close;          // null: the request stays open
+    std::unique_ptr<DvbDemuxFilter> filter;
   };
 
   DvbServer(const DvbServer&);
@@ -133,10 +154,14 @@ class DvbServer : public GingaServer {
 
   void deliveryLoop();
   void wake();
-  // REQUIRES: m_mutex held. Takes out the filters that are done at now.
-  void __takeFinished(Clock::time_point now, std::vector<Finished>* finished);
-  // With no lock held: closes, delivers, closes the requests.
-  void callOut(std::vector<Finished>* finished);
+  // REQUIRES: m_mutex held. Takes the due deliveries and the filters that are
+  // done at now.
+  void __takeDue(Clock::time_point now, std::vector<CallOut>* calls);
+  // With no lock held: closes filters, delivers, closes requests.
+  void callOut(std::vector<CallOut>* calls);
+  // Whether section is new to open's table (and records it).
+  static bool accept(OpenFilter* open, const std::vector<unsigned char>& section);
+  static bool isComplete(const OpenFilter& open);
 
   const std::vector<std::string> m_vecAdapters;
   const Options m_options;

@@ -103,6 +103,11 @@ int DvbServer::executeOpenRequest(TDataRequestCommand* request) {
     open.deadline = now + std::chrono::seconds(seconds);
     open.held = false;
     open.failed = false;
+    open.tracking = false;
+    open.shortForm = false;
+    open.extension = 0;
+    open.version = 0;
+    open.lastSection = 0;
     m_mapFilters.insert(std::make_pair(++m_ullNextFilterId, std::move(open)));
     ++m_counters.filtersOpened;
   }
