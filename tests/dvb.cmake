@@ -1,0 +1,12 @@
+# The DVB server against emulated adapters (ostrel-dvb-emu over FUSE): root,
+# /dev/fuse, a private mount namespace; fails, never skips, without them.
+if(TARGET OstrelDvbServer AND TARGET OstrelSim AND NOT CMAKE_CROSSCOMPILING)
+  add_executable(dvb_server_test dvb_server_test.cpp)
+  target_link_libraries(dvb_server_test PRIVATE OstrelDvbServer OstrelSim GTest::gtest_main)
+  target_compile_definitions(dvb_server_test PRIVATE OSTREL_DVB_EMU="$<TARGET_FILE:ostrel-dvb-emu>"
+    OSTREL_SAMPLE_STREAM="${OSTREL_SAMPLE_STREAM}" OSTREL_TEST_WORK="${CMAKE_CURRENT_BINARY_DIR}")
+  ostrel_tool_settings(dvb_server_test)
+  add_dependencies(dvb_server_test ostrel-sample ostrel-dvb-emu)
+  add_test(NAME dvb_server_test COMMAND unshare -m $<TARGET_FILE:dvb_server_test>)
+  set_tests_properties(dvb_server_test PROPERTIES TIMEOUT 120)
+endif()

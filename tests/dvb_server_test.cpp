@@ -1,0 +1,157 @@
+// The DVB server on emulated adapters (ostrel-dvb-emu, FUSE): real system calls.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <filesystem>
+
+#include "ChannelScan.h"
+#include "DvbServer.h"
+#include "OstrelGingaCommonCore.h"
+#include "ReceiverSimulator.h"
+#include "RequestFollower.h"
+#include "ScanReport.h"
+#include "TCommand.h"
+#include "TransportStreamSource.h"
+
+using namespace Ostrel;
+
+namespace {
+
+// Open descriptors and live commands: equal before and after, nothing leaked.
+std::pair<long, long> held() {
+  return {std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}),
+          TCommand::getLiveCount()};
+}
+
+// ostrel-dvb-emu serving one adapter from stream, with faults (options);
+// stopped on destruction. The shell prints its pid, then becomes the emulator.
+struct Emulator {
+  Emulator(const std::string& stream, const std::string& faults) {
+    char root[] = "/tmp/dvb-server-test-XXXXXX";
+    m_root = mkdtemp(root);
+    m_out = popen(
+        ("echo $$; exec " OSTREL_DVB_EMU " --root " + m_root + " --adapter " + stream + faults)
+            .c_str(),
+        "r");
+    char line[64] = "";
+    ok = fscanf(m_out, "%d ", &m_pid) == 1 && fgets(line, sizeof(line), m_out) &&
+         !strncmp(line, "ready", 5);
+  }
+  ~Emulator() { kill(m_pid, SIGTERM), pclose(m_out), rmdir(m_root.c_str()); }
+  bool ok = false;
+  std::string m_root;
+  FILE* m_out;
+  pid_t m_pid = -1;
+};
+
+// The channel table of a scan of tuner 0 (server only, so that no cache of an
+// earlier scan answers); what is still open after 8 s is taken back. A
+// time-out reads as what the simulator says at the end of a file.
+std::string scan(GingaServer* server, ReceiverSimulator* sim) {
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setServer(server), server->setDataDestination(core);
+  ChannelScan scan(core, 0, 2);
+  sim ? scan.startOn(sim) : scan.start();
+  scan.waitFor(std::chrono::seconds(8));
+  scan.takeBackAll();
+  std::string table = ScanReport::channelTable(scan.getResult());
+  for (size_t at; (at = table.find("PMT timed out")) != std::string::npos;)
+    table.replace(at, 13, "PMT not in the stream");
+  return table;
+}
+
+TEST(DvbServerTest, ScanThroughAnEmulatedAdapterGivesTheSimulatorsChannelTable) {
+#define FFMPEG_STREAM OSTREL_TEST_WORK "/dvb-ffmpeg.ts"
+  ASSERT_EQ(0, std::system("ffmpeg -v error -y -f lavfi -i testsrc=size=160x120:rate=10 -f lavfi "
+                           "-i sine -t 1.5 -c:v mpeg2video -c:a mp2 -f mpegts -program "
+                           "program_num=0x101:title=Um:st=0:st=1 " FFMPEG_STREAM));
+  for (const std::string stream : {OSTREL_SAMPLE_STREAM, FFMPEG_STREAM}) {
+    const std::pair<long, long> before = held();
+    std::string expected, got, error;
+    {
+      ReceiverSimulator sim;
+      sim.setPacing(StreamPacer::kAsFastAsPossible, 0);
+      std::unique_ptr<TransportStreamSource> source =
+          TransportStreamSource::openFile(stream, &error);
+      ASSERT_TRUE(source) << error;
+      source->setLoop(false);
+      sim.addTuner(std::move(source));
+      expected = scan(&sim, &sim);
+    }
+    {
+      Emulator emulator(stream, "");
+      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
+      DvbServer dvb({emulator.m_root + "/adapter0"}, DvbServer::Options());
+      got = scan(&dvb, nullptr);
+      int* ids = nullptr;
+      unsigned char* types = nullptr;
+      EXPECT_EQ(1, OstrelGingaCommonCore::getInstance()->getTunerList(&ids, &types, nullptr));
+      EXPECT_EQ(std::make_pair(0, 1), std::make_pair(ids[0], int(types[0]))) << "terrestrial";
+      free(ids), free(types);
+    }
+    RequestFollower::destroy();
+    EXPECT_EQ(expected, got) << stream;
+    EXPECT_NE(std::string::npos, got.find("\n0x")) << "no service: " << got;
+    EXPECT_EQ(before, held()) << stream;
+  }
+}
+
+std::mutex s_mutex;
+std::condition_variable s_cond;
+std::vector<unsigned char> s_statuses;  // notified
+
+int record(unsigned int, unsigned char status, void*, TISDBTTable*) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_statuses.push_back(status);
+  s_cond.notify_all();
+  return 1;
+}
+
+TEST(DvbServerTest, FaultsEndInTheCoresFailuresAndTimeOutsWithNothingLeaked) {
+  struct Case {
+    const char* fault;
+    short pid, tableId, error;  // extension 1: no PMT of that number is on 0x0100
+    unsigned char status;       // of the one notification, when error is 0 (sent)
+    int closedWithinMs;         // the server's filter and request, after it
+    uint64_t DvbServer::Counters::*counter;
+  } cases[] = {
+      {"", 0x0000, 0x00, 0, 0, 300, &DvbServer::Counters::completed},
+      {" --fault refuse-filter=0", 0x0000, 0x00, -5, 0, 0, &DvbServer::Counters::commandsRefused},
+      {" --fault read-error=0", 0x0000, 0x00, 0, 1, 300, &DvbServer::Counters::failed},
+      {" --fault crc=1", 0x0000, 0x00, 0, 1, 1500, &DvbServer::Counters::timedOut},
+      {" --fault remove=0.5", 0x0100, 0x02, 0, 1, 300, &DvbServer::Counters::failed},
+  };
+  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
+  core->setRequestNotificationCallback(&record);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.fault);
+    const std::pair<long, long> before = held();
+    s_statuses.clear();
+    {
+      Emulator emulator(OSTREL_SAMPLE_STREAM, c.fault);
+      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
+      DvbServer dvb({emulator.m_root + "/adapter0"}, DvbServer::Options());
+      core->setServer(&dvb), dvb.setDataDestination(core);
+      short error = 99;
+      EXPECT_EQ(c.error == 0, core->requestData(1, 2, 0, c.pid, c.tableId, 1, NULL, NULL, &error));
+      EXPECT_EQ(c.error, error);
+      std::unique_lock<std::mutex> lock(s_mutex);
+      s_cond.wait_for(lock, std::chrono::seconds(c.error ? 0 : 4),
+                      [] { return !s_statuses.empty(); });
+      EXPECT_EQ(c.error ? std::vector<unsigned char>{} : std::vector<unsigned char>{c.status},
+                s_statuses);
+      lock.unlock();
+      for (int ms = 0; ms < c.closedWithinMs && dvb.getOpenFilterCount(); ms += 10)
+        usleep(10000);
+      EXPECT_EQ(std::make_pair(size_t(0), 0u),
+                std::make_pair(dvb.getOpenFilterCount(), dvb.getOpenRequestCount()));
+      EXPECT_EQ(1u, dvb.getCounters().*c.counter);
+    }
+    RequestFollower::destroy();
+    EXPECT_EQ(before, held());
+  }
+}
+
+}  // namespace
