@@ -933,6 +933,7 @@ bool DvbEmulator::mount(std::string* error) {
   const char* argv[] = {"ostrel-dvb-emu", "-o", mountOptions.c_str()};
   struct fuse_args args = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
   m_pSession = fuse_session_new(&args, &ops, sizeof(ops), this);
+  fuse_opt_free_args(&args);
   if (!m_pSession) {
     *error = "cannot start a FUSE session";
     return false;
