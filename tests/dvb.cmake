@@ -1,5 +1,4 @@
-# The DVB server against emulated adapters (ostrel-dvb-emu over FUSE): root,
-# /dev/fuse, a private mount namespace; fails, never skips, without them.
+# The DVB server on emulated adapters: root, /dev/fuse, a private mount namespace (never skipped).
 if(TARGET OstrelDvbServer AND TARGET OstrelSim AND NOT CMAKE_CROSSCOMPILING)
   add_executable(dvb_server_test dvb_server_test.cpp)
   target_link_libraries(dvb_server_test PRIVATE OstrelDvbServer OstrelSim GTest::gtest_main)
