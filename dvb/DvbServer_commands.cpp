@@ -16,6 +16,15 @@
 
 namespace Ostrel {
 
+namespace {
+
+// A command's time-out in seconds as milliseconds, held to a day.
+unsigned int timeOutMs(unsigned int seconds) {
+  return seconds > 86400 ? 86400000u : seconds * 1000;
+}
+
+}  // namespace
+
 int DvbServer::execute(TCommand* command, TCommand** response) {
   if (!command) {
     return 0;
@@ -45,7 +54,7 @@ int DvbServer::execute(TCommand* command, TCommand** response) {
           request->getOpen()
               ? executeOpenRequest(request)
               : executeSyncRequest(request->getTunerId(), request->getPid(), request->getTableId(),
-                                   request->getTableIdExt(), request->getTimeOut() * 1000);
+                                   request->getTableIdExt(), timeOutMs(request->getTimeOut()));
       break;
     }
     case TSyncDataRequestCommand::kCode: {
