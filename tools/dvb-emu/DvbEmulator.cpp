@@ -374,11 +374,10 @@ void DvbEmulator::pump(Adapter* a) {
   while (!m_bStopping) {
     Clock::time_point now = Clock::now();
     if (!a->removed && now >= removeAt) {
+      // The entry goes when the kernel's cache of it expires (1 s); opens
+      // until then fail with ENODEV. No invalidation is sent: it could wait
+      // on a lookup that the stopping session loop no longer answers.
       removeAdapter(a);
-      std::string name = "adapter" + std::to_string(a->index);
-      lock.unlock();
-      fuse_lowlevel_notify_inval_entry(m_pSession, kRootIno, name.c_str(), name.size());
-      lock.lock();
       continue;
     }
     Clock::time_point next = a->removed ? Clock::time_point::max() : removeAt;
