@@ -5,6 +5,7 @@
 # the example consumer against the package both ways: CMake and pkg-config.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build install
 src=$PWD
 build=build/install-check
 work=$(mktemp -d)

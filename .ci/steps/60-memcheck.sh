@@ -9,6 +9,7 @@
 # cannot say anything under memcheck are left out, each with its reason, below.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build test memcheck
 build=${OSTREL_MEMCHECK_BUILD:-build/default}
 [ -f "$build/CMakeCache.txt" ] || timeout 300 cmake --preset default -B "$build" >/dev/null
 timeout 1200 cmake --build "$build" -j2 >/dev/null
