@@ -6,6 +6,7 @@
 
 #include "ReceiverSimulator.h"
 #include "SampleStream.h"
+#include "SimulatorTuners.h"
 #include "StreamPacer.h"
 #include "TransportStreamSource.h"
 #include "TsPacketWriter.h"
@@ -93,14 +94,14 @@ TEST(TransportStreamSource, ReadsStandardInputUntilItCloses) {
   source->setLoop(true);  // a pipe cannot loop, whatever is asked
   EXPECT_FALSE(source->isLooping());
   ReceiverSimulator sim;
-  int tuner = sim.addTuner(std::move(source));
+  int tuner = SimulatorTuners::add(&sim, std::move(source));
   sim.start();
-  bool ended = sim.getTuner(tuner)->waitForEnd(std::chrono::seconds(20));
+  bool ended = sim.waitForEnd(tuner, std::chrono::seconds(20));
   writer.join();
   dup2(savedStdin, STDIN_FILENO);
   close(savedStdin);
   ASSERT_TRUE(ended);
-  TunerInput::Progress progress = sim.getTuner(tuner)->getProgress();
+  TunerInput::Progress progress = SimulatorTuners::get(sim, tuner)->getProgress();
   EXPECT_EQ("", progress.error);
   EXPECT_EQ(SampleStream::kPacketCount, progress.packetizer.packets);
   EXPECT_EQ(0u, progress.demux.ccErrors);
