@@ -26,7 +26,6 @@
 #include "TCommand.h"
 #include "TCrc32.h"
 #include "TDataRequestCommand.h"
-#include "TransportStreamSource.h"
 #include "TsPacketWriter.h"
 
 using namespace Ostrel;
@@ -128,8 +127,8 @@ int main(int argc, char** argv) {
   double simulated = 0;
   {
     ReceiverSimulator sim;
-    sim.setPacing(StreamPacer::kAsFastAsPossible, 0);
-    sim.addTuner(TransportStreamSource::fromMemory(stream, "bench"));
+    sim.setPacing(ReceiverSimulator::kAsFastAsPossible, 0);
+    sim.addMemoryTuner(stream, "bench", true);
     simulated = measure(&sim, [&sim] { sim.startTuner(0); });
   }
   char root[] = "/tmp/dvb-bench-XXXXXX";

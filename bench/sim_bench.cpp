@@ -58,7 +58,7 @@ void BM_SampleScan(benchmark::State& state) {
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   for (auto _ : state) {
     ReceiverSimulator sim;
-    sim.addTuner(TransportStreamSource::fromMemory(SampleStream::build(), "sample"));
+    sim.addMemoryTuner(SampleStream::build(), "sample", true);
     core->setServer(&sim);
     sim.setDataDestination(core);
     ChannelScan scan(core, 0, 2);

@@ -18,7 +18,6 @@
 #include "SampleStream.h"
 #include "SectionDemux.h"
 #include "SectionSink.h"
-#include "TransportStreamSource.h"
 
 using namespace Ostrel;
 
@@ -72,8 +71,8 @@ void quiet(int, const char*, const char*, void*) {}
 double scanSeconds(const Bytes& stream) {
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   ReceiverSimulator sim;
-  sim.setPacing(StreamPacer::kByPcr, 0);
-  sim.addTuner(TransportStreamSource::fromMemory(stream, "sample"));
+  sim.setPacing(ReceiverSimulator::kByPcr, 0);
+  sim.addMemoryTuner(stream, "sample", true);
   core->setServer(&sim);
   sim.setDataDestination(core);
   ChannelScan scan(core, 0, 2);

@@ -14,8 +14,10 @@ endif()
 
 if(NOT TARGET GTest::gtest)
   if(NOT EXISTS ${OSTREL_GTEST_SOURCE_DIR}/CMakeLists.txt)
-    message(FATAL_ERROR "No usable GoogleTest: install libgtest-dev (and googletest for the sources) "
-                        "or point OSTREL_GTEST_SOURCE_DIR at GoogleTest's sources")
+    # The caller leaves its tests out; CTest then fails for want of tests.
+    message(STATUS "GoogleTest not found: tests left out (libgtest-dev and libgmock-dev, "
+                   "or googletest's sources in OSTREL_GTEST_SOURCE_DIR)")
+    return()
   endif()
   message(STATUS "GoogleTest: building from ${OSTREL_GTEST_SOURCE_DIR}")
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)

@@ -108,4 +108,4 @@ ostrel_pkg_config(OstrelLogger "Receiver logger (stand-in)" "" "" "-pthread")
 ostrel_pkg_config(OstrelGingaCommands "Receiver command library (stand-in)" "" "" "-pthread")
 ostrel_pkg_config(OstrelISDBTUtils "Receiver ISDB-T table library (stand-in)" "" "" "")
 ostrel_pkg_config(OstrelGingaCommonCore "Ginga common core for ISDB-Tb receivers"
-                  "OstrelGingaCommands OstrelISDBTUtils" "OstrelLogger" "-pthread")
+                  "OstrelGingaCommands OstrelISDBTUtils OstrelLogger" "" "-pthread")

@@ -13,7 +13,6 @@
 #include "RequestFollower.h"
 #include "ScanReport.h"
 #include "TCommand.h"
-#include "TransportStreamSource.h"
 
 using namespace Ostrel;
 
@@ -70,11 +69,8 @@ TEST(DvbServerTest, ScanThroughAnEmulatedAdapterGivesTheSimulatorsChannelTable) 
     std::string expected, got, error;
     {
       ReceiverSimulator sim;
-      sim.setPacing(StreamPacer::kAsFastAsPossible, 0);
-      auto source = TransportStreamSource::openFile(stream, &error);
-      ASSERT_TRUE(source) << error;
-      source->setLoop(false);
-      sim.addTuner(std::move(source));
+      sim.setPacing(ReceiverSimulator::kAsFastAsPossible, 0);
+      ASSERT_EQ(0, sim.addFileTuner(stream, false, &error)) << error;
       expected = scan(&sim, &sim);
     }
     {

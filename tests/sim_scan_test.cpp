@@ -11,7 +11,6 @@
 #include "SampleStream.h"
 #include "ScanReport.h"
 #include "TCommand.h"
-#include "TransportStreamSource.h"
 
 using namespace Ostrel;
 typedef ChannelScan::Outcome Outcome;
@@ -78,12 +77,10 @@ class SampleScan : public testing::Test {
   void play(uint64_t bitRate, bool loop, std::vector<unsigned char> stream = SampleStream::build(),
             const FaultPlan& faults = FaultPlan()) {
     m_sim.reset(new ReceiverSimulator());
-    m_sim->setPacing(bitRate ? StreamPacer::kByBitRate : StreamPacer::kAsFastAsPossible, bitRate);
+    m_sim->setPacing(bitRate ? ReceiverSimulator::kByBitRate : ReceiverSimulator::kAsFastAsPossible,
+                     bitRate);
     m_sim->setFaultPlan(faults);
-    std::unique_ptr<TransportStreamSource> source =
-        TransportStreamSource::fromMemory(std::move(stream), "sample");
-    source->setLoop(loop);
-    m_sim->addTuner(std::move(source));
+    m_sim->addMemoryTuner(std::move(stream), "sample", loop);
     m_core = OstrelGingaCommonCore::getInstance();
     m_core->setServer(m_sim.get());
     m_sim->setDataDestination(m_core);

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "ReceiverSimulator.h"
+#include "SectionFilter.h"
 #include "TCommand.h"
 #include "TCrc32.h"
 #include "TDataRequestCommand.h"
@@ -16,7 +17,7 @@
 #include "TVideoGetSize.h"
 #include "TVideoGetSourceVideoSize.h"
 #include "TVideoSetSize.h"
-#include "TransportStreamSource.h"
+#include "VideoGeometry.h"
 #include "sim_test_stream.h"
 
 using namespace Ostrel;
@@ -86,7 +87,7 @@ class Simulator : public testing::Test {
   ReceiverSimulator* make(const ReceiverSimulator::Options& options = quickOptions()) {
     m_sim.reset(new ReceiverSimulator(options));
     m_sim->setDataDestination(&m_destination);
-    m_sim->addTuner(nullptr);
+    m_sim->addFedTuner();
     return m_sim.get();
   }
 

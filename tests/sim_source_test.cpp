@@ -6,6 +6,7 @@
 
 #include "ReceiverSimulator.h"
 #include "SampleStream.h"
+#include "SimulatorTuners.h"
 #include "StreamPacer.h"
 #include "TransportStreamSource.h"
 #include "TsPacketWriter.h"
@@ -93,15 +94,33 @@ TEST(TransportStreamSource, ReadsStandardInputUntilItCloses) {
   source->setLoop(true);  // a pipe cannot loop, whatever is asked
   EXPECT_FALSE(source->isLooping());
   ReceiverSimulator sim;
-  int tuner = sim.addTuner(std::move(source));
+  int tuner = SimulatorTuners::add(&sim, std::move(source));
   sim.start();
-  bool ended = sim.getTuner(tuner)->waitForEnd(std::chrono::seconds(20));
+  bool ended = sim.waitForEnd(tuner, std::chrono::seconds(20));
   writer.join();
   dup2(savedStdin, STDIN_FILENO);
   close(savedStdin);
   ASSERT_TRUE(ended);
-  TunerInput::Progress progress = sim.getTuner(tuner)->getProgress();
+  TunerInput::Progress progress = SimulatorTuners::get(sim, tuner)->getProgress();
   EXPECT_EQ("", progress.error);
   EXPECT_EQ(SampleStream::kPacketCount, progress.packetizer.packets);
   EXPECT_EQ(0u, progress.demux.ccErrors);
+}
+
+// The published ways to give a tuner a stream: a file that cannot be opened
+// adds no tuner and says why; a buffer plays once or loops, as asked.
+TEST(PublishedTuners, OpenFailureAddsNothingAndLoopingIsHonoured) {
+  ReceiverSimulator sim;
+  std::string error;
+  EXPECT_EQ(-1, sim.addFileTuner("/nonexistent/stream.ts", false, &error));
+  EXPECT_NE(std::string::npos, error.find("/nonexistent/stream.ts"));
+  EXPECT_EQ(0u, sim.getTunerCount());
+  const int once = sim.addMemoryTuner(SampleStream::build(), "once", false);
+  const int looping = sim.addMemoryTuner(SampleStream::build(), "looping", true);
+  EXPECT_EQ(std::make_pair(0, 1), std::make_pair(once, looping));
+  sim.start();
+  EXPECT_TRUE(sim.waitForEnd(once, std::chrono::seconds(20)));
+  EXPECT_EQ(SampleStream::kPacketCount, SimulatorTuners::get(sim, once)->getProgress().packets);
+  EXPECT_FALSE(sim.waitForEnd(looping, std::chrono::milliseconds(300)));
+  EXPECT_FALSE(sim.waitForEnd(2, std::chrono::milliseconds(0)));  // no such tuner
 }

@@ -4,6 +4,7 @@
 # Benchmarks are off there; each target is bounded in time.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build test cross
 
 # The ELF header of a built program must show the target's class, byte order
 # and machine, so that a misconfigured toolchain cannot pass for a cross build.

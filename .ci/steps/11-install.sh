@@ -1,17 +1,26 @@
 #!/usr/bin/env bash
-# Installation: build the libraries, install them into a staging prefix, move
-# the prefix elsewhere (the installed tree must be relocatable), then check
-# the SONAMEs, compile every installed header on its own, and build and run
-# the example consumer against the package both ways: CMake and pkg-config.
+# Installation: build the libraries and the simulator as on a machine without
+# GoogleTest and Google Benchmark (default options, those two hidden), install
+# them into a staging prefix, move the prefix elsewhere (the installed tree
+# must be relocatable), then check the SONAMEs, compile every installed header
+# on its own, and build every example that uses the package (the consumer, the
+# integration guide's file server, the middleware test on the simulator) from
+# the prefix alone, once through the CMake package and once through
+# pkg-config, and run each build.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build install
 src=$PWD
 build=build/install-check
+rm -rf "$build"  # a fresh configure: the cache must not remember other options
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-timeout 300 cmake --preset default -B "$build" -DOSTREL_BUILD_TESTS=OFF -DOSTREL_BUILD_BENCH=OFF \
-  -DOSTREL_BUILD_SIM=OFF -DOSTREL_BUILD_EXAMPLES=OFF -DOSTREL_BUILD_DOCS=OFF >/dev/null
+timeout 300 cmake --preset default -B "$build" -DOSTREL_BUILD_DOCS=OFF \
+  -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON \
+  -DOSTREL_GTEST_SOURCE_DIR=/nonexistent >"$work/configure.log"
+grep -q "GoogleTest not found: tests left out" "$work/configure.log" ||
+  { cat "$work/configure.log"; echo "the build still wants GoogleTest"; exit 1; }
 timeout 600 cmake --build "$build" -j2
 timeout 120 cmake --install "$build" --prefix "$work/stage" >/dev/null
 mv "$work/stage" "$work/prefix"
@@ -44,6 +53,12 @@ for header in "$incdir"/*.h; do
   count=$((count + 1))
 done
 echo "$count headers"
+echo "-- every simulator header compiles on its own (C++17)"
+for header in "$incdir"/sim/*.h; do
+  echo "#include <$(basename "$header")>" | g++ -std=c++17 -pedantic -fsyntax-only -Wall -Wextra \
+    -Werror -I"$incdir/sim" -I"$incdir" -x c++ - ||
+    { echo "sim/$(basename "$header") does not compile on its own"; exit 1; }
+done
 
 echo "-- every published operation, called as older code does (C++98 and C++11)"
 for std in gnu++98 c++11; do
@@ -54,20 +69,35 @@ for std in gnu++98 c++11; do
   "$work/published-$std" 2>/dev/null
 done
 
-echo "-- consumer through the CMake package"
-timeout 300 cmake -S "$src/examples/consumer" -B "$work/consumer-cmake" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-timeout 300 cmake --build "$work/consumer-cmake"
-"$work/consumer-cmake/consumer"
+# example DIR PROGRAM STD PKG SOURCES ARGS...: builds examples/DIR through its
+# CMake project and through pkg-config (SOURCES, a pattern in DIR, with PKG's
+# flags), and runs both builds with ARGS.
+example() {
+  local dir=$1 program=$2 std=$3 pkg=$4 sources=$5
+  shift 5
+  echo "-- $dir through the CMake package"
+  timeout 300 cmake -S "$src/examples/$dir" -B "$work/$dir-cmake" -G Ninja \
+    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+  timeout 300 cmake --build "$work/$dir-cmake"
+  timeout 120 "$work/$dir-cmake/$program" "$@"
+  echo "-- $dir through pkg-config ($pkg)"
+  local flags
+  flags=$(pkg-config --cflags --libs "$pkg")
+  echo "pkg-config: $flags"
+  # shellcheck disable=SC2086 # one word per flag
+  g++ -std="$std" -Wall -Wextra -Werror "$src/examples/$dir"/$sources -o "$work/$dir-pc" \
+    $flags -Wl,-rpath,"$(pkg-config --variable=libdir "$pkg")"
+  timeout 120 "$work/$dir-pc" "$@"
+}
 
-echo "-- consumer through pkg-config"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 pkg-config --exact-version=2.0.0 OstrelGingaCommonCore
-flags=$(pkg-config --cflags --libs OstrelGingaCommonCore OstrelLogger)
-echo "pkg-config: $flags"
-g++ -std=c++11 -Wall -Wextra -Werror "$src/examples/consumer/consumer.cpp" -o "$work/consumer-pc" \
-  $flags -Wl,-rpath,"$(pkg-config --variable=libdir OstrelGingaCommonCore)"
-"$work/consumer-pc"
+"$prefix/bin/ostrel-mksample" "$work/sample.ts"
+timeout 60 "$prefix/bin/ostrel-scan" --fast --once --no-latency --quiet "$work/sample.ts" |
+  grep -q "Ostrel HD" || { echo "the installed ostrel-scan does not scan the sample"; exit 1; }
+example consumer consumer c++11 OstrelGingaCommonCore consumer.cpp
+example file_server file_server c++11 OstrelGingaCommonCore '*.cpp' "$work/sample.ts"
+example middleware_test middleware_test c++17 OstrelSim '*.cpp' "$work/sample.ts"
 
 # The same on the receiver's CPU, when step 10 left an ARM build: install it
 # into a staging tree, cross-build the consumer both ways, run it under qemu.
@@ -82,7 +112,7 @@ if [ -f build/arm/core/libOstrelGingaCommonCore.so.2.0.0 ]; then
   qemu-arm -L /usr/arm-linux-gnueabihf "$work/arm-consumer/consumer" | tail -n 1
   echo "-- ARM: through pkg-config"
   flags=$(PKG_CONFIG_PATH= PKG_CONFIG_LIBDIR="$stage/usr/lib/pkgconfig" \
-    pkg-config --cflags --libs OstrelGingaCommonCore OstrelLogger)
+    pkg-config --cflags --libs OstrelGingaCommonCore)
   arm-linux-gnueabihf-g++ -std=c++11 -Wall -Wextra -Werror -Wno-psabi \
     "$src/examples/consumer/consumer.cpp" -o "$work/arm-consumer-pc" $flags \
     -Wl,-rpath,"$stage/usr/lib"

@@ -2,6 +2,7 @@
 # API documentation of the public headers with Doxygen; any warning fails.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build docs
 build=build/docs-check
 timeout 300 cmake --preset default -B "$build" -DOSTREL_BUILD_TESTS=OFF -DOSTREL_BUILD_BENCH=OFF \
   -DOSTREL_BUILD_SIM=OFF -DOSTREL_BUILD_EXAMPLES=OFF -DOSTREL_BUILD_DOCS=ON >/dev/null

@@ -4,5 +4,6 @@
 # the step.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build test fuzz
 timeout 600 fuzz/run 30 pat pmt nit sdt tot
 timeout 120 fuzz/run 10 text

@@ -5,4 +5,5 @@
 # a leak or a broken count fails the step.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+scripts/deps build test fuzz
 timeout 900 fuzz/run 45 inject_data ts_demux

@@ -1,7 +1,9 @@
+// The published face of the simulated receiver: each call goes to its
+// implementation, which holds the tuners, filters and deliveries.
 #include "ReceiverSimulator.h"
 
-#include "GingaDataDestination.h"
-#include "TDataRequestCommand.h"
+#include "ReceiverSimulatorImpl.h"
+#include "SimulatorTuners.h"
 #include "TransportStreamSource.h"
 #include "TunerInput.h"
 
@@ -9,410 +11,119 @@ namespace Ostrel {
 
 namespace {
 
-// PIDs of the service information that a receiver always reassembles, so that
-// synchronous requests find them; PMT PIDs are added as PATs name them.
-const unsigned short kSiPidLast = 0x001F;
-const unsigned short kExtraSiPids[] = {0x0024, 0x0026};
-
-const unsigned char kPatTableId = 0x00;
+StreamPacer::Mode pacerMode(ReceiverSimulator::Pacing pacing) {
+  switch (pacing) {
+    case ReceiverSimulator::kByPcr:
+      return StreamPacer::kByPcr;
+    case ReceiverSimulator::kByBitRate:
+      return StreamPacer::kByBitRate;
+    case ReceiverSimulator::kAsFastAsPossible:
+      break;
+  }
+  return StreamPacer::kAsFastAsPossible;
+}
 
 }  // namespace
 
 ReceiverSimulator::ReceiverSimulator() : ReceiverSimulator(Options()) {}
 
-ReceiverSimulator::ReceiverSimulator(const Options& options)
-    : m_options(options),
-      m_controls(options.screenWidth, options.screenHeight, options.sourceWidth,
-                 options.sourceHeight),
-      m_ePacing(StreamPacer::kAsFastAsPossible),
-      m_ullBitRate(0),
-      m_bStarted(false),
-      m_bShutdown(false),
-      m_ullNextFilterId(0),
-      m_ullNextSeq(0),
-      m_iExecuting(0),
-      m_rng(1) {
-  m_deliveryThread = std::thread(&ReceiverSimulator::deliveryLoop, this);
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_deliveryThreadId = m_deliveryThread.get_id();
-}
+ReceiverSimulator::ReceiverSimulator(const Options& options) : m_pImpl(new Impl(this, options)) {}
 
+// The implementation closes the requests still open through this server, so
+// it goes first, while the server is whole.
 ReceiverSimulator::~ReceiverSimulator() {
-  stop();
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_bShutdown = true;
-  }
-  m_condDelivery.notify_all();
-  m_deliveryThread.join();
-  // Close what is still open; nothing else runs now.
-  std::vector<TDataRequestCommand*> open;
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
-         it != m_mapFilters.end(); ++it) {
-      open.push_back(it->second.command);
-    }
-    m_counters.filtersClosed += m_mapFilters.size();
-    m_counters.discarded += m_mapDeliveries.size();
-    m_mapFilters.clear();
-    m_mapDeliveries.clear();
-    m_setPendingSeq.clear();
-  }
-  m_condIdle.notify_all();
-  for (size_t i = 0; i < open.size(); ++i) {
-    closeOpenRequest(open[i]);
-  }
-  m_vecTuners.clear();
+  m_pImpl.reset();
 }
 
-int ReceiverSimulator::addTuner(std::unique_ptr<TransportStreamSource> source, unsigned char type) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  int id = static_cast<int>(m_vecTuners.size());
-  std::unique_ptr<TunerInput> tuner(new TunerInput(id, type, std::move(source), this));
-  tuner->setPacing(m_ePacing, m_ullBitRate);
-  for (unsigned short pid = 0; pid <= kSiPidLast; ++pid) {
-    tuner->getDemux()->enablePid(pid);
+int ReceiverSimulator::addFileTuner(const std::string& path, bool loop, std::string* error) {
+  std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(path, error);
+  if (!source) {
+    return -1;
   }
-  for (size_t i = 0; i < sizeof(kExtraSiPids) / sizeof(kExtraSiPids[0]); ++i) {
-    tuner->getDemux()->enablePid(kExtraSiPids[i]);
-  }
-  if (m_bStarted) {
-    tuner->start();
-  }
-  m_controls.addTuner(id, type);
-  m_vecTuners.push_back(std::move(tuner));
-  return id;
+  source->setLoop(loop);
+  return m_pImpl->addTuner(std::move(source), kTerrestrialTuner);
 }
 
-void ReceiverSimulator::setPacing(StreamPacer::Mode mode, uint64_t bitRate) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_ePacing = mode;
-  m_ullBitRate = bitRate;
+int ReceiverSimulator::addMemoryTuner(std::vector<unsigned char> bytes, const std::string& name,
+                                      bool loop) {
+  std::unique_ptr<TransportStreamSource> source =
+      TransportStreamSource::fromMemory(std::move(bytes), name);
+  source->setLoop(loop);
+  return m_pImpl->addTuner(std::move(source), kTerrestrialTuner);
+}
+
+int ReceiverSimulator::addFedTuner() {
+  return m_pImpl->addTuner(nullptr, kTerrestrialTuner);
+}
+
+void ReceiverSimulator::setPacing(Pacing pacing, uint64_t bitRate) {
+  m_pImpl->setPacing(pacerMode(pacing), bitRate);
 }
 
 void ReceiverSimulator::start() {
-  sleepUntilFiltersPass(-1);
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_bStarted = true;
-  for (size_t i = 0; i < m_vecTuners.size(); ++i) {
-    m_vecTuners[i]->start();
-  }
-}
-
-bool ReceiverSimulator::startTuner(int tunerId) {
-  TunerInput* tuner = getTuner(tunerId);
-  if (!tuner) {
-    return false;
-  }
-  sleepUntilFiltersPass(tunerId);
-  return tuner->start();
-}
-
-// The first packet played must reach every filter opened before it.
-void ReceiverSimulator::sleepUntilFiltersPass(int tunerId) {
-  Clock::time_point ready = Clock::now();
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (std::map<uint64_t, OpenFilter>::const_iterator it = m_mapFilters.begin();
-         it != m_mapFilters.end(); ++it) {
-      if ((tunerId < 0 || it->second.filter.getTunerId() == tunerId) &&
-          it->second.passFrom > ready) {
-        ready = it->second.passFrom;
-      }
-    }
-  }
-  std::this_thread::sleep_until(ready);
+  m_pImpl->start();
 }
 
 void ReceiverSimulator::stop() {
-  std::vector<TunerInput*> tuners;
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_bStarted = false;
-    for (size_t i = 0; i < m_vecTuners.size(); ++i) {
-      tuners.push_back(m_vecTuners[i].get());
-    }
-  }
-  // The readers call onSection, which takes m_mutex: join without holding it.
-  for (size_t i = 0; i < tuners.size(); ++i) {
-    tuners[i]->stop();
-  }
+  m_pImpl->stop();
+}
+
+bool ReceiverSimulator::startTuner(int tunerId) {
+  return m_pImpl->startTuner(tunerId);
 }
 
 bool ReceiverSimulator::feed(int tunerId, const unsigned char* data, size_t size) {
-  TunerInput* tuner = getTuner(tunerId);
-  if (!tuner) {
-    return false;
-  }
-  tuner->feed(data, size);
-  return true;
+  return m_pImpl->feed(tunerId, data, size);
 }
 
-TunerInput* ReceiverSimulator::getTuner(int tunerId) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  if (tunerId < 0 || static_cast<size_t>(tunerId) >= m_vecTuners.size()) {
-    return NULL;
-  }
-  return m_vecTuners[tunerId].get();
+bool ReceiverSimulator::waitForEnd(int tunerId, std::chrono::milliseconds timeout) const {
+  TunerInput* tuner = m_pImpl->getTuner(tunerId);
+  return tuner && tuner->waitForEnd(timeout);
 }
 
 size_t ReceiverSimulator::getTunerCount() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_vecTuners.size();
+  return m_pImpl->getTunerCount();
 }
 
 void ReceiverSimulator::setFaultPlan(const FaultPlan& plan) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_faults = plan;
-  m_rng.seed(plan.seed);
+  m_pImpl->setFaultPlan(plan);
 }
 
-ReceiverSimulator::Counters ReceiverSimulator::getCounters() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_counters;
-}
-
-size_t ReceiverSimulator::getOpenFilterCount() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_mapFilters.size();
-}
-
-std::string ReceiverSimulator::getKeyHolder(unsigned int keyCode) const {
-  return m_controls.getKeyHolder(keyCode);
-}
-
-std::vector<std::pair<std::string, unsigned char>> ReceiverSimulator::getAppStatusChanges() const {
-  return m_controls.getAppStatusChanges();
-}
-
-thread_local int ReceiverSimulator::s_iExecuteDepth = 0;
-
-void ReceiverSimulator::beginExecute() {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  ++m_iExecuting;
-  ++s_iExecuteDepth;
-}
-
-void ReceiverSimulator::endExecute() {
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    --m_iExecuting;
-    --s_iExecuteDepth;
-  }
-  m_condIdle.notify_all();
+int ReceiverSimulator::execute(TCommand* command, TCommand** response) {
+  return m_pImpl->execute(command, response);
 }
 
 void ReceiverSimulator::waitBusyCommands() {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  const bool onDeliveryThread = std::this_thread::get_id() == m_deliveryThreadId;
-  const uint64_t last = m_ullNextSeq;  // deliveries queued so far have seq < last
-  const int own = s_iExecuteDepth;
-  m_condIdle.wait(lock, [&] {
-    if (m_iExecuting - own > 0) {
-      return false;
-    }
-    return onDeliveryThread || m_setPendingSeq.empty() || *m_setPendingSeq.begin() >= last;
-  });
+  m_pImpl->waitBusyCommands();
 }
 
-// ---- Sections from the tuners ----
-
-void ReceiverSimulator::onSection(int tunerId, unsigned short pid, const unsigned char* data,
-                                  unsigned int size) {
-  if (pid == 0 && data[0] == kPatTableId) {
-    learnProgramPids(tunerId, data, size);
-  }
-  bool queued = false;
-  std::unique_lock<std::mutex> lock(m_mutex);
-  // A section is matched only once the deliveries before it have been made,
-  // so that requests sent from their notifications see it, as they would on
-  // a receiver whose sections arrive slower than it answers them. Delayed
-  // deliveries (a fault) do not hold the reader back.
-  if (std::this_thread::get_id() != m_deliveryThreadId) {
-    m_condIdle.wait(
-        lock, [this] { return m_bShutdown || m_setPendingSeq.empty() || m_faults.delayMs > 0; });
-  }
-  const Clock::time_point now = Clock::now();
-  __remember(tunerId, pid, data, size);
-  for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
-       ++it) {
-    OpenFilter& open = it->second;
-    if (now < open.passFrom || now >= open.deadline ||
-        !open.filter.matches(tunerId, pid, data, size) || open.filter.hasPassed(data, size)) {
-      continue;
-    }
-    std::vector<unsigned char> copy(data, data + size);
-    if (!__applyFaults(pid, &copy)) {
-      continue;  // lost: a later repetition may still pass
-    }
-    if (copy.size() == size && std::equal(copy.begin(), copy.end(), data)) {
-      open.filter.markPassed(data, size);
-    }
-    Delivery delivery;
-    delivery.seq = m_ullNextSeq++;
-    delivery.filterId = it->first;
-    delivery.tunerId = tunerId;
-    delivery.pid = open.filter.getPid();
-    delivery.tableId = open.filter.getTableId();
-    delivery.tableIdExt = open.filter.getTableIdExt();
-    delivery.data.swap(copy);
-    m_setPendingSeq.insert(delivery.seq);
-    Clock::time_point due = now + std::chrono::milliseconds(m_faults.delayMs);
-    m_mapDeliveries.insert(std::make_pair(due, std::move(delivery)));
-    queued = true;
-  }
-  if (queued) {
-    m_condDelivery.notify_all();
-  }
+ReceiverSimulator::Counters ReceiverSimulator::getCounters() const {
+  return m_pImpl->getCounters();
 }
 
-// The PAT names the PMT PIDs (and the NIT's): reassemble them from now on.
-void ReceiverSimulator::learnProgramPids(int tunerId, const unsigned char* data,
-                                         unsigned int size) {
-  TunerInput* tuner = getTuner(tunerId);
-  if (!tuner || size < 12 || (data[1] & 0x80) == 0) {
-    return;
-  }
-  for (unsigned int i = 8; i + 4 <= size - 4; i += 4) {
-    unsigned short pid = static_cast<unsigned short>(((data[i + 2] & 0x1F) << 8) | data[i + 3]);
-    tuner->getDemux()->enablePid(pid);
-  }
+unsigned int ReceiverSimulator::getFilterStartMs() const {
+  return m_pImpl->getFilterStartMs();
 }
 
-// REQUIRES: m_mutex held.
-void ReceiverSimulator::__remember(int tunerId, unsigned short pid, const unsigned char* data,
-                                   unsigned int size) {
-  bool longForm = size >= 8 && (data[1] & 0x80) != 0;
-  unsigned int extension = longForm ? ((data[3] << 8) | data[4]) : 0;
-  unsigned int number = longForm ? data[6] : 0;
-  CarriedKey key(std::make_pair(tunerId, pid), std::make_pair((data[0] << 16) | extension, number));
-  std::map<CarriedKey, std::vector<unsigned char>>::iterator it = m_mapCarried.find(key);
-  if (it != m_mapCarried.end()) {
-    if (it->second.size() != size || !std::equal(it->second.begin(), it->second.end(), data)) {
-      it->second.assign(data, data + size);
-    }
-    return;
-  }
-  size_t& count = m_mapCarriedCount[tunerId];
-  if (count >= m_options.maxCarriedSections) {
-    return;
-  }
-  ++count;
-  m_mapCarried.insert(std::make_pair(key, std::vector<unsigned char>(data, data + size)));
+size_t ReceiverSimulator::getOpenFilterCount() const {
+  return m_pImpl->getOpenFilterCount();
 }
 
-// REQUIRES: m_mutex held.
-bool ReceiverSimulator::__applyFaults(unsigned short pid, std::vector<unsigned char>* data) {
-  if (m_faults.hiddenPids.count(pid)) {
-    return false;
-  }
-  std::uniform_real_distribution<double> share(0.0, 1.0);
-  if (m_faults.dropShare > 0.0 && share(m_rng) < m_faults.dropShare) {
-    ++m_counters.faultDropped;
-    return false;
-  }
-  if (m_faults.corruptShare > 0.0 && !data->empty() && share(m_rng) < m_faults.corruptShare) {
-    data->back() ^= 0xFF;  // the last byte of the CRC_32
-    ++m_counters.faultCorrupted;
-  }
-  return true;
+std::string ReceiverSimulator::getKeyHolder(unsigned int keyCode) const {
+  return m_pImpl->getKeyHolder(keyCode);
 }
 
-// ---- Delivery thread ----
-
-// REQUIRES: m_mutex held.
-ReceiverSimulator::Clock::time_point ReceiverSimulator::__nextWake() const {
-  Clock::time_point wake = Clock::time_point::max();
-  if (!m_mapDeliveries.empty()) {
-    wake = m_mapDeliveries.begin()->first;
-  }
-  for (std::map<uint64_t, OpenFilter>::const_iterator it = m_mapFilters.begin();
-       it != m_mapFilters.end(); ++it) {
-    if (it->second.deadline < wake) {
-      wake = it->second.deadline;
-    }
-  }
-  return wake;
+std::vector<std::pair<std::string, unsigned char>> ReceiverSimulator::getAppStatusChanges() const {
+  return m_pImpl->getAppStatusChanges();
 }
 
-// REQUIRES: m_mutex held. Takes the first due delivery whose filter still
-// lives; a due one whose filter has closed is discarded.
-bool ReceiverSimulator::__takeDue(Clock::time_point now, Delivery* delivery) {
-  while (!m_mapDeliveries.empty() && m_mapDeliveries.begin()->first <= now) {
-    const Clock::time_point due = m_mapDeliveries.begin()->first;
-    *delivery = std::move(m_mapDeliveries.begin()->second);
-    m_mapDeliveries.erase(m_mapDeliveries.begin());
-    std::map<uint64_t, OpenFilter>::iterator filter = m_mapFilters.find(delivery->filterId);
-    if (filter != m_mapFilters.end() && due <= filter->second.deadline) {
-      return true;
-    }
-    ++m_counters.discarded;
-    m_setPendingSeq.erase(delivery->seq);
-  }
-  return false;
+int SimulatorTuners::add(ReceiverSimulator* sim, std::unique_ptr<TransportStreamSource> source,
+                         unsigned char type) {
+  return sim->m_pImpl->addTuner(std::move(source), type);
 }
 
-// REQUIRES: m_mutex held. Takes out the filters whose time-out has passed,
-// but for the one whose delivery is about to be made.
-void ReceiverSimulator::__takeExpired(Clock::time_point now, const uint64_t* keep,
-                                      std::vector<TDataRequestCommand*>* expired) {
-  for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
-       it != m_mapFilters.end();) {
-    if (it->second.deadline <= now && !(keep && *keep == it->first)) {
-      expired->push_back(it->second.command);
-      m_mapFilters.erase(it++);
-    } else {
-      ++it;
-    }
-  }
-  m_counters.filtersClosed += expired->size();
-}
-
-// Closes the expired requests and makes the delivery, with no lock held.
-// Returns whether the delivery reached a destination.
-bool ReceiverSimulator::callOut(const std::vector<TDataRequestCommand*>& expired,
-                                Delivery* delivery) {
-  for (size_t i = 0; i < expired.size(); ++i) {
-    closeOpenRequest(expired[i]);
-  }
-  GingaDataDestination* destination = getDataDestination();
-  if (!delivery || !destination) {
-    return false;
-  }
-  destination->injectData(delivery->tunerId, delivery->pid, delivery->tableId, delivery->tableIdExt,
-                          NULL, &delivery->data[0],
-                          static_cast<unsigned int>(delivery->data.size()));
-  return true;
-}
-
-void ReceiverSimulator::deliveryLoop() {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  while (!m_bShutdown) {
-    const Clock::time_point now = Clock::now();
-    Delivery delivery;
-    const bool haveDelivery = __takeDue(now, &delivery);
-    std::vector<TDataRequestCommand*> expired;
-    __takeExpired(now, haveDelivery ? &delivery.filterId : NULL, &expired);
-    m_condIdle.notify_all();  // discarded deliveries count as done
-    if (!haveDelivery && expired.empty()) {
-      Clock::time_point wake = __nextWake();
-      if (wake == Clock::time_point::max()) {
-        m_condDelivery.wait(lock);
-      } else {
-        m_condDelivery.wait_until(lock, wake);
-      }
-      continue;
-    }
-    lock.unlock();
-    const bool injected = callOut(expired, haveDelivery ? &delivery : NULL);
-    lock.lock();
-    if (haveDelivery) {
-      ++(injected ? m_counters.deliveries : m_counters.discarded);
-      m_setPendingSeq.erase(delivery.seq);
-      m_condIdle.notify_all();
-    }
-  }
+TunerInput* SimulatorTuners::get(const ReceiverSimulator& sim, int tunerId) {
+  return sim.m_pImpl->getTuner(tunerId);
 }
 
 }  // namespace Ostrel

@@ -2,40 +2,33 @@
 #define OSTREL_SIM_RECEIVER_SIMULATOR_H
 
 #include <chrono>
-#include <condition_variable>
+#include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <random>
-#include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "FaultPlan.h"
 #include "GingaServer.h"
-#include "ReceiverControls.h"
-#include "SectionFilter.h"
-#include "SectionSink.h"
-#include "StreamPacer.h"
 
 namespace Ostrel {
 
 class TCommand;
-class TDataRequestCommand;
-class TransportStreamSource;
-class TunerInput;
 
 // A receiver in software: a GingaServer whose tuners play transport streams.
 //
+// Bind it as any server: core->setServer(&sim), and sim.setDataDestination(core)
+// so that its sections reach the core.
+//
 // Every command of the command library is executed. An open data request
-// becomes a section filter (see SectionFilter for the matching rule) that
-// lives for the request's time-out, passes each distinct matching section to
-// the data destination with injectData under the request's own key, and is
-// then closed (closeOpenRequest). A new filter passes nothing during its first
-// filterStartMs, as a hardware filter takes a moment to start; this also
+// becomes a section filter that lives for the request's time-out, passes each
+// distinct matching section to the data destination with injectData under
+// the request's own key, and is then closed (closeOpenRequest). A section
+// matches when it comes from the request's tuner and PID and has its table
+// id; the table id extension is compared too, except for the PAT, CAT, NIT
+// and SDT and for short-form sections. A new filter passes nothing during its
+// first filterStartMs, as a hardware filter takes a moment to start; this also
 // leaves the sender time to record its request. A request sent from a
 // notification on the delivery thread passes at once: nothing can be
 // delivered before its sender has recorded it. A section is matched against
@@ -47,18 +40,22 @@ class TunerInput;
 // from the sections the stream has already carried; it fails when there are
 // none.
 //
-// Keys, application status, video and the tuner list are the controls'
-// (ReceiverControls). Tuners: one per input, ids 0, 1, ... in order of
-// addition.
+// Keys: a key held by one listener is refused to another until released.
+// Application status changes are recorded in order. Video: one geometry per
+// (transport stream, layer), full screen by default, clipped to the screen.
+// Tuners: one per input, ids 0, 1, ... in order of addition, listed by the
+// tuner-list command.
 //
-// Thread-safe. The simulator's own lock guards filters, deliveries, the
-// carried sections and the command state; it is never held while calling
-// out (injectData, closeOpenRequest).
-class ReceiverSimulator : public GingaServer, private SectionSink {
+// Thread-safe; never holds a lock of its own while calling out (injectData,
+// closeOpenRequest).
+class ReceiverSimulator : public GingaServer {
  public:
-  typedef std::chrono::steady_clock Clock;
-
   static constexpr unsigned char kTerrestrialTuner = 1;
+
+  // How the tuners play their input: as fast as possible, in real time by the
+  // stream's PCR (until the first PCR, and for a stream without any, at the
+  // bit rate given, else 4 Mbit/s), or at a fixed bit rate.
+  enum Pacing { kAsFastAsPossible, kByPcr, kByBitRate };
 
   struct Options {
     unsigned short screenWidth = 1920;
@@ -87,30 +84,40 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   explicit ReceiverSimulator(const Options& options);
   virtual ~ReceiverSimulator();
 
-  // Adds a tuner that plays source (null: fed by hand with feed). Returns its
-  // id. The tuner reads once start() has been called (at once if it was).
-  int addTuner(std::unique_ptr<TransportStreamSource> source,
-               unsigned char type = kTerrestrialTuner);
+  // Tuners. Each returns the new tuner's id; it plays once start() has been
+  // called (at once if it was), paced as setPacing last said.
+  //
+  // A file, standard input ("-", or any pipe) or udp://[group@]address:port
+  // (datagrams of plain packets or of packets in RTP). A file loops at its end
+  // when loop is true, as a broadcast carousel repeats. -1, with *error set,
+  // when it cannot be opened.
+  int addFileTuner(const std::string& path, bool loop, std::string* error);
+  // Bytes in memory (name is used in messages), looping when loop is true.
+  int addMemoryTuner(std::vector<unsigned char> bytes, const std::string& name, bool loop);
+  // A tuner without input, fed by hand with feed().
+  int addFedTuner();
 
-  // Pacing of the tuners added from now on.
-  void setPacing(StreamPacer::Mode mode, uint64_t bitRate);
+  // Pacing of the tuners added from now on; bitRate in bits per second.
+  void setPacing(Pacing pacing, uint64_t bitRate);
 
-  // Starts the readers of the tuners with a source; stop() stops them. Open
-  // filters keep their time-outs either way. A reader starts once the filters
-  // open at that moment pass sections, so that none misses the first packet.
+  // Starts the tuners' readers; stop() stops them. Open filters keep their
+  // time-outs either way. A reader starts once the filters open at that
+  // moment pass sections, so that none misses the first packet.
   void start();
   void stop();
   // Starts one tuner's reader the same way; false when there is no such
-  // tuner, it has no source or it runs already.
+  // tuner, it has no input or it runs already.
   bool startTuner(int tunerId);
 
-  // Feeds bytes to a tuner without source, on the caller's thread.
+  // Feeds bytes to a tuner without input, on the caller's thread.
   bool feed(int tunerId, const unsigned char* data, size_t size);
 
-  // The tuner with this id, or null. Owned by the simulator.
-  TunerInput* getTuner(int tunerId) const;
+  // Waits until a tuner's input has ended (a file that does not loop) or
+  // failed, or timeout passed; true when it ended.
+  bool waitForEnd(int tunerId, std::chrono::milliseconds timeout) const;
   size_t getTunerCount() const;
 
+  // Faults applied from now on, between the filters and the data destination.
   void setFaultPlan(const FaultPlan& plan);
 
   // Executes command; see the class comment. Any thread.
@@ -122,7 +129,7 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   virtual void waitBusyCommands();
 
   Counters getCounters() const;
-  unsigned int getFilterStartMs() const { return m_options.filterStartMs; }
+  unsigned int getFilterStartMs() const;
   size_t getOpenFilterCount() const;
   // The listener holding a key, or "" when it is free.
   std::string getKeyHolder(unsigned int keyCode) const;
@@ -130,83 +137,14 @@ class ReceiverSimulator : public GingaServer, private SectionSink {
   std::vector<std::pair<std::string, unsigned char>> getAppStatusChanges() const;
 
  private:
-  struct OpenFilter {
-    TDataRequestCommand* command;
-    SectionFilter filter;
-    Clock::time_point passFrom;
-    Clock::time_point deadline;
-  };
-  struct Delivery {
-    uint64_t seq;
-    uint64_t filterId;
-    int tunerId;
-    short pid;
-    short tableId;
-    short tableIdExt;
-    std::vector<unsigned char> data;
-  };
-  // Tuner, PID, table id, extension (long form, else 0), section number.
-  typedef std::pair<std::pair<int, unsigned short>, std::pair<unsigned int, unsigned int>>
-      CarriedKey;
+  class Impl;
+  // Gives the simulator's own programs and tests its tuners' internals.
+  friend struct SimulatorTuners;
 
   ReceiverSimulator(const ReceiverSimulator&);
   ReceiverSimulator& operator=(const ReceiverSimulator&);
 
-  // SectionSink, on a tuner's reader thread (or a feeding thread).
-  virtual void onSection(int tunerId, unsigned short pid, const unsigned char* data,
-                         unsigned int size);
-
-  // Commands, each on the caller's thread.
-  int executeOpenRequest(TDataRequestCommand* command);
-  int executeSyncRequest(int tunerId, short pid, short tableId, short tableIdExt);
-
-  void sleepUntilFiltersPass(int tunerId);  // -1: every tuner
-  void beginExecute();
-  void endExecute();
-  void deliveryLoop();
-  void learnProgramPids(int tunerId, const unsigned char* data, unsigned int size);
-
-  // REQUIRES: m_mutex held.
-  void __remember(int tunerId, unsigned short pid, const unsigned char* data, unsigned int size);
-  // REQUIRES: m_mutex held. Decides the faults for one section; false when it is
-  // dropped. May damage *data.
-  bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data);
-  // REQUIRES: m_mutex held.
-  Clock::time_point __nextWake() const;
-  // REQUIRES: m_mutex held.
-  bool __takeDue(Clock::time_point now, Delivery* delivery);
-  // REQUIRES: m_mutex held.
-  void __takeExpired(Clock::time_point now, const uint64_t* keep,
-                     std::vector<TDataRequestCommand*>* expired);
-  bool callOut(const std::vector<TDataRequestCommand*>& expired, Delivery* delivery);
-
-  const Options m_options;
-  ReceiverControls m_controls;
-  StreamPacer::Mode m_ePacing;
-  uint64_t m_ullBitRate;
-
-  mutable std::mutex m_mutex;
-  std::condition_variable m_condDelivery;      // wakes the delivery thread
-  mutable std::condition_variable m_condIdle;  // wakes waitBusyCommands
-  bool m_bStarted;
-  bool m_bShutdown;
-  std::vector<std::unique_ptr<TunerInput>> m_vecTuners;
-  std::map<uint64_t, OpenFilter> m_mapFilters;
-  std::multimap<Clock::time_point, Delivery> m_mapDeliveries;
-  std::set<uint64_t> m_setPendingSeq;
-  uint64_t m_ullNextFilterId;
-  uint64_t m_ullNextSeq;
-  int m_iExecuting;
-  std::map<CarriedKey, std::vector<unsigned char>> m_mapCarried;
-  std::map<int, size_t> m_mapCarriedCount;
-  FaultPlan m_faults;
-  std::mt19937 m_rng;
-  Counters m_counters;
-  std::thread::id m_deliveryThreadId;
-  // Nesting of execute on this thread: a callback run by a synchronous answer
-  // may call waitBusyCommands, which must not wait for its own thread.
-  static thread_local int s_iExecuteDepth;
-  std::thread m_deliveryThread;
+  std::unique_ptr<Impl> m_pImpl;
 };
 
 }  // namespace Ostrel

@@ -12,6 +12,7 @@
 #include "RequestFollowerItem.h"
 #include "RequestTrace.h"
 #include "ScanTables.h"
+#include "SimulatorTuners.h"
 #include "TNITTable.h"
 #include "TPATTable.h"
 #include "TPMTTable.h"
@@ -289,7 +290,7 @@ void ChannelScan::setCarriageProbe(const CarriageProbe& probe) {
 
 ChannelScan::CarriageProbe ChannelScan::probeOf(ReceiverSimulator* sim, int tunerId) {
   return [sim, tunerId](Carriage* carriage) {
-    TunerInput* tuner = sim->getTuner(tunerId);
+    TunerInput* tuner = SimulatorTuners::get(*sim, tunerId);
     if (!tuner) {
       return false;
     }

@@ -30,6 +30,7 @@
 #include "RequestFollower.h"
 #include "RequestTrace.h"
 #include "ScanReport.h"
+#include "SimulatorTuners.h"
 #include "TransportStreamSource.h"
 #include "TunerInput.h"
 
@@ -55,7 +56,7 @@ struct Options {
   std::vector<std::string> adapters;  // --dvb
   bool json = false;
   std::string tracePath;
-  StreamPacer::Mode pacing = StreamPacer::kByPcr;
+  ReceiverSimulator::Pacing pacing = ReceiverSimulator::kByPcr;
   uint64_t bitRate = 0;
   bool loop = true;
   double timeoutSeconds = 70;
@@ -184,11 +185,11 @@ int parse(int argc, char** argv, Options* o) {
         return kExitUsage;
       o->tracePath = file;
     } else if (arg == "--fast") {
-      o->pacing = StreamPacer::kAsFastAsPossible;
+      o->pacing = ReceiverSimulator::kAsFastAsPossible;
     } else if (arg == "--bitrate") {
       if (!value(1000, 1e11, false, "a bit rate from 1000 to 1e11 bits per second", &v))
         return kExitUsage;
-      o->pacing = StreamPacer::kByBitRate;
+      o->pacing = ReceiverSimulator::kByBitRate;
       o->bitRate = static_cast<uint64_t>(v);
     } else if (arg == "--once") {
       o->loop = false;
@@ -349,7 +350,8 @@ ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, ReceiverSimulator* si
   ChannelScan scan(core, tunerId, mode);
   scan.setTrace(trace);
   {
-    Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO), sim->getTuner(tunerId), &scan);
+    Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO),
+                      SimulatorTuners::get(*sim, tunerId), &scan);
     scan.startOn(sim);
     const auto limit = std::chrono::steady_clock::now() +
                        std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
@@ -392,8 +394,8 @@ int runScan(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options& 
     if (s_iInterrupted) {
       break;
     }
-    TunerInput::Progress input = sim->getTuner(ids[t])->getProgress();
-    const std::string name = sim->getTuner(ids[t])->getName();
+    TunerInput::Progress input = SimulatorTuners::get(*sim, ids[t])->getProgress();
+    const std::string name = SimulatorTuners::get(*sim, ids[t])->getName();
     if (!input.error.empty()) {
       std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(input.error).c_str());
     }
@@ -434,7 +436,8 @@ int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options&
       }
       anyPat = anyPat || r.hasPat;
       if (round == 0) {
-        warnIncomplete(r, static_cast<int>(t), sim->getTuner(static_cast<int>(t))->getName());
+        warnIncomplete(r, static_cast<int>(t),
+                       SimulatorTuners::get(*sim, static_cast<int>(t))->getName());
       }
       std::string table = o.json ? ScanReport::json(r, false) : ScanReport::channelTable(r);
       if (table != last[t]) {
@@ -453,7 +456,7 @@ int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options&
     // An input that has ended says nothing new.
     bool allEnded = true;
     for (size_t t = 0; t < sim->getTunerCount(); ++t) {
-      allEnded = allEnded && sim->getTuner(static_cast<int>(t))->getProgress().ended;
+      allEnded = allEnded && SimulatorTuners::get(*sim, static_cast<int>(t))->getProgress().ended;
     }
     if (allEnded) {
       break;
@@ -567,8 +570,8 @@ int main(int argc, char** argv) {
     source->setLoop(o.loop);
     // A network input comes in real time already.
     const bool live = source->isNetwork();
-    sim->setPacing(live ? StreamPacer::kAsFastAsPossible : o.pacing, o.bitRate);
-    sim->addTuner(std::move(source));
+    sim->setPacing(live ? ReceiverSimulator::kAsFastAsPossible : o.pacing, o.bitRate);
+    SimulatorTuners::add(sim.get(), std::move(source));
   }
   signal(SIGINT, onInterrupt);
   signal(SIGTERM, onInterrupt);

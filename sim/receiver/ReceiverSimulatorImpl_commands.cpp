@@ -1,7 +1,7 @@
 // The data requests of the command library, as the simulated receiver executes
 // them; the other commands go to its controls.
 #include "GingaDataDestination.h"
-#include "ReceiverSimulator.h"
+#include "ReceiverSimulatorImpl.h"
 #include "TDataRequestCommand.h"
 #include "TSyncDataRequestCommand.h"
 #include "TsPacket.h"
@@ -9,17 +9,15 @@
 
 namespace Ostrel {
 
-int ReceiverSimulator::execute(TCommand* command, TCommand** response) {
+int ReceiverSimulator::Impl::execute(TCommand* command, TCommand** response) {
   if (!command) {
     return 0;
   }
   // In flight for waitBusyCommands until it returns, on every path.
   struct Scope {
-    explicit Scope(ReceiverSimulator* simulator) : m_pSimulator(simulator) {
-      m_pSimulator->beginExecute();
-    }
+    explicit Scope(Impl* simulator) : m_pSimulator(simulator) { m_pSimulator->beginExecute(); }
     ~Scope() { m_pSimulator->endExecute(); }
-    ReceiverSimulator* m_pSimulator;
+    Impl* m_pSimulator;
   } scope(this);
   int result = 0;
   switch (command->getCode()) {
@@ -48,7 +46,7 @@ int ReceiverSimulator::execute(TCommand* command, TCommand** response) {
   return result;
 }
 
-int ReceiverSimulator::executeOpenRequest(TDataRequestCommand* command) {
+int ReceiverSimulator::Impl::executeOpenRequest(TDataRequestCommand* command) {
   TunerInput* tuner = getTuner(command->getTunerId());
   unsigned short pid = static_cast<unsigned short>(command->getPid());
   if (!tuner || pid >= TsPacket::kPidCount) {
@@ -77,7 +75,8 @@ int ReceiverSimulator::executeOpenRequest(TDataRequestCommand* command) {
   return 1;
 }
 
-int ReceiverSimulator::executeSyncRequest(int tunerId, short pid, short tableId, short tableIdExt) {
+int ReceiverSimulator::Impl::executeSyncRequest(int tunerId, short pid, short tableId,
+                                                short tableIdExt) {
   unsigned short wirePid = static_cast<unsigned short>(pid);
   if (!getTuner(tunerId) || wirePid >= TsPacket::kPidCount) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -108,7 +107,7 @@ int ReceiverSimulator::executeSyncRequest(int tunerId, short pid, short tableId,
     }
     ++m_counters.syncAnswered;
   }
-  GingaDataDestination* destination = getDataDestination();
+  GingaDataDestination* destination = m_pServer->getDataDestination();
   for (size_t i = 0; destination && i < found.size(); ++i) {
     destination->injectData(tunerId, pid, tableId, tableIdExt, NULL, &found[i][0],
                             static_cast<unsigned int>(found[i].size()));
