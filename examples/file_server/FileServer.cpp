@@ -7,6 +7,7 @@
 #include <TDataRequestCommand.h>
 #include <TGetTunerListCommand.h>
 #include <TGetTunerListResponse.h>
+#include <TSectionMatch.h>
 
 namespace {
 
@@ -31,36 +32,6 @@ unsigned long crc32(const unsigned char* data, size_t size) {
 
 bool isLongForm(const std::vector<unsigned char>& s) {
   return (s[1] & 0x80) != 0;
-}
-
-// The extension is part of a request only for tables whose extension the middleware knows
-// before it asks (a PMT's programme number, say); not for the PAT, CAT, NIT and SDT, whose
-// extension is learnt from the table itself, nor for short-form sections (TDT, TOT).
-bool extensionCompared(const std::vector<unsigned char>& s) {
-  if (!isLongForm(s)) {
-    return false;
-  }
-  switch (s[0]) {
-    case 0x00:
-    case 0x01:
-    case 0x40:
-    case 0x41:
-    case 0x42:
-    case 0x46:
-      return false;
-    default:
-      return true;
-  }
-}
-
-bool answers(const Ostrel::TDataRequestCommand* request, unsigned short pid,
-             const std::vector<unsigned char>& s) {
-  if (static_cast<unsigned short>(request->getPid()) != pid ||
-      static_cast<unsigned short>(request->getTableId()) != s[0]) {
-    return false;
-  }
-  return !extensionCompared(s) || static_cast<unsigned short>(request->getTableIdExt()) ==
-                                      static_cast<unsigned short>((s[3] << 8) | s[4]);
 }
 
 }  // namespace
@@ -223,10 +194,17 @@ void FileServer::appendPayload(unsigned short pid, const unsigned char* begin,
 Ostrel::TDataRequestCommand* FileServer::takeMatch(const Section& section, Clock::time_point now) {
   std::lock_guard<std::mutex> lock(m_mutex);
   for (size_t i = 0; i < m_vecOpen.size(); ++i) {
-    if (m_vecOpen[i].passFrom <= now && answers(m_vecOpen[i].command, section.pid, section.bytes)) {
-      Ostrel::TDataRequestCommand* request = m_vecOpen[i].command;
+    // The command library's rule: PID and table id, and the extension where it is known
+    // before the table comes (not for the PAT, CAT, NIT, SDT and short-form sections).
+    const Ostrel::TDataRequestCommand* request = m_vecOpen[i].command;
+    if (m_vecOpen[i].passFrom <= now &&
+        static_cast<unsigned short>(request->getPid()) == section.pid &&
+        Ostrel::TSectionMatch::matches(request->getTableId(), request->getTableIdExt(),
+                                       &section.bytes[0],
+                                       static_cast<unsigned int>(section.bytes.size()))) {
+      Ostrel::TDataRequestCommand* taken = m_vecOpen[i].command;
       m_vecOpen.erase(m_vecOpen.begin() + static_cast<long>(i));
-      return request;
+      return taken;
     }
   }
   return NULL;

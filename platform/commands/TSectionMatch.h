@@ -12,7 +12,8 @@ namespace Ostrel {
 // NIT (0x40, 0x41), the SDT (0x42, 0x46), nor for short-form sections (the TDT
 // 0x70 and TOT 0x73 among them), whose extensions (transport stream id,
 // network id) a receiver learns only from the table itself. Every server that
-// filters sections uses this rule. Internal; header-only.
+// filters sections uses this rule: the simulator, the DVB server, and a
+// receiver integration's own server (docs/integration.md). Header-only.
 struct TSectionMatch {
   // True when the extension of a request for tableId takes part in matching.
   static bool isExtensionCompared(short tableId) {
