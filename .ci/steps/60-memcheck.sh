@@ -20,6 +20,7 @@ command -v valgrind >/dev/null || { echo "valgrind is not installed"; exit 1; }
 exceptions='
 ^SampleScan\.SecondScanIsAnsweredFromTheCache|skip|two real-time scans back to back: under memcheck a request can miss its deadline, which the test rightly counts as a failure
 ^sim_muxers_test$|skip|a Python script that runs FFmpeg and ostrel-scan: memcheck would watch the interpreter, not the scan, whose code runs under memcheck in the SampleScan cases
+^dvb_server_test$|--trace-children=yes --trace-children-skip=*/sh,*/ffmpeg,*/ostrel-dvb-emu|run through unshare: memcheck follows it into the test program and leaves the shell, FFmpeg and the emulator alone
 ^dvb_emu_check$|skip|a shell script that mounts the emulated adapter and runs dvb-apps against it: memcheck would watch the shell, not the emulator
 '
 
