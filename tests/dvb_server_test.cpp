@@ -64,7 +64,12 @@ TEST(DvbServerTest, ScanThroughAnEmulatedAdapterGivesTheSimulatorsChannelTable) 
   ASSERT_EQ(0, std::system("ffmpeg -v error -y -f lavfi -i testsrc=size=160x120:rate=10 -f lavfi "
                            "-i sine -t 1.5 -c:v mpeg2video -c:a mp2 -f mpegts -program "
                            "program_num=0x101:title=Um:st=0:st=1 " FFMPEG_STREAM));
-  for (const std::string stream : {OSTREL_SAMPLE_STREAM, FFMPEG_STREAM}) {
+#define GST_STREAM OSTREL_TEST_WORK "/dvb-gst.ts"  // GStreamer's muxer: PAT and PMT only
+  ASSERT_EQ(0, std::system("cd " OSTREL_TEST_WORK " && ffmpeg -v error -y -f lavfi -i "
+                           "testsrc=size=160x120:rate=10 -t 1.5 -c:v mpeg2video -f mpeg2video "
+                           "dvb.m2v && gst-launch-1.0 -q mpegtsmux name=m ! filesink location="
+                           "dvb-gst.ts filesrc location=dvb.m2v ! mpegvideoparse ! m."));
+  for (const std::string stream : {OSTREL_SAMPLE_STREAM, FFMPEG_STREAM, GST_STREAM}) {
     const auto before = held();
     std::string expected, got, error;
     {
