@@ -52,6 +52,7 @@ void FileServer::start() {
   if (!m_thread.joinable() && isOpen()) {
     m_bStop = false;
     m_thread = std::thread(&FileServer::deliveryLoop, this);
+    m_deliveryId = m_thread.get_id();
   }
 }
 
@@ -89,11 +90,11 @@ int FileServer::openRequest(Ostrel::TDataRequestCommand* command) {
   const Clock::time_point now = Clock::now();
   OpenRequest open;
   open.command = command;
-  // A request made from a notification runs on the delivery thread: nothing can be
-  // delivered before that notification returns, and by then the core has recorded it.
-  open.passFrom = std::this_thread::get_id() == m_thread.get_id() ? now : now + kFilterStart;
   open.deadline = now + std::chrono::seconds(command->getTimeOut());
   std::lock_guard<std::mutex> lock(m_mutex);
+  // A request made from a notification runs on the delivery thread: nothing can be
+  // delivered before that notification returns, and by then the core has recorded it.
+  open.passFrom = std::this_thread::get_id() == m_deliveryId ? now : now + kFilterStart;
   m_vecOpen.push_back(open);
   return 1;
 }

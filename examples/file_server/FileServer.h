@@ -65,11 +65,12 @@ class FileServer : public Ostrel::GingaServer {
   const unsigned int m_uiBitRate;
   std::map<unsigned short, std::vector<unsigned char>> m_mapAssembly;  // delivery thread only
 
-  std::mutex m_mutex;  // guards the two fields below
+  std::mutex m_mutex;  // guards the three fields below
   std::condition_variable m_condStop;
   bool m_bStop;
   std::vector<OpenRequest> m_vecOpen;
-  std::thread m_thread;
+  std::thread::id m_deliveryId;
+  std::thread m_thread;  // started and joined by start() and stop() only
 };
 
 #endif  // OSTREL_EXAMPLE_FILE_SERVER_H

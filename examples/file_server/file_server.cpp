@@ -28,14 +28,20 @@ int s_iPending = 0;  // requests neither answered nor timed out
 bool s_bPatCame = false;
 bool s_bUncarriedTimedOut = false;
 
+// Counted before it is made, as its notification may come first. No lock of ours is
+// held around the call: a time-out notification holds the core's registry lock while
+// it takes s_mutex, and requestData takes that registry lock.
 void request(unsigned int id, short pid, short tableId, short tableIdExt) {
-  short error = 0;
-  std::lock_guard<std::mutex> lock(s_mutex);
-  if (Ostrel::OstrelGingaCommonCore::getInstance()->requestData(id, 2, 0, pid, tableId, tableIdExt,
-                                                                NULL, NULL, &error)) {
+  {
+    std::lock_guard<std::mutex> lock(s_mutex);
     ++s_iPending;
-  } else {
+  }
+  short error = 0;
+  if (!Ostrel::OstrelGingaCommonCore::getInstance()->requestData(id, 2, 0, pid, tableId, tableIdExt,
+                                                                 NULL, NULL, &error)) {
     std::printf("request %u refused: error %d\n", id, error);
+    std::lock_guard<std::mutex> lock(s_mutex);
+    --s_iPending;
   }
 }
 
