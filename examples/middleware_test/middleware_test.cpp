@@ -37,6 +37,22 @@ struct Answer {
 std::mutex s_mutex;
 std::condition_variable s_answered;
 std::map<unsigned int, Answer> s_answers;  // by request id
+// The PAT, gathered section by section by requests 1 to 8.
+const unsigned int kFirstPatRequest = 1, kLastPatRequest = 8;
+std::vector<bool> s_patSeen;                          // by section number
+std::map<unsigned short, unsigned short> s_programs;  // programme -> PMT PID
+bool s_patDone = false;
+
+void askForPat(unsigned int requestId) {
+  short error = 0;
+  if (!OstrelGingaCommonCore::getInstance()->requestData(
+          requestId, 2, 0, 0x0000, TPATTable::kTableId, 0, nullptr, nullptr, &error)) {
+    std::printf("requestData failed with error %d\n", error);
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_patDone = true;
+    s_answered.notify_all();
+  }
+}
 
 // The core calls this on the simulator's delivery thread (status 0) or on
 // its time-out thread (status 1).
@@ -54,9 +70,28 @@ int onNotification(unsigned int requestId, unsigned char status, void*, TISDBTTa
     for (unsigned int i = 0; i < pmt->getStreamCount(); ++i)
       answer.streamPids.push_back(pmt->getStream(i).getPid());
   }
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_answers[requestId] = answer;
-  s_answered.notify_all();
+  bool morePat = false;
+  {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_answers[requestId] = answer;
+    if (requestId >= kFirstPatRequest && requestId <= kLastPatRequest) {
+      if (status == 0) {
+        s_patSeen.resize(std::max<size_t>(s_patSeen.size(), answer.lastSection + 1u), false);
+        s_patSeen[answer.section] = true;
+        s_programs.insert(answer.programs.begin(), answer.programs.end());
+      }
+      morePat = status == 0 && requestId < kLastPatRequest &&
+                std::count(s_patSeen.begin(), s_patSeen.end(), false);
+      s_patDone = !morePat;
+    }
+    s_answered.notify_all();
+  }
+  // The next PAT section is asked for from here, with no lock of ours held: a
+  // request made on the delivery thread sees the very next section of the
+  // stream, where one made after waking the main thread could keep missing
+  // the section that follows right behind.
+  if (morePat)
+    askForPat(requestId + 1);
   return 1;
 }
 
@@ -105,17 +140,17 @@ int main(int argc, char** argv) {
     receiver.start();
 
     // The PAT, section by section (the sample's has two), until all are in.
+    askForPat(kFirstPatRequest);
+    std::vector<bool> seen;
     std::map<unsigned short, unsigned short> programs;
-    std::vector<bool> seen(1, false);
-    for (unsigned int id = 1; id <= 8 && std::count(seen.begin(), seen.end(), false); ++id) {
-      Answer pat = ask(id, 0x0000, TPATTable::kTableId, 0);
-      if (pat.status != 0)
-        break;
-      seen.resize(pat.lastSection + 1u, false);
-      seen[pat.section] = true;
-      programs.insert(pat.programs.begin(), pat.programs.end());
+    {
+      std::unique_lock<std::mutex> lock(s_mutex);
+      s_answered.wait_for(lock, std::chrono::seconds(10), [] { return s_patDone; });
+      seen = s_patSeen;
+      programs = s_programs;
     }
-    check(!std::count(seen.begin(), seen.end(), false), "every PAT section arrived");
+    check(!seen.empty() && !std::count(seen.begin(), seen.end(), false),
+          "every PAT section arrived");
     programs.erase(0);  // programme 0 names the network PID, not a PMT
     check(!programs.empty(), "the PAT lists programmes");
 
