@@ -380,6 +380,32 @@ void print(const ChannelScan::Result& r, const Options& o, const std::string& he
             << ScanReport::requestTable(r, o.latencies) << std::flush;
 }
 
+// One tuner's result in a list of tuners: what stayed incomplete and a missing
+// PAT on standard error, the table (or JSON object) on standard output. False
+// when no PAT arrived.
+bool report(const ChannelScan::Result& r, const Options& o, int index, int tuners, int tunerId,
+            const std::string& name) {
+  warnIncomplete(r, tunerId, name);
+  if (!r.hasPat) {
+    std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", tunerId,
+                 RequestTrace::escape(name).c_str());
+  }
+  if (o.json && tuners > 1 && index > 0)
+    std::cout << ",\n";
+  print(r, o, "Tuner " + std::to_string(tunerId) + ": " + RequestTrace::escape(name));
+  if (!o.json && index + 1 < tuners)
+    std::cout << "\n";
+  return r.hasPat;
+}
+
+// Closes a list of tuners opened with "[" for JSON, and frees the tuner list.
+void endReport(const Options& o, int tuners, int* ids, unsigned char* types) {
+  if (o.json && tuners > 1)
+    std::cout << "]\n";
+  std::free(ids);
+  std::free(types);
+}
+
 int runScan(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options& o,
             RequestTrace* trace) {
   int* ids = NULL;
@@ -399,24 +425,11 @@ int runScan(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options& 
     if (!input.error.empty()) {
       std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(input.error).c_str());
     }
-    warnIncomplete(r, ids[t], name);
-    if (!r.hasPat) {
-      std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", ids[t],
-                   RequestTrace::escape(name).c_str());
-      if (status != kExitInput) {
-        status = input.error.empty() ? kExitNoPat : kExitInput;
-      }
+    if (!report(r, o, t, tuners, ids[t], name) && status != kExitInput) {
+      status = input.error.empty() ? kExitNoPat : kExitInput;
     }
-    if (o.json && tuners > 1 && t > 0)
-      std::cout << ",\n";
-    print(r, o, "Tuner " + std::to_string(ids[t]) + ": " + RequestTrace::escape(name));
-    if (!o.json && t + 1 < tuners)
-      std::cout << "\n";
   }
-  if (o.json && tuners > 1)
-    std::cout << "]\n";
-  std::free(ids);
-  std::free(types);
+  endReport(o, tuners, ids, types);
   return status;
 }
 
@@ -499,22 +512,11 @@ int runDvbScan(OstrelGingaCommonCore* core, DvbServer* server, const Options& o,
     }
     const ChannelScan::Result r = scan.getResult();
     const std::string name = server->getAdapter(ids[t]);
-    warnIncomplete(r, ids[t], name);
-    if (!r.hasPat) {
-      std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", ids[t],
-                   RequestTrace::escape(name).c_str());
+    if (!report(r, o, t, tuners, ids[t], name)) {
       status = kExitNoPat;
     }
-    if (o.json && tuners > 1 && t > 0)
-      std::cout << ",\n";
-    print(r, o, "Tuner " + std::to_string(ids[t]) + ": " + RequestTrace::escape(name));
-    if (!o.json && t + 1 < tuners)
-      std::cout << "\n";
   }
-  if (o.json && tuners > 1)
-    std::cout << "]\n";
-  std::free(ids);
-  std::free(types);
+  endReport(o, tuners, ids, types);
   return status;
 }
 #endif
