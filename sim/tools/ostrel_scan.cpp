@@ -521,6 +521,21 @@ int runDvbScan(OstrelGingaCommonCore* core, DvbServer* server, const Options& o,
 }
 #endif
 
+// The end of a run: the server goes first, so that nothing is delivered any
+// more (a DVB server closes its filters); then the requests still followed are
+// dropped and their user data released, and the trace is written. Gives the
+// exit status.
+int finish(std::unique_ptr<GingaServer> server, RequestTrace* trace, const Options& o, int status) {
+  server.reset();
+  RequestFollower::destroy();
+  ostrel_log_set_sink(NULL, NULL);
+  if (trace && !trace->writeTo(o.tracePath)) {
+    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", o.tracePath.c_str());
+    return kExitInput;
+  }
+  return s_iInterrupted ? 128 + s_iInterrupted : status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -550,14 +565,7 @@ int main(int argc, char** argv) {
     core->setServer(server.get());
     server->setDataDestination(core);
     const int status = runDvbScan(core, server.get(), o, trace.get());
-    server.reset();  // closes every filter still open
-    RequestFollower::destroy();
-    ostrel_log_set_sink(NULL, NULL);
-    if (trace && !trace->writeTo(o.tracePath)) {
-      std::fprintf(stderr, "ostrel-scan: cannot write %s\n", o.tracePath.c_str());
-      return kExitInput;
-    }
-    return s_iInterrupted ? 128 + s_iInterrupted : status;
+    return finish(std::move(server), trace.get(), o, status);
   }
 #endif
   std::unique_ptr<ReceiverSimulator> sim(new ReceiverSimulator());
@@ -582,14 +590,5 @@ int main(int argc, char** argv) {
   sim->setDataDestination(core);
   int status = o.watch ? runWatch(core, sim.get(), o, trace.get())
                        : runScan(core, sim.get(), o, trace.get());
-  // The receiver goes first, so that nothing is delivered any more; then the
-  // requests still followed are dropped and their user data released.
-  sim.reset();
-  RequestFollower::destroy();
-  ostrel_log_set_sink(NULL, NULL);
-  if (trace && !trace->writeTo(o.tracePath)) {
-    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", o.tracePath.c_str());
-    return kExitInput;
-  }
-  return s_iInterrupted ? 128 + s_iInterrupted : status;
+  return finish(std::move(sim), trace.get(), o, status);
 }
