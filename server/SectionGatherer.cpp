@@ -1,0 +1,86 @@
+#include "SectionGatherer.h"
+
+#include <algorithm>
+
+namespace Ostrel {
+
+SectionGatherer::SectionGatherer() {
+  reset();
+}
+
+void SectionGatherer::reset() {
+  m_bTracking = false;
+  m_bShortForm = false;
+  m_usExtension = 0;
+  m_ucVersion = 0;
+  m_ucLastSection = 0;
+  std::fill(m_aullDelivered, m_aullDelivered + 256, 0);
+  m_mapWaiting.clear();
+}
+
+// FNV-1a, never 0 (0 marks "not delivered").
+uint64_t SectionGatherer::fingerprint(const unsigned char* data, unsigned int size) {
+  uint64_t hash = 14695981039346656037ULL;
+  for (unsigned int i = 0; i < size; ++i) {
+    hash = (hash ^ data[i]) * 1099511628211ULL;
+  }
+  return hash ? hash : 1;
+}
+
+bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
+  if (size < 3) {
+    return false;
+  }
+  const bool longForm = (section[1] & 0x80) != 0;
+  if (longForm && (size < 8 || section[6] > section[7])) {
+    return false;
+  }
+  const unsigned short extension =
+      longForm ? static_cast<unsigned short>((section[3] << 8) | section[4]) : 0;
+  const unsigned char version = longForm ? static_cast<unsigned char>((section[5] >> 1) & 0x1F) : 0;
+  const unsigned char last = longForm ? section[7] : 0;
+  const unsigned int number = longForm ? section[6] : 0;
+  const uint64_t print = fingerprint(section, size);
+  if (!m_bTracking || m_bShortForm != !longForm || extension != m_usExtension ||
+      version != m_ucVersion || last != m_ucLastSection) {
+    reset();
+    m_bTracking = true;
+    m_bShortForm = !longForm;
+    m_usExtension = extension;
+    m_ucVersion = version;
+    m_ucLastSection = last;
+  } else if (m_aullDelivered[number] == print) {
+    return false;
+  }
+  if (m_bShortForm && m_aullDelivered[0] != 0) {
+    m_aullDelivered[0] = 0;  // another short-form section: a new table
+  }
+  m_mapWaiting[number].assign(section, section + size);
+  return true;
+}
+
+bool SectionGatherer::take(std::vector<unsigned char>* section) {
+  if (m_mapWaiting.empty()) {
+    return false;
+  }
+  std::map<unsigned int, std::vector<unsigned char>>::iterator first = m_mapWaiting.begin();
+  section->swap(first->second);
+  m_aullDelivered[first->first] =
+      fingerprint(&(*section)[0], static_cast<unsigned int>(section->size()));
+  m_mapWaiting.erase(first);
+  return true;
+}
+
+unsigned int SectionGatherer::getDeliveredCount() const {
+  unsigned int count = 0;
+  for (unsigned int number = 0; m_bTracking && number <= m_ucLastSection; ++number) {
+    count += m_aullDelivered[number] != 0 ? 1 : 0;
+  }
+  return count;
+}
+
+bool SectionGatherer::isComplete() const {
+  return m_bTracking && getDeliveredCount() == m_ucLastSection + 1u;
+}
+
+}  // namespace Ostrel

@@ -1,0 +1,90 @@
+#ifndef OSTREL_SECTION_MATCH_H
+#define OSTREL_SECTION_MATCH_H
+
+namespace Ostrel {
+
+// Which sections answer a table request (tuner, PID, table id, table id
+// extension), and whether a section's CRC_32 holds. Header-only.
+//
+// A section answers a request from the same tuner and PID when its table_id
+// equals the table id and, where the extension is compared, its
+// table_id_extension equals the extension. The extension is compared only
+// for long-form sections of tables whose extension the middleware knows
+// before it asks (a PMT's programme number, an EIT's service id, ...): not
+// for the PAT (0x00), the CAT (0x01), the NIT (0x40, 0x41), the SDT (0x42,
+// 0x46), nor for short-form sections (the TDT 0x70 and TOT 0x73 among them),
+// whose extensions (transport stream id, network id) a receiver learns only
+// from the table itself.
+struct SectionMatch {
+  struct CrcTable {
+    CrcTable() {
+      for (unsigned int byte = 0; byte < 256; ++byte) {
+        unsigned int crc = byte << 24;
+        for (int bit = 0; bit < 8; ++bit) {
+          crc = (crc & 0x80000000u) ? (crc << 1) ^ 0x04C11DB7u : crc << 1;
+        }
+        entries[byte] = crc;
+      }
+    }
+    unsigned int entries[256];
+  };
+
+  // True when the extension of a request for tableId takes part in matching.
+  static bool isExtensionCompared(short tableId) {
+    switch (static_cast<unsigned short>(tableId)) {
+      case 0x00:  // PAT: transport stream id
+      case 0x01:  // CAT: reserved
+      case 0x40:  // NIT actual: network id
+      case 0x41:  // NIT other
+      case 0x42:  // SDT actual: transport stream id
+      case 0x46:  // SDT other
+      case 0x70:  // TDT: short form
+      case 0x73:  // TOT: short form
+        return false;
+      default:
+        return true;
+    }
+  }
+
+  // Whether the section's header (the tuner and PID already match) answers a
+  // request for tableId and tableIdExt.
+  static bool matches(short tableId, short tableIdExt, const unsigned char* section,
+                      unsigned int size) {
+    if (size < 3 || section[0] != static_cast<unsigned short>(tableId)) {
+      return false;
+    }
+    if (!isExtensionCompared(tableId) || (section[1] & 0x80) == 0) {
+      return true;
+    }
+    return size >= 5 && ((section[3] << 8) | section[4]) == static_cast<unsigned short>(tableIdExt);
+  }
+
+  // Whether the section carries a CRC_32: every long-form section, and the
+  // TOT among the short-form ones.
+  static bool hasCrc(const unsigned char* section, unsigned int size) {
+    return size >= 3 && ((section[1] & 0x80) != 0 || section[0] == 0x73);
+  }
+
+  // MPEG-2 CRC_32 over the whole section, its CRC_32 included: 0 when it holds.
+  static unsigned int crc(const unsigned char* data, unsigned int size) {
+    static const CrcTable table;
+    unsigned int crc = 0xFFFFFFFFu;
+    for (unsigned int i = 0; i < size; ++i) {
+      crc = (crc << 8) ^ table.entries[((crc >> 24) ^ data[i]) & 0xFF];
+    }
+    return crc;
+  }
+
+  // Whether a whole section is fit to deliver: long enough for its header
+  // and, where it carries one, with a CRC_32 that holds.
+  static bool isIntact(const unsigned char* section, unsigned int size) {
+    if (size < 3) {
+      return false;
+    }
+    return !hasCrc(section, size) || (size >= 7 && crc(section, size) == 0);
+  }
+};
+
+}  // namespace Ostrel
+
+#endif  // OSTREL_SECTION_MATCH_H
