@@ -151,6 +151,38 @@ void ServerEngine::waitBusyCommands() {
   }
 }
 
+// REQUIRES: m_mutex held.
+bool ServerEngine::__isSettled() const {
+  for (std::map<FilterKey, Filter>::const_iterator it = m_mapFilters.begin();
+       it != m_mapFilters.end(); ++it) {
+    const Filter& filter = it->second;
+    if (filter.keys > 0 && (filter.opening || (!filter.open && !filter.failed && !filter.waited))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void ServerEngine::settle() {
+  Clock::time_point ready = Clock::now();
+  std::unique_lock<std::mutex> lock(m_mutex);
+  while (!m_bShutdown && !__isSettled()) {
+    lock.unlock();
+    m_pSource->interrupt();
+    lock.lock();
+    m_condIdle.wait_for(lock, std::chrono::milliseconds(10));
+  }
+  for (std::map<Key, Gather>::const_iterator it = m_mapGathers.begin(); it != m_mapGathers.end();
+       ++it) {
+    for (std::list<Request>::const_iterator request = it->second.requests.begin();
+         request != it->second.requests.end(); ++request) {
+      ready = std::max(ready, request->passFrom);
+    }
+  }
+  lock.unlock();
+  std::this_thread::sleep_until(ready);
+}
+
 // ---- Requests ----
 
 // REQUIRES: m_mutex held.
@@ -224,6 +256,7 @@ void ServerEngine::__planFilters(CallOut* out) {
     const unsigned int limit = m_pSource->getFilterLimit(it->first.first);
     if (limit == 0 || inUse[it->first.first] < limit) {
       filter.open = true;  // until the source says otherwise
+      filter.opening = true;
       ++inUse[it->first.first];
       out->openFilters.push_back(it->first);
       continue;
@@ -352,6 +385,12 @@ void ServerEngine::callOut(CallOut* out) {
   }
   std::lock_guard<std::mutex> lock(m_mutex);
   m_counters.filtersOpened += out->openFilters.size() - refused.size();
+  for (size_t i = 0; i < out->openFilters.size(); ++i) {
+    std::map<FilterKey, Filter>::iterator it = m_mapFilters.find(out->openFilters[i]);
+    if (it != m_mapFilters.end()) {
+      it->second.opening = false;
+    }
+  }
   for (size_t i = 0; i < refused.size(); ++i) {
     std::map<FilterKey, Filter>::iterator it = m_mapFilters.find(refused[i]);
     if (it != m_mapFilters.end()) {

@@ -105,6 +105,12 @@ class ServerEngine : public GingaServer {
   // have returned).
   virtual void waitBusyCommands();
 
+  // Returns once every filter that the requests executed so far need is open
+  // on the source (or waits for a free one, or was refused) and each of those
+  // requests is past its start-up time: a source that starts playing after it
+  // loses nothing those requests ask for. Not on the delivery thread.
+  void settle();
+
   // Stops the delivery thread early (a derived server's destructor calls it
   // before its source goes); idempotent.
   void shutdown();
@@ -115,6 +121,10 @@ class ServerEngine : public GingaServer {
   size_t getPendingRequestCount() const;
   // CRC errors counted on one PID of one tuner.
   uint64_t getCrcErrors(int tunerId, unsigned short pid) const;
+
+ protected:
+  SectionSource* getSource() const { return m_pSource; }
+  const Options& getOptions() const { return m_options; }
 
  private:
   struct Waiter;
@@ -139,9 +149,10 @@ class ServerEngine : public GingaServer {
   };
   typedef std::pair<int, unsigned short> FilterKey;
   struct Filter {
-    Filter() : keys(0), open(false), failed(false), waited(false) {}
+    Filter() : keys(0), open(false), opening(false), failed(false), waited(false) {}
     unsigned int keys;  // gathers that need it
     bool open;          // opened on the source, or being opened
+    bool opening;       // being opened by the delivery thread
     bool failed;        // the source refused it, or its device failed
     bool waited;        // counted once as waiting for a free filter
   };
@@ -166,6 +177,7 @@ class ServerEngine : public GingaServer {
   void __plan(Clock::time_point now, CallOut* out);
   void __planFilters(CallOut* out);
   void __dropGather(std::map<Key, Gather>::iterator it);
+  bool __isSettled() const;
   void __take(const SectionSource::Section& section);
   Clock::time_point __nextWake() const;
   // With no lock held.

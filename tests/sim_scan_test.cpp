@@ -141,8 +141,9 @@ TEST_F(SampleScan, WhatTheStreamLacksEndsAfterOnePassNotAtItsTimeOut) {
     Outcomes expected;  // the outcomes that differ from the sample's
     const char* lines;  // lines of the channel table
   } const cases[] = {
-      {withoutSection(0x0011, 1), {}, {}, "Incomplete SDT: 1 of 2 sections\n"},
-      {withoutSection(0x0000, 0), {}, {}, "Incomplete PAT: 1 of 2 sections\n"},
+      // Asked for more, the receiver has nothing new: a repetition is no answer.
+      {withoutSection(0x0011, 1), {}, {{"SDT (more)", kOut}}, "Incomplete SDT: 1 of 2 sections\n"},
+      {withoutSection(0x0000, 0), {}, {{"PAT (more)", kOut}}, "Incomplete PAT: 1 of 2 sections\n"},
       {SampleStream::build(), {0x0014}, {{"TOT", kOut}}, "Time       (no TOT)\n"},
       {SampleStream::build(),
        {0x0000, 0x0010},

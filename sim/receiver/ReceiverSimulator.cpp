@@ -23,15 +23,26 @@ StreamPacer::Mode pacerMode(ReceiverSimulator::Pacing pacing) {
   return StreamPacer::kAsFastAsPossible;
 }
 
+ServerEngine::Options engineOptions(const ReceiverSimulator::Options& options) {
+  ServerEngine::Options engine;
+  engine.filterStartMs = options.filterStartMs;
+  engine.syncWaitMs = 0;  // synchronous requests: what the streams carried
+  return engine;
+}
+
 }  // namespace
 
 ReceiverSimulator::ReceiverSimulator() : ReceiverSimulator(Options()) {}
 
-ReceiverSimulator::ReceiverSimulator(const Options& options) : m_pImpl(new Impl(this, options)) {}
+// The engine never calls its source before the first data request, so the
+// source can be made in the engine's constructor call and owned here.
+ReceiverSimulator::ReceiverSimulator(const Options& options)
+    : ServerEngine(new Impl(options), engineOptions(options)),
+      m_pImpl(static_cast<Impl*>(getSource())) {}
 
-// The implementation closes the requests still open through this server, so
-// it goes first, while the server is whole.
+// The engine stops (closing what is still open) while its source is whole.
 ReceiverSimulator::~ReceiverSimulator() {
+  shutdown();
   m_pImpl.reset();
 }
 
@@ -61,6 +72,7 @@ void ReceiverSimulator::setPacing(Pacing pacing, uint64_t bitRate) {
 }
 
 void ReceiverSimulator::start() {
+  settle();
   m_pImpl->start();
 }
 
@@ -69,10 +81,12 @@ void ReceiverSimulator::stop() {
 }
 
 bool ReceiverSimulator::startTuner(int tunerId) {
+  settle();
   return m_pImpl->startTuner(tunerId);
 }
 
 bool ReceiverSimulator::feed(int tunerId, const unsigned char* data, size_t size) {
+  settle();
   return m_pImpl->feed(tunerId, data, size);
 }
 
@@ -82,31 +96,21 @@ bool ReceiverSimulator::waitForEnd(int tunerId, std::chrono::milliseconds timeou
 }
 
 size_t ReceiverSimulator::getTunerCount() const {
-  return m_pImpl->getTunerCount();
+  return static_cast<size_t>(m_pImpl->getTunerCount());
 }
 
 void ReceiverSimulator::setFaultPlan(const FaultPlan& plan) {
   m_pImpl->setFaultPlan(plan);
 }
 
-int ReceiverSimulator::execute(TCommand* command, TCommand** response) {
-  return m_pImpl->execute(command, response);
-}
-
-void ReceiverSimulator::waitBusyCommands() {
-  m_pImpl->waitBusyCommands();
-}
-
-ReceiverSimulator::Counters ReceiverSimulator::getCounters() const {
-  return m_pImpl->getCounters();
+ReceiverSimulator::FaultCounts ReceiverSimulator::getFaultCounts() const {
+  FaultCounts counts;
+  m_pImpl->getFaultCounts(&counts.dropped, &counts.corrupted);
+  return counts;
 }
 
 unsigned int ReceiverSimulator::getFilterStartMs() const {
-  return m_pImpl->getFilterStartMs();
-}
-
-size_t ReceiverSimulator::getOpenFilterCount() const {
-  return m_pImpl->getOpenFilterCount();
+  return getOptions().filterStartMs;
 }
 
 std::string ReceiverSimulator::getKeyHolder(unsigned int keyCode) const {

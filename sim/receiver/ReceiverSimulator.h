@@ -10,35 +10,26 @@
 #include <vector>
 
 #include "FaultPlan.h"
-#include "GingaServer.h"
+#include "ServerEngine.h"
 
 namespace Ostrel {
 
 class TCommand;
 
-// A receiver in software: a GingaServer whose tuners play transport streams.
+// A receiver in software: a ServerEngine whose source is tuners that play
+// transport streams.
 //
 // Bind it as any server: core->setServer(&sim), and sim.setDataDestination(core)
 // so that its sections reach the core.
 //
-// Every command of the command library is executed. An open data request
-// becomes a section filter that lives for the request's time-out, passes each
-// distinct matching section to the data destination with injectData under
-// the request's own key, and is then closed (closeOpenRequest). A section
-// matches when it comes from the request's tuner and PID and has its table
-// id; the table id extension is compared too, except for the PAT, CAT, NIT
-// and SDT and for short-form sections. A new filter passes nothing during its
-// first filterStartMs, as a hardware filter takes a moment to start; this also
-// leaves the sender time to record its request. A request sent from a
-// notification on the delivery thread passes at once: nothing can be
-// delivered before its sender has recorded it. A section is matched against
-// the filters only once every delivery before it has been made (unless a
-// delay fault holds deliveries back), so playing as fast as possible loses no
-// section that a notification asks for next. Deliveries run on the
-// simulator's delivery thread, one at a time, with no lock of the simulator
-// held. A synchronous request is answered at once, on the caller's thread,
-// from the sections the stream has already carried; it fails when there are
-// none.
+// Data requests, the tuner list and their timing are the engine's (see
+// ServerEngine): one gatherer per request key, each new section of its table
+// injected once under the key. A tuner's reader hands on a section only once
+// the engine has dealt with the one before (unless a delay fault holds
+// sections back), so playing as fast as possible loses no section that a
+// notification asks for next. A synchronous request is answered at once, on
+// the caller's thread, from the sections the stream has already carried; it
+// fails when there are none.
 //
 // Keys: a key held by one listener is refused to another until released.
 // Application status changes are recorded in order. Video: one geometry per
@@ -48,7 +39,7 @@ class TCommand;
 //
 // Thread-safe; never holds a lock of its own while calling out (injectData,
 // closeOpenRequest).
-class ReceiverSimulator : public GingaServer {
+class ReceiverSimulator : public ServerEngine {
  public:
   static constexpr unsigned char kTerrestrialTuner = 1;
 
@@ -67,17 +58,10 @@ class ReceiverSimulator : public GingaServer {
     size_t maxCarriedSections = 8192;
   };
 
-  // What the simulator has done; for tests and reports.
-  struct Counters {
-    uint64_t filtersOpened = 0;
-    uint64_t filtersClosed = 0;   // at the end of their time-out, or at shutdown
-    uint64_t deliveries = 0;      // injectData calls made for filters
-    uint64_t faultDropped = 0;    // sections the fault plan dropped
-    uint64_t faultCorrupted = 0;  // sections the fault plan damaged
-    uint64_t discarded = 0;       // due deliveries whose filter had closed, or no destination
-    uint64_t syncAnswered = 0;
-    uint64_t syncRefused = 0;
-    uint64_t commandsRefused = 0;  // execute returned 0
+  // Sections the fault plan dropped and damaged.
+  struct FaultCounts {
+    uint64_t dropped = 0;
+    uint64_t corrupted = 0;
   };
 
   ReceiverSimulator();
@@ -109,7 +93,8 @@ class ReceiverSimulator : public GingaServer {
   // tuner, it has no input or it runs already.
   bool startTuner(int tunerId);
 
-  // Feeds bytes to a tuner without input, on the caller's thread.
+  // Feeds bytes to a tuner without input, on the caller's thread, once the
+  // filters of the requests executed so far are open.
   bool feed(int tunerId, const unsigned char* data, size_t size);
 
   // Waits until a tuner's input has ended (a file that does not loop) or
@@ -120,17 +105,8 @@ class ReceiverSimulator : public GingaServer {
   // Faults applied from now on, between the filters and the data destination.
   void setFaultPlan(const FaultPlan& plan);
 
-  // Executes command; see the class comment. Any thread.
-  virtual int execute(TCommand* command, TCommand** response);
-
-  // Returns once every command in execute on other threads has returned and
-  // every delivery queued before the call has been made or discarded. On the
-  // delivery thread it does not wait for deliveries.
-  virtual void waitBusyCommands();
-
-  Counters getCounters() const;
+  FaultCounts getFaultCounts() const;
   unsigned int getFilterStartMs() const;
-  size_t getOpenFilterCount() const;
   // The listener holding a key, or "" when it is free.
   std::string getKeyHolder(unsigned int keyCode) const;
   // Every application status change, in order: application id and code.
@@ -144,7 +120,7 @@ class ReceiverSimulator : public GingaServer {
   ReceiverSimulator(const ReceiverSimulator&);
   ReceiverSimulator& operator=(const ReceiverSimulator&);
 
-  std::unique_ptr<Impl> m_pImpl;
+  std::unique_ptr<Impl> m_pImpl;  // the engine's source
 };
 
 }  // namespace Ostrel

@@ -1,8 +1,9 @@
 #include "ReceiverSimulatorImpl.h"
 
-#include "GingaDataDestination.h"
-#include "TDataRequestCommand.h"
+#include <algorithm>
+
 #include "TransportStreamSource.h"
+#include "TsPacket.h"
 #include "TunerInput.h"
 
 namespace Ostrel {
@@ -18,50 +19,29 @@ const unsigned char kPatTableId = 0x00;
 
 }  // namespace
 
-ReceiverSimulator::Impl::Impl(GingaServer* server, const Options& options)
-    : m_pServer(server),
-      m_options(options),
+ReceiverSimulator::Impl::Impl(const Options& options)
+    : m_options(options),
       m_controls(options.screenWidth, options.screenHeight, options.sourceWidth,
                  options.sourceHeight),
       m_ePacing(StreamPacer::kAsFastAsPossible),
       m_ullBitRate(0),
       m_bStarted(false),
       m_bShutdown(false),
-      m_ullNextFilterId(0),
-      m_ullNextSeq(0),
-      m_iExecuting(0),
-      m_rng(1) {
-  m_deliveryThread = std::thread(&Impl::deliveryLoop, this);
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_deliveryThreadId = m_deliveryThread.get_id();
-}
+      m_bInterrupted(false),
+      m_ullPushed(0),
+      m_ullDone(0),
+      m_ullTaken(0),
+      m_rng(1),
+      m_ullDropped(0),
+      m_ullCorrupted(0) {}
 
 ReceiverSimulator::Impl::~Impl() {
-  stop();
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bShutdown = true;
   }
-  m_condDelivery.notify_all();
-  m_deliveryThread.join();
-  // Close what is still open; nothing else runs now.
-  std::vector<TDataRequestCommand*> open;
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
-         it != m_mapFilters.end(); ++it) {
-      open.push_back(it->second.command);
-    }
-    m_counters.filtersClosed += m_mapFilters.size();
-    m_counters.discarded += m_mapDeliveries.size();
-    m_mapFilters.clear();
-    m_mapDeliveries.clear();
-    m_setPendingSeq.clear();
-  }
-  m_condIdle.notify_all();
-  for (size_t i = 0; i < open.size(); ++i) {
-    m_pServer->closeOpenRequest(open[i]);
-  }
+  m_condReader.notify_all();
+  stop();
   m_vecTuners.clear();
 }
 
@@ -92,7 +72,6 @@ void ReceiverSimulator::Impl::setPacing(StreamPacer::Mode mode, uint64_t bitRate
 }
 
 void ReceiverSimulator::Impl::start() {
-  sleepUntilFiltersPass(-1);
   std::lock_guard<std::mutex> lock(m_mutex);
   m_bStarted = true;
   for (size_t i = 0; i < m_vecTuners.size(); ++i) {
@@ -102,27 +81,7 @@ void ReceiverSimulator::Impl::start() {
 
 bool ReceiverSimulator::Impl::startTuner(int tunerId) {
   TunerInput* tuner = getTuner(tunerId);
-  if (!tuner) {
-    return false;
-  }
-  sleepUntilFiltersPass(tunerId);
-  return tuner->start();
-}
-
-// The first packet played must reach every filter opened before it.
-void ReceiverSimulator::Impl::sleepUntilFiltersPass(int tunerId) {
-  Clock::time_point ready = Clock::now();
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (std::map<uint64_t, OpenFilter>::const_iterator it = m_mapFilters.begin();
-         it != m_mapFilters.end(); ++it) {
-      if ((tunerId < 0 || it->second.filter.getTunerId() == tunerId) &&
-          it->second.passFrom > ready) {
-        ready = it->second.passFrom;
-      }
-    }
-  }
-  std::this_thread::sleep_until(ready);
+  return tuner && tuner->start();
 }
 
 void ReceiverSimulator::Impl::stop() {
@@ -157,9 +116,18 @@ TunerInput* ReceiverSimulator::Impl::getTuner(int tunerId) const {
   return m_vecTuners[tunerId].get();
 }
 
-size_t ReceiverSimulator::Impl::getTunerCount() const {
+int ReceiverSimulator::Impl::getTunerCount() const {
   std::lock_guard<std::mutex> lock(m_mutex);
-  return m_vecTuners.size();
+  return static_cast<int>(m_vecTuners.size());
+}
+
+bool ReceiverSimulator::Impl::getTuners(std::vector<Tuner>* tuners) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  for (size_t i = 0; i < m_vecTuners.size(); ++i) {
+    Tuner tuner = {static_cast<int>(i), m_vecTuners[i]->getType()};
+    tuners->push_back(tuner);
+  }
+  return true;
 }
 
 void ReceiverSimulator::Impl::setFaultPlan(const FaultPlan& plan) {
@@ -168,14 +136,10 @@ void ReceiverSimulator::Impl::setFaultPlan(const FaultPlan& plan) {
   m_rng.seed(plan.seed);
 }
 
-ReceiverSimulator::Counters ReceiverSimulator::Impl::getCounters() const {
+void ReceiverSimulator::Impl::getFaultCounts(uint64_t* dropped, uint64_t* corrupted) const {
   std::lock_guard<std::mutex> lock(m_mutex);
-  return m_counters;
-}
-
-size_t ReceiverSimulator::Impl::getOpenFilterCount() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_mapFilters.size();
+  *dropped = m_ullDropped;
+  *corrupted = m_ullCorrupted;
 }
 
 std::string ReceiverSimulator::Impl::getKeyHolder(unsigned int keyCode) const {
@@ -187,34 +151,86 @@ std::vector<std::pair<std::string, unsigned char>> ReceiverSimulator::Impl::getA
   return m_controls.getAppStatusChanges();
 }
 
-thread_local int ReceiverSimulator::Impl::s_iExecuteDepth = 0;
-
-void ReceiverSimulator::Impl::beginExecute() {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  ++m_iExecuting;
-  ++s_iExecuteDepth;
+int ReceiverSimulator::Impl::executeControl(TCommand* command, TCommand** response) {
+  return m_controls.execute(command, response);
 }
 
-void ReceiverSimulator::Impl::endExecute() {
+// ---- Filters, on the engine's delivery thread ----
+
+bool ReceiverSimulator::Impl::openFilter(int tunerId, unsigned short pid) {
+  TunerInput* tuner = getTuner(tunerId);
+  if (!tuner || pid >= TsPacket::kPidCount) {
+    return false;
+  }
   {
     std::lock_guard<std::mutex> lock(m_mutex);
-    --m_iExecuting;
-    --s_iExecuteDepth;
+    m_setFilters.insert(std::make_pair(tunerId, pid));
   }
-  m_condIdle.notify_all();
+  tuner->getDemux()->enablePid(pid);
+  return true;
 }
 
-void ReceiverSimulator::Impl::waitBusyCommands() {
+void ReceiverSimulator::Impl::closeFilter(int tunerId, unsigned short pid) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_setFilters.erase(std::make_pair(tunerId, pid));
+}
+
+SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Section* section) {
   std::unique_lock<std::mutex> lock(m_mutex);
-  const bool onDeliveryThread = std::this_thread::get_id() == m_deliveryThreadId;
-  const uint64_t last = m_ullNextSeq;  // deliveries queued so far have seq < last
-  const int own = s_iExecuteDepth;
-  m_condIdle.wait(lock, [&] {
-    if (m_iExecuting - own > 0) {
-      return false;
+  // The engine is back: what it was given last has been dealt with.
+  m_ullDone = m_ullTaken;
+  m_condReader.notify_all();
+  const Clock::time_point limit = timeoutMs < 0
+                                      ? Clock::time_point::max()
+                                      : Clock::now() + std::chrono::milliseconds(timeoutMs);
+  for (;;) {
+    if (m_bInterrupted || m_bShutdown) {
+      m_bInterrupted = false;
+      return kNothing;
     }
-    return onDeliveryThread || m_setPendingSeq.empty() || *m_setPendingSeq.begin() >= last;
-  });
+    const Clock::time_point now = Clock::now();
+    if (!m_dequeQueue.empty() && m_dequeQueue.front().due <= now) {
+      Queued& first = m_dequeQueue.front();
+      m_ullTaken = first.seq;
+      section->tunerId = first.section.tunerId;
+      section->pid = first.section.pid;
+      section->data.swap(first.section.data);
+      m_dequeQueue.pop_front();
+      return kSection;
+    }
+    if (now >= limit) {
+      return kNothing;
+    }
+    const Clock::time_point wake =
+        m_dequeQueue.empty() ? limit : std::min(limit, m_dequeQueue.front().due);
+    if (wake == Clock::time_point::max()) {
+      m_condQueue.wait(lock);
+    } else {
+      m_condQueue.wait_until(lock, wake);
+    }
+  }
+}
+
+void ReceiverSimulator::Impl::interrupt() {
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_bInterrupted = true;
+  }
+  m_condQueue.notify_all();
+}
+
+void ReceiverSimulator::Impl::findCarried(int tunerId, unsigned short pid,
+                                          std::vector<std::vector<unsigned char>>* sections) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  CarriedKey first(std::make_pair(tunerId, pid), std::make_pair(0u, 0u));
+  for (std::map<CarriedKey, std::vector<unsigned char>>::iterator it =
+           m_mapCarried.lower_bound(first);
+       it != m_mapCarried.end() && it->first.first == first.first; ++it) {
+    std::vector<unsigned char> copy(it->second);
+    if (__applyFaults(pid, &copy)) {
+      sections->push_back(copy);
+    }
+  }
 }
 
 // ---- Sections from the tuners ----
@@ -224,48 +240,26 @@ void ReceiverSimulator::Impl::onSection(int tunerId, unsigned short pid, const u
   if (pid == 0 && data[0] == kPatTableId) {
     learnProgramPids(tunerId, data, size);
   }
-  bool queued = false;
   std::unique_lock<std::mutex> lock(m_mutex);
-  // A section is matched only once the deliveries before it have been made,
-  // so that requests sent from their notifications see it, as they would on
-  // a receiver whose sections arrive slower than it answers them. Delayed
-  // deliveries (a fault) do not hold the reader back.
-  if (std::this_thread::get_id() != m_deliveryThreadId) {
-    m_condIdle.wait(
-        lock, [this] { return m_bShutdown || m_setPendingSeq.empty() || m_faults.delayMs > 0; });
-  }
-  const Clock::time_point now = Clock::now();
+  // One section in the engine's hands at a time, unless a delay fault holds
+  // sections back.
+  m_condReader.wait(
+      lock, [this] { return m_bShutdown || m_ullDone >= m_ullPushed || m_faults.delayMs > 0; });
   __remember(tunerId, pid, data, size);
-  for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
-       ++it) {
-    OpenFilter& open = it->second;
-    if (now < open.passFrom || now >= open.deadline ||
-        !open.filter.matches(tunerId, pid, data, size) || open.filter.hasPassed(data, size)) {
-      continue;
-    }
-    std::vector<unsigned char> copy(data, data + size);
-    if (!__applyFaults(pid, &copy)) {
-      continue;  // lost: a later repetition may still pass
-    }
-    if (copy.size() == size && std::equal(copy.begin(), copy.end(), data)) {
-      open.filter.markPassed(data, size);
-    }
-    Delivery delivery;
-    delivery.seq = m_ullNextSeq++;
-    delivery.filterId = it->first;
-    delivery.tunerId = tunerId;
-    delivery.pid = open.filter.getPid();
-    delivery.tableId = open.filter.getTableId();
-    delivery.tableIdExt = open.filter.getTableIdExt();
-    delivery.data.swap(copy);
-    m_setPendingSeq.insert(delivery.seq);
-    Clock::time_point due = now + std::chrono::milliseconds(m_faults.delayMs);
-    m_mapDeliveries.insert(std::make_pair(due, std::move(delivery)));
-    queued = true;
+  if (!m_setFilters.count(std::make_pair(tunerId, pid))) {
+    return;
   }
-  if (queued) {
-    m_condDelivery.notify_all();
+  Queued queued;
+  queued.section.data.assign(data, data + size);
+  if (!__applyFaults(pid, &queued.section.data)) {
+    return;  // lost: a later repetition may still pass
   }
+  queued.seq = ++m_ullPushed;
+  queued.due = Clock::now() + std::chrono::milliseconds(m_faults.delayMs);
+  queued.section.tunerId = tunerId;
+  queued.section.pid = pid;
+  m_dequeQueue.push_back(std::move(queued));
+  m_condQueue.notify_all();
 }
 
 // The PAT names the PMT PIDs (and the NIT's): reassemble them from now on.
@@ -310,110 +304,14 @@ bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsi
   }
   std::uniform_real_distribution<double> share(0.0, 1.0);
   if (m_faults.dropShare > 0.0 && share(m_rng) < m_faults.dropShare) {
-    ++m_counters.faultDropped;
+    ++m_ullDropped;
     return false;
   }
   if (m_faults.corruptShare > 0.0 && !data->empty() && share(m_rng) < m_faults.corruptShare) {
     data->back() ^= 0xFF;  // the last byte of the CRC_32
-    ++m_counters.faultCorrupted;
+    ++m_ullCorrupted;
   }
   return true;
-}
-
-// ---- Delivery thread ----
-
-// REQUIRES: m_mutex held.
-ReceiverSimulator::Impl::Clock::time_point ReceiverSimulator::Impl::__nextWake() const {
-  Clock::time_point wake = Clock::time_point::max();
-  if (!m_mapDeliveries.empty()) {
-    wake = m_mapDeliveries.begin()->first;
-  }
-  for (std::map<uint64_t, OpenFilter>::const_iterator it = m_mapFilters.begin();
-       it != m_mapFilters.end(); ++it) {
-    if (it->second.deadline < wake) {
-      wake = it->second.deadline;
-    }
-  }
-  return wake;
-}
-
-// REQUIRES: m_mutex held. Takes the first due delivery whose filter still
-// lives; a due one whose filter has closed is discarded.
-bool ReceiverSimulator::Impl::__takeDue(Clock::time_point now, Delivery* delivery) {
-  while (!m_mapDeliveries.empty() && m_mapDeliveries.begin()->first <= now) {
-    const Clock::time_point due = m_mapDeliveries.begin()->first;
-    *delivery = std::move(m_mapDeliveries.begin()->second);
-    m_mapDeliveries.erase(m_mapDeliveries.begin());
-    std::map<uint64_t, OpenFilter>::iterator filter = m_mapFilters.find(delivery->filterId);
-    if (filter != m_mapFilters.end() && due <= filter->second.deadline) {
-      return true;
-    }
-    ++m_counters.discarded;
-    m_setPendingSeq.erase(delivery->seq);
-  }
-  return false;
-}
-
-// REQUIRES: m_mutex held. Takes out the filters whose time-out has passed,
-// but for the one whose delivery is about to be made.
-void ReceiverSimulator::Impl::__takeExpired(Clock::time_point now, const uint64_t* keep,
-                                            std::vector<TDataRequestCommand*>* expired) {
-  for (std::map<uint64_t, OpenFilter>::iterator it = m_mapFilters.begin();
-       it != m_mapFilters.end();) {
-    if (it->second.deadline <= now && !(keep && *keep == it->first)) {
-      expired->push_back(it->second.command);
-      m_mapFilters.erase(it++);
-    } else {
-      ++it;
-    }
-  }
-  m_counters.filtersClosed += expired->size();
-}
-
-// Closes the expired requests and makes the delivery, with no lock held.
-// Returns whether the delivery reached a destination.
-bool ReceiverSimulator::Impl::callOut(const std::vector<TDataRequestCommand*>& expired,
-                                      Delivery* delivery) {
-  for (size_t i = 0; i < expired.size(); ++i) {
-    m_pServer->closeOpenRequest(expired[i]);
-  }
-  GingaDataDestination* destination = m_pServer->getDataDestination();
-  if (!delivery || !destination) {
-    return false;
-  }
-  destination->injectData(delivery->tunerId, delivery->pid, delivery->tableId, delivery->tableIdExt,
-                          NULL, &delivery->data[0],
-                          static_cast<unsigned int>(delivery->data.size()));
-  return true;
-}
-
-void ReceiverSimulator::Impl::deliveryLoop() {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  while (!m_bShutdown) {
-    const Clock::time_point now = Clock::now();
-    Delivery delivery;
-    const bool haveDelivery = __takeDue(now, &delivery);
-    std::vector<TDataRequestCommand*> expired;
-    __takeExpired(now, haveDelivery ? &delivery.filterId : NULL, &expired);
-    m_condIdle.notify_all();  // discarded deliveries count as done
-    if (!haveDelivery && expired.empty()) {
-      Clock::time_point wake = __nextWake();
-      if (wake == Clock::time_point::max()) {
-        m_condDelivery.wait(lock);
-      } else {
-        m_condDelivery.wait_until(lock, wake);
-      }
-      continue;
-    }
-    lock.unlock();
-    const bool injected = callOut(expired, haveDelivery ? &delivery : NULL);
-    lock.lock();
-    if (haveDelivery) {
-      ++(injected ? m_counters.deliveries : m_counters.discarded);
-      m_setPendingSeq.erase(delivery.seq);
-      m_condIdle.notify_all();
-    }
-  }
 }
 
 }  // namespace Ostrel

@@ -4,87 +4,79 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "FaultPlan.h"
 #include "ReceiverControls.h"
 #include "ReceiverSimulator.h"
-#include "SectionFilter.h"
 #include "SectionSink.h"
+#include "SectionSource.h"
 #include "StreamPacer.h"
 
 namespace Ostrel {
 
-class TCommand;
-class TDataRequestCommand;
 class TransportStreamSource;
 class TunerInput;
 
-// The simulated receiver behind ReceiverSimulator (see its comment for what
-// each command does). Not installed: it names the tuners' internals.
+// The simulated receiver's section source: tuners that play transport
+// streams, their section filters, the fault plan between the filters and the
+// engine, what the streams carried lately (for synchronous requests) and the
+// controls (keys, video, application status). Not installed: it names the
+// tuners' internals.
 //
-// Thread-safe. Its own lock guards filters, deliveries, the carried sections
-// and the command state; it is never held while calling out (injectData,
-// closeOpenRequest on the server).
-class ReceiverSimulator::Impl : private SectionSink {
+// A tuner's reader hands a section of an open filter on only once the
+// engine has dealt with the one before (it is back in readSection), so that
+// requests sent from a notification see the very next section, as on a
+// receiver whose sections come slower than it answers them. Delayed sections
+// (a fault) do not hold the reader back.
+//
+// Thread-safe: its own lock guards the filters, the queue, the carried
+// sections and the fault state; it is never held while calling out.
+class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
  public:
   typedef std::chrono::steady_clock Clock;
 
-  // server (not owned) is the GingaServer whose data destination gets the
-  // deliveries and which holds the open requests.
-  Impl(GingaServer* server, const Options& options);
+  explicit Impl(const Options& options);
   virtual ~Impl();
 
   // Adds a tuner that plays source (null: fed by hand with feed). Returns its
   // id. The tuner reads once start() has been called (at once if it was).
   int addTuner(std::unique_ptr<TransportStreamSource> source, unsigned char type);
-
-  // Pacing of the tuners added from now on.
   void setPacing(StreamPacer::Mode mode, uint64_t bitRate);
-
   void start();
   void stop();
   bool startTuner(int tunerId);
   bool feed(int tunerId, const unsigned char* data, size_t size);
-
-  // The tuner with this id, or null. Owned by the simulator.
   TunerInput* getTuner(int tunerId) const;
-  size_t getTunerCount() const;
-
   void setFaultPlan(const FaultPlan& plan);
-
-  int execute(TCommand* command, TCommand** response);
-  void waitBusyCommands();
-
-  Counters getCounters() const;
-  unsigned int getFilterStartMs() const { return m_options.filterStartMs; }
-  size_t getOpenFilterCount() const;
+  void getFaultCounts(uint64_t* dropped, uint64_t* corrupted) const;
   std::string getKeyHolder(unsigned int keyCode) const;
   std::vector<std::pair<std::string, unsigned char>> getAppStatusChanges() const;
 
+  // SectionSource.
+  virtual int getTunerCount() const;
+  virtual bool getTuners(std::vector<Tuner>* tuners);
+  virtual bool openFilter(int tunerId, unsigned short pid);
+  virtual void closeFilter(int tunerId, unsigned short pid);
+  virtual ReadResult readSection(int timeoutMs, Section* section);
+  virtual void interrupt();
+  virtual void findCarried(int tunerId, unsigned short pid,
+                           std::vector<std::vector<unsigned char>>* sections);
+  virtual int executeControl(TCommand* command, TCommand** response);
+
  private:
-  struct OpenFilter {
-    TDataRequestCommand* command;
-    SectionFilter filter;
-    Clock::time_point passFrom;
-    Clock::time_point deadline;
-  };
-  struct Delivery {
+  struct Queued {
     uint64_t seq;
-    uint64_t filterId;
-    int tunerId;
-    short pid;
-    short tableId;
-    short tableIdExt;
-    std::vector<unsigned char> data;
+    Clock::time_point due;
+    Section section;
   };
   // Tuner, PID, table id, extension (long form, else 0), section number.
   typedef std::pair<std::pair<int, unsigned short>, std::pair<unsigned int, unsigned int>>
@@ -96,59 +88,37 @@ class ReceiverSimulator::Impl : private SectionSink {
   // SectionSink, on a tuner's reader thread (or a feeding thread).
   virtual void onSection(int tunerId, unsigned short pid, const unsigned char* data,
                          unsigned int size);
-
-  // Commands, each on the caller's thread.
-  int executeOpenRequest(TDataRequestCommand* command);
-  int executeSyncRequest(int tunerId, short pid, short tableId, short tableIdExt);
-
-  void sleepUntilFiltersPass(int tunerId);  // -1: every tuner
-  void beginExecute();
-  void endExecute();
-  void deliveryLoop();
   void learnProgramPids(int tunerId, const unsigned char* data, unsigned int size);
 
   // REQUIRES: m_mutex held.
   void __remember(int tunerId, unsigned short pid, const unsigned char* data, unsigned int size);
-  // REQUIRES: m_mutex held. Decides the faults for one section; false when it is
-  // dropped. May damage *data.
+  // REQUIRES: m_mutex held. Decides the faults for one section; false when it
+  // is dropped. May damage *data.
   bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data);
-  // REQUIRES: m_mutex held.
-  Clock::time_point __nextWake() const;
-  // REQUIRES: m_mutex held.
-  bool __takeDue(Clock::time_point now, Delivery* delivery);
-  // REQUIRES: m_mutex held.
-  void __takeExpired(Clock::time_point now, const uint64_t* keep,
-                     std::vector<TDataRequestCommand*>* expired);
-  bool callOut(const std::vector<TDataRequestCommand*>& expired, Delivery* delivery);
 
-  GingaServer* const m_pServer;
   const Options m_options;
   ReceiverControls m_controls;
   StreamPacer::Mode m_ePacing;
   uint64_t m_ullBitRate;
 
   mutable std::mutex m_mutex;
-  std::condition_variable m_condDelivery;      // wakes the delivery thread
-  mutable std::condition_variable m_condIdle;  // wakes waitBusyCommands
+  std::condition_variable m_condQueue;   // wakes readSection
+  std::condition_variable m_condReader;  // wakes readers waiting for the engine
   bool m_bStarted;
   bool m_bShutdown;
+  bool m_bInterrupted;
   std::vector<std::unique_ptr<TunerInput>> m_vecTuners;
-  std::map<uint64_t, OpenFilter> m_mapFilters;
-  std::multimap<Clock::time_point, Delivery> m_mapDeliveries;
-  std::set<uint64_t> m_setPendingSeq;
-  uint64_t m_ullNextFilterId;
-  uint64_t m_ullNextSeq;
-  int m_iExecuting;
+  std::set<std::pair<int, unsigned short>> m_setFilters;
+  std::deque<Queued> m_dequeQueue;  // in order of due time
+  uint64_t m_ullPushed;             // sequence of the last section queued
+  uint64_t m_ullDone;               // sequence of the last section the engine dealt with
+  uint64_t m_ullTaken;              // sequence of the last section readSection gave
   std::map<CarriedKey, std::vector<unsigned char>> m_mapCarried;
   std::map<int, size_t> m_mapCarriedCount;
   FaultPlan m_faults;
   std::mt19937 m_rng;
-  Counters m_counters;
-  std::thread::id m_deliveryThreadId;
-  // Nesting of execute on this thread: a callback run by a synchronous answer
-  // may call waitBusyCommands, which must not wait for its own thread.
-  static thread_local int s_iExecuteDepth;
-  std::thread m_deliveryThread;
+  uint64_t m_ullDropped;
+  uint64_t m_ullCorrupted;
 };
 
 }  // namespace Ostrel
