@@ -1,0 +1,223 @@
+// One table of cases run over every source of the server engine: the same
+// stream, the same requests, the same answers from each.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "ReceiverSimulator.h"
+#include "SectionMatch.h"
+#include "TCommand.h"
+#include "TDataRequestCommand.h"
+#include "sim_test_stream.h"
+
+using namespace Ostrel;
+using namespace SimTest;
+
+namespace {
+
+struct Key {
+  short pid, tableId, ext;
+  bool operator<(const Key& o) const {
+    return std::make_tuple(pid, tableId, ext) < std::make_tuple(o.pid, o.tableId, o.ext);
+  }
+};
+
+// Asks for each key's table section by section, as a middleware does: the
+// next request goes out from the delivery thread as each section comes, until
+// the table is whole. Records what came, and any fault in it.
+class TableGatherer : public GingaDataDestination {
+ public:
+  void bind(GingaServer* server) { m_pServer = server, server->setDataDestination(this); }
+  void ask(const Key& key) {
+    auto* request =
+        static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
+    request->setEndPoint(m_pServer), request->setOpen(1), request->setTunerId(0);
+    request->setPid(key.pid), request->setTableId(key.tableId), request->setTableIdExt(key.ext);
+    request->setTimeOut(2);
+    request->send(NULL);
+  }
+  int injectData(int, short pid, short tableId, short ext, void*, unsigned char* data,
+                 unsigned int size) override {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Table& table = m_mapTables[Key{pid, tableId, ext}];
+    const Bytes section(data, data + size);
+    if (!SectionMatch::isIntact(data, size) || !SectionMatch::matches(tableId, ext, data, size)) {
+      table.faults.push_back("a damaged or foreign section");
+    } else if (table.version != ((data[5] >> 1) & 0x1F)) {
+      table.version = (data[5] >> 1) & 0x1F, table.sections.clear();
+    } else if (table.sections.count(data[6]) && table.sections[data[6]] == section) {
+      table.faults.push_back("a repetition");
+    }
+    table.sections[data[6]] = section, table.last = data[7];
+    if (!table.whole()) {
+      ask(Key{pid, tableId, ext});
+    }
+    m_cond.notify_all();
+    return 1;
+  }
+  // "whole", or "K of N sections", or what went wrong.
+  std::string outcome(const Key& key) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const Table& table = m_mapTables[key];
+    if (!table.faults.empty()) {
+      return table.faults.front();
+    }
+    return table.whole() ? "whole"
+                         : std::to_string(table.sections.size()) + " of " +
+                               std::to_string(table.last + 1) + " sections";
+  }
+  bool waitWhole(const std::vector<Key>& keys, int ms) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cond.wait_for(lock, std::chrono::milliseconds(ms), [&] {
+      for (const Key& key : keys) {
+        if (!m_mapTables[key].whole()) return false;
+      }
+      return true;
+    });
+  }
+
+ private:
+  struct Table {
+    int version = -1, last = 0;
+    std::map<int, Bytes> sections;
+    std::vector<std::string> faults;
+    bool whole() const { return !sections.empty() && sections.size() == size_t(last) + 1; }
+  };
+  GingaServer* m_pServer = nullptr;
+  std::mutex m_mutex;
+  std::condition_variable m_cond;
+  std::map<Key, Table> m_mapTables;
+};
+
+// A source with the stream file loaded; start() plays it.
+struct Rig {
+  virtual ~Rig() {}
+  virtual ServerEngine* server() = 0;
+  virtual void start() = 0;
+};
+
+struct SimRig : Rig {
+  SimRig(const std::string& path, bool loop) {
+    std::string error;
+    EXPECT_EQ(0, sim.addFileTuner(path, loop, &error)) << error;
+  }
+  ServerEngine* server() override { return &sim; }
+  void start() override { sim.start(); }
+  ReceiverSimulator sim;
+};
+
+typedef std::function<std::unique_ptr<Rig>(const std::string& path, bool loop)> RigMaker;
+
+std::vector<std::pair<std::string, RigMaker>> rigs() {
+  std::vector<std::pair<std::string, RigMaker>> all;
+  all.push_back({"simulator", [](const std::string& path, bool loop) {
+                   return std::unique_ptr<Rig>(new SimRig(path, loop));
+                 }});
+  return all;
+}
+
+// The sections of one table: ext, version, count, each with a body of its own.
+std::vector<Bytes> table(unsigned char tableId, unsigned short ext, int count, int version = 0,
+                         size_t bodySize = 24) {
+  std::vector<Bytes> sections;
+  for (int n = 0; n < count; ++n) {
+    sections.push_back(longSection(tableId, ext, filler(bodySize, static_cast<unsigned char>(n)),
+                                   static_cast<unsigned char>(version),
+                                   static_cast<unsigned char>(n),
+                                   static_cast<unsigned char>(count - 1)));
+  }
+  return sections;
+}
+
+// A stream: runs of sections on PIDs, in order, then null packets.
+struct Burst {
+  unsigned short pid;
+  std::vector<Bytes> sections;
+};
+std::string writeStream(const std::string& name, const std::vector<Burst>& runs) {
+  std::map<unsigned short, unsigned char> cc;
+  Bytes stream;
+  for (const Burst& run : runs) {
+    Bytes packets = join(packetize(run.pid, run.sections, &cc[run.pid]));
+    stream.insert(stream.end(), packets.begin(), packets.end());
+  }
+  for (int i = 0; i < 20; ++i) {
+    Bytes null = packet(0x1FFF, false, 0, {});
+    stream.insert(stream.end(), null.begin(), null.end());
+  }
+  const std::string path = OSTREL_TEST_WORK "/" + name + ".ts";
+  FILE* file = std::fopen(path.c_str(), "wb");
+  std::fwrite(stream.data(), 1, stream.size(), file);
+  std::fclose(file);
+  return path;
+}
+
+std::vector<Burst> interleave(const std::vector<Burst>& runs) {
+  std::vector<Burst> out;
+  for (size_t i = 0;; ++i) {
+    size_t before = out.size();
+    for (const Burst& run : runs) {
+      if (i < run.sections.size()) out.push_back({run.pid, {run.sections[i]}});
+    }
+    if (out.size() == before) return out;
+  }
+}
+
+Bytes damaged(Bytes section) {
+  section.back() ^= 0xFF;
+  return section;
+}
+
+const Key kPat{0x0000, 0x00, 0}, kNit{0x0010, 0x40, 0}, kSdt{0x0011, 0x42, 0};
+
+}  // namespace
+
+TEST(ServerSources, EachSourceGathersEveryTableWholeFromOnePass) {
+  const auto pat4 = table(0x00, 0x0640, 4), sdt5 = table(0x42, 0x0640, 5);
+  const auto nit33 = table(0x40, 0x0640, 33, 0, 8), sdt64 = table(0x42, 0x0641, 64, 0, 8);
+  struct Case {
+    const char* name;
+    std::vector<Burst> runs;
+    std::vector<std::pair<Key, std::string>> expected;
+  } const cases[] = {
+      {"back to back", {{0, pat4}, {0x11, sdt5}}, {{kPat, "whole"}, {kSdt, "whole"}}},
+      {"interleaved",
+       interleave({{0, table(0x00, 1, 8)}, {0x11, sdt5}, {0x10, nit33}}),
+       {{kPat, "whole"}, {kSdt, "whole"}, {kNit, "whole"}}},
+      {"64 sections, and 33", {{0x11, sdt64}, {0x10, nit33}}, {{kSdt, "whole"}, {kNit, "whole"}}},
+      {"a new version half way: the new one alone",
+       {{0, {pat4[0], pat4[1]}}, {0, table(0x00, 0x0640, 3, 1)}},
+       {{kPat, "whole"}}},
+      {"a damaged copy, then the good one",
+       {{0, {pat4[0], damaged(pat4[1]), pat4[2], pat4[3], pat4[1]}}},
+       {{kPat, "whole"}}},
+      {"BAT and SDT other beside the SDT actual",
+       interleave({{0x11, table(0x4A, 7, 3)}, {0x11, table(0x46, 9, 3)}, {0x11, sdt5}}),
+       {{kSdt, "whole"}}},
+      {"a section that never comes",
+       {{0, {pat4[0], pat4[1], pat4[3]}}},
+       {{kPat, "3 of 4 sections"}}},
+  };
+  for (const auto& rig : rigs()) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(rig.first + ": " + c.name);
+      const std::string path = writeStream("sources", c.runs);
+      TableGatherer gatherer;
+      std::unique_ptr<Rig> source = rig.second(path, false);
+      gatherer.bind(source->server());
+      std::vector<Key> keys;
+      for (const auto& e : c.expected) {
+        keys.push_back(e.first), gatherer.ask(e.first);
+      }
+      source->start();
+      gatherer.waitWhole(keys, 3000);
+      for (const auto& e : c.expected) {
+        EXPECT_EQ(e.second, gatherer.outcome(e.first)) << "PID " << e.first.pid;
+      }
+    }
+  }
+}
