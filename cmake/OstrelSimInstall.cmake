@@ -1,6 +1,7 @@
 # Installation of the receiver simulator, for a middleware's own tests:
-# the static library OstrelSim (position-independent, C++17 asked of its
-# users), its published headers, ostrel-scan and ostrel-mksample, all in the
+# the static libraries OstrelSim and OstrelTs (the transport-stream toolkit it
+# builds on; position-independent, C++17 asked of their users), the published
+# headers, ostrel-scan and ostrel-mksample, all in the
 # Simulator component. Included from sim/CMakeLists.txt after the core's rules
 # (OstrelInstall), whose directories and pkg-config prefix it reuses.
 #
@@ -8,9 +9,10 @@
 #   include/Ostrel/sim/                        the simulator's headers, apart
 #                                              from the core's (C++17, and on
 #                                              the include path of its users only)
-#   <libdir>/libOstrelSim.a
+#   <libdir>/libOstrelSim.a, libOstrelTs.a
 #   <libdir>/cmake/OstrelGingaCommonCore/OstrelSimTargets.cmake
-#                                              Ostrel::OstrelSim, loaded by the
+#                                              Ostrel::OstrelSim and
+#                                              Ostrel::OstrelTs, loaded by the
 #                                              core's package when present
 #   <libdir>/pkgconfig/OstrelSim.pc
 #   bin/ostrel-scan, bin/ostrel-mksample
@@ -18,22 +20,24 @@
 # Published: what a test binds and plays. The rest (tuners, demultiplexer,
 # filters, controls) stays inside the library.
 set(OSTREL_SIM_PUBLIC_HEADERS
-  receiver/ReceiverSimulator.h
-  receiver/FaultPlan.h
+  sim/receiver/ReceiverSimulator.h
+  sim/receiver/FaultPlan.h
   ts/SampleStream.h
   ts/TsPacketWriter.h)
 set(OSTREL_SIM_INSTALL_INCLUDEDIR ${OSTREL_INSTALL_INCLUDEDIR}/sim)
 
-target_include_directories(OstrelSim INTERFACE
-                           $<INSTALL_INTERFACE:${OSTREL_SIM_INSTALL_INCLUDEDIR}>)
+foreach(target OstrelSim OstrelTs)
+  target_include_directories(${target} INTERFACE
+                             $<INSTALL_INTERFACE:${OSTREL_SIM_INSTALL_INCLUDEDIR}>)
+endforeach()
 
-install(TARGETS OstrelSim
+install(TARGETS OstrelSim OstrelTs
   EXPORT OstrelSimTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Simulator)
 install(TARGETS ostrel-scan ostrel-mksample
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Simulator)
 foreach(header IN LISTS OSTREL_SIM_PUBLIC_HEADERS)
-  install(FILES ${CMAKE_CURRENT_SOURCE_DIR}/${header}
+  install(FILES ${PROJECT_SOURCE_DIR}/${header}
           DESTINATION ${OSTREL_SIM_INSTALL_INCLUDEDIR} COMPONENT Simulator)
 endforeach()
 

@@ -1,4 +1,7 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,7 +12,9 @@
 #include "SimulatorTuners.h"
 #include "StreamPacer.h"
 #include "TransportStreamSource.h"
+#include "TsPacketSink.h"
 #include "TsPacketWriter.h"
+#include "TsPacketizer.h"
 #include "TunerInput.h"
 #include "sim_test_stream.h"
 
@@ -27,6 +32,56 @@ Bytes pcrPacket(uint64_t pcr) {
 
 double secondsFromNow(StreamPacer::Clock::time_point at) {
   return std::chrono::duration<double>(at - StreamPacer::Clock::now()).count();
+}
+
+// Keeps every packet handed on, 188 bytes each.
+struct PacketCollector : TsPacketSink {
+  Bytes bytes;
+  void onPackets(const unsigned char* first, unsigned int count, unsigned int stride) override {
+    for (unsigned int i = 0; i < count; ++i)
+      bytes.insert(bytes.end(), first + i * stride, first + i * stride + 188);
+  }
+};
+
+// A loopback UDP port that nothing uses at the moment.
+int freeUdpPort() {
+  int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof(address);
+  bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  close(fd);
+  return ntohs(address.sin_port);
+}
+
+// An RTP header (version 2, payload type 33) with csrcs CSRC entries, an
+// extension of extensionWords words when asked, and padding bytes after the
+// payload.
+Bytes rtp(const Bytes& payload, unsigned int csrcs, int extensionWords, unsigned int padding) {
+  Bytes out = {static_cast<unsigned char>(0x80 | (padding ? 0x20 : 0) |
+                                          (extensionWords >= 0 ? 0x10 : 0) | csrcs),
+               33,
+               0x12,
+               0x34,
+               0,
+               0,
+               0,
+               1,
+               0xCA,
+               0xFE,
+               0xBA,
+               0xBE};
+  out.insert(out.end(), 4 * csrcs, 0x47);  // CSRCs that look like sync bytes
+  if (extensionWords >= 0) {
+    out.insert(out.end(), {0xBE, 0xDE, 0, static_cast<unsigned char>(extensionWords)});
+    out.insert(out.end(), 4 * extensionWords, 0x47);
+  }
+  out.insert(out.end(), payload.begin(), payload.end());
+  for (unsigned int i = 0; i < padding; ++i)
+    out.push_back(i + 1 == padding ? static_cast<unsigned char>(padding) : 0);
+  return out;
 }
 
 }  // namespace
@@ -105,6 +160,65 @@ TEST(TransportStreamSource, ReadsStandardInputUntilItCloses) {
   EXPECT_EQ("", progress.error);
   EXPECT_EQ(SampleStream::kPacketCount, progress.packetizer.packets);
   EXPECT_EQ(0u, progress.demux.ccErrors);
+}
+
+// Inputs are chosen by scheme: udp:// takes plain packets or RTP, rtp:// takes
+// RTP only (header, CSRCs, extension and padding stripped); an unknown scheme
+// or a malformed address is refused with a message that names the input.
+TEST(TransportStreamSource, NetworkInputsByScheme) {
+  Bytes stream = SampleStream::build();
+  const Bytes packets(stream.begin(), stream.begin() + 7 * 188);  // one datagram's worth
+  struct Row {
+    const char* name;
+    const char* scheme;
+    Bytes datagram;
+    bool delivered;  // the seven packets come out; else nothing does
+  } rows[] = {
+      {"udp, plain packets", "udp://", packets, true},
+      {"udp, RTP", "udp://", rtp(packets, 0, -1, 0), true},
+      {"rtp, bare header", "rtp://", rtp(packets, 0, -1, 0), true},
+      {"rtp, CSRCs, extension, padding", "rtp://", rtp(packets, 2, 3, 5), true},
+      {"rtp, plain packets dropped", "rtp://", packets, false},
+      {"rtp, header only dropped", "rtp://", rtp(Bytes(), 1, 0, 0), false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string url = row.scheme + std::string("127.0.0.1:") + std::to_string(freeUdpPort());
+    std::string error;
+    std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(url, &error);
+    ASSERT_TRUE(source) << error;
+    EXPECT_TRUE(source->isNetwork());
+    int sender = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    to.sin_port = htons(static_cast<uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
+    ASSERT_EQ(static_cast<ssize_t>(row.datagram.size()),
+              sendto(sender, row.datagram.data(), row.datagram.size(), 0,
+                     reinterpret_cast<sockaddr*>(&to), sizeof(to)));
+    close(sender);
+    TsPacketizer packetizer;
+    ASSERT_EQ(TransportStreamSource::kData, source->read(&packetizer, 1 << 16, 5000));
+    PacketCollector collector;
+    packetizer.finish(&collector);
+    EXPECT_EQ(row.delivered ? packets : Bytes(), collector.bytes);
+    EXPECT_EQ(row.delivered ? packets.size() : 0u, source->getPosition());
+  }
+  const struct {
+    const char* input;
+    const char* error;
+  } refused[] = {
+      {"foo://x", "foo://x: unknown input scheme (file, udp://, rtp://)"},
+      {"rtp://127.0.0.1",
+       "rtp://127.0.0.1: not rtp://[group@]address:port (IPv4, port 0 to 65535)"},
+      {"udp://host:1234",
+       "udp://host:1234: not udp://[group@]address:port (IPv4, port 0 to 65535)"},
+  };
+  for (const auto& row : refused) {
+    std::string error;
+    EXPECT_FALSE(TransportStreamSource::openFile(row.input, &error));
+    EXPECT_EQ(row.error, error);
+  }
 }
 
 // The published ways to give a tuner a stream: a file that cannot be opened

@@ -9,7 +9,7 @@ cd "$(dirname "$0")/../.."
 cmake --preset default >/dev/null
 timeout 600 cmake --build --preset default --target ostrel-scan ostrel-sample
 scan=build/default/sim/ostrel-scan
-sample=build/default/sim/sample.ts
+sample=build/default/ts/sample.ts
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 

@@ -3,28 +3,21 @@ set(OSTREL_TABLE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/TArena.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TCrc32.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TDescriptor.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TDescriptorBuilder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TDescriptorList.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TISDBTTable.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TLocalTimeOffsetDescriptor.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TLongSectionTable.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TMjdTime.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TNITBuilder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TNITTable.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TNetworkNameDescriptor.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TPATBuilder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TPATTable.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TPMTBuilder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TPMTTable.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TPartialReceptionDescriptor.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TSDTBuilder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TSDTTable.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TSectionFrame.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TSectionWriter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TServiceDescriptor.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TServiceListDescriptor.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TStreamIdentifierDescriptor.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/TTOTBuilder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TTOTTable.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TTSInformationDescriptor.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TTerrestrialDeliverySystemDescriptor.cpp

@@ -1,5 +1,6 @@
 # The test-support library: a recording server, log capture, a command factory
-# override, counted tables and user data, section builders, the core fixture.
+# override, counted tables and user data, section builders (on the toolkit's,
+# OstrelTs), the core fixture.
 # Tests, benchmarks, tools and examples include this file; the first one
 # defines the target.
 find_package(Threads REQUIRED)
@@ -9,7 +10,7 @@ if(NOT TARGET ostrel_test_support)
     ${CMAKE_CURRENT_LIST_DIR}/LogCapture.cpp
     ${CMAKE_CURRENT_LIST_DIR}/RecordingServer.cpp)
   target_include_directories(ostrel_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-  target_link_libraries(ostrel_test_support PUBLIC OstrelGingaCommonCore OstrelLogger
+  target_link_libraries(ostrel_test_support PUBLIC OstrelGingaCommonCore OstrelLogger OstrelTs
                                                    Threads::Threads)
   ostrel_tool_settings(ostrel_test_support)
 endif()

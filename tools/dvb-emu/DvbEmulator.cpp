@@ -25,7 +25,10 @@
 
 #include "SectionDemux.h"
 #include "SectionSink.h"
+#include "StreamPacer.h"
 #include "TCrc32.h"
+#include "TransportStreamSource.h"
+#include "TsPacket.h"
 #include "TsPacketizer.h"
 
 namespace Ostrel {
@@ -96,7 +99,7 @@ struct DvbEmulator::Adapter : SectionSink {
   DvbEmulator* owner = nullptr;
   int index = 0;
   std::string path;
-  FILE* file = nullptr;
+  std::unique_ptr<TransportStreamSource> source;  // a file, looping
   TsPacketizer packetizer;
   std::unique_ptr<SectionDemux> demux;
   std::thread thread;
@@ -198,9 +201,6 @@ DvbEmulator::~DvbEmulator() {
       if (h->poll) {
         fuse_pollhandle_destroy(h->poll);
       }
-    }
-    if (a->file) {
-      fclose(a->file);
     }
   }
   if (m_pSession) {
@@ -369,7 +369,13 @@ void DvbEmulator::pump(Adapter* a) {
       a->removeAfter >= 0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(a->removeAfter))
                           : Clock::time_point::max();
-  uint64_t bytes = 0;
+  StreamPacer pacer;
+  pacer.setMode(m_options.fast ? StreamPacer::kAsFastAsPossible : StreamPacer::kByBitRate,
+                m_options.bitRate);
+  // The next chunk goes once the packets handed on so far have taken their
+  // time at the bit rate.
+  Clock::time_point due;
+  bool failed = false;
   std::unique_lock<std::mutex> lock(m_mutex);
   while (!m_bStopping) {
     Clock::time_point now = Clock::now();
@@ -396,33 +402,32 @@ void DvbEmulator::pump(Adapter* a) {
         next = std::min(next, h->deadline);
       }
     });
-    if (a->removed || (m_options.fast && !active)) {
+    if (a->removed || failed || (m_options.fast && !active)) {
       a->cv.wait_until(lock, next);
       continue;
     }
-    if (!m_options.fast) {
-      Clock::time_point due =
-          begin + std::chrono::nanoseconds(static_cast<int64_t>(
-                      static_cast<double>(bytes) * 8e9 / static_cast<double>(m_options.bitRate)));
-      if (due > now) {
-        a->cv.wait_until(lock, std::min(due, next));
-        continue;
-      }
+    if (due > now) {
+      a->cv.wait_until(lock, std::min(due, next));
+      continue;
     }
     lock.unlock();
-    size_t capacity = 0;
-    unsigned char* area = a->packetizer.getWritableArea(kChunk, &capacity);
-    size_t n = fread(area, 1, kChunk, a->file);
-    if (n == 0) {
-      rewind(a->file);  // the stream loops, as a carousel repeats
-      n = fread(area, 1, kChunk, a->file);
-    }
-    a->packetizer.commit(n);
+    // The source loops at the end of the file, as a carousel repeats.
+    TransportStreamSource::ReadResult result = a->source->read(&a->packetizer, kChunk, 0);
     lock.lock();
+    if (result == TransportStreamSource::kError || result == TransportStreamSource::kEnd) {
+      fprintf(stderr, "ostrel-dvb-emu: adapter%d: %s\n", a->index,
+              result == TransportStreamSource::kError ? a->source->getError().c_str()
+                                                      : "the stream ended");
+      failed = true;  // deadlines are still kept
+      continue;
+    }
+    const uint64_t before = a->packetizer.getStatistics().packets;
     a->lock = &lock;
     a->packetizer.process(a->demux.get());
     a->lock = nullptr;
-    bytes += n;
+    due = pacer.pace(nullptr,
+                     static_cast<unsigned int>(a->packetizer.getStatistics().packets - before),
+                     TsPacket::kSize);
   }
 }
 
@@ -907,13 +912,12 @@ struct DvbEmuOps {
 
 bool DvbEmulator::mount(std::string* error) {
   for (auto& a : m_vecAdapters) {
-    a->file = fopen(a->path.c_str(), "rb");
-    unsigned char probe[188];
-    if (!a->file || fread(probe, 1, sizeof(probe), a->file) != sizeof(probe)) {
-      *error = "cannot read a transport stream from " + a->path;
+    std::string why;
+    a->source = TransportStreamSource::openFile(a->path, &why);
+    if (!a->source || !a->source->isLooping() || a->source->getSize() < TsPacket::kSize) {
+      *error = why.empty() ? "cannot read a transport stream from " + a->path : why;
       return false;
     }
-    rewind(a->file);
   }
   struct fuse_lowlevel_ops ops;
   memset(&ops, 0, sizeof(ops));

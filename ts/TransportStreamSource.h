@@ -11,12 +11,14 @@ namespace Ostrel {
 
 class TsPacketizer;
 
-// Where a tuner's bytes come from: a file, standard input (or any pipe), a
-// UDP socket (udp://[group@]address:port, multicast or unicast, datagrams of
-// plain packets or of packets in RTP, as IPTV head-ends send them) or a
-// buffer in memory. A file or buffer can loop, starting again at its
-// beginning when it ends, as a broadcast carousel repeats; a pipe cannot. Used
-// by one reader thread.
+// Where a tuner's bytes come from: a file, standard input (or any pipe), UDP
+// datagrams (udp://[group@]address:port, multicast or unicast, of plain
+// packets or of packets in RTP, as IPTV head-ends send them), RTP over UDP
+// (rtp://, the same address form, every datagram RTP) or a buffer in memory.
+// openFile picks the kind by the input's scheme, from one table; each kind is
+// a class of its own in TransportStreamSource.cpp. A file or buffer can loop,
+// starting again at its beginning when it ends, as a broadcast carousel
+// repeats; a pipe or socket cannot. Used by one reader thread.
 class TransportStreamSource {
  public:
   enum ReadResult {
@@ -27,10 +29,11 @@ class TransportStreamSource {
     kError       // reading failed; getError() says why
   };
 
-  ~TransportStreamSource();
+  virtual ~TransportStreamSource();
 
-  // Opens a file, standard input for "-", or a UDP socket for a udp:// URL.
-  // Null, with *error set, when it cannot be opened.
+  // Opens a file, standard input for "-", or a socket for a udp:// or rtp://
+  // URL. Null, with *error set, when it cannot be opened or its scheme is
+  // unknown.
   static std::unique_ptr<TransportStreamSource> openFile(const std::string& path,
                                                          std::string* error);
   static std::unique_ptr<TransportStreamSource> fromMemory(std::vector<unsigned char> bytes,
@@ -41,8 +44,8 @@ class TransportStreamSource {
   bool isLooping() const { return m_bLoop; }
   bool isSeekable() const { return m_bSeekable; }
 
-  // Reads up to maxBytes into the packetizer; a pipe waits at most timeoutMs
-  // for data.
+  // Reads up to maxBytes into the packetizer (a datagram source one datagram);
+  // a pipe or socket waits at most timeoutMs for data.
   ReadResult read(TsPacketizer* packetizer, size_t maxBytes, int timeoutMs);
 
   const std::string& getName() const { return m_strName; }
@@ -55,26 +58,28 @@ class TransportStreamSource {
   // How many times the input started again.
   uint64_t getLoops() const { return m_ullLoops; }
 
+ protected:
+  TransportStreamSource(const std::string& name, bool datagrams, bool seekable, uint64_t size);
+
+  // What a kind of input does: read some bytes into the packetizer (kData,
+  // with *got set), or say there are none yet, that it ended (kEnd) or failed
+  // (through fail()); and start again at the beginning, false with errno set
+  // when it cannot.
+  virtual ReadResult readSome(TsPacketizer* packetizer, size_t maxBytes, int timeoutMs,
+                              size_t* got) = 0;
+  virtual bool rewind() { return false; }
+  // Records errno's message for this input and returns kError.
+  ReadResult fail();
+
  private:
-  TransportStreamSource();
   TransportStreamSource(const TransportStreamSource&);
   TransportStreamSource& operator=(const TransportStreamSource&);
 
-  static std::unique_ptr<TransportStreamSource> openUdp(const std::string& url, std::string* error);
-  ReadResult readFd(TsPacketizer* packetizer, size_t maxBytes, int timeoutMs);
-  ReadResult readError();
-  ReadResult readMemory(TsPacketizer* packetizer, size_t maxBytes);
-  ReadResult atEnd();
-
   std::string m_strName;
   std::string m_strError;
-  int m_iFd;
-  bool m_bOwnsFd;
   bool m_bDatagrams;
   bool m_bSeekable;
   bool m_bLoop;
-  std::vector<unsigned char> m_vecMemory;
-  bool m_bMemory;
   uint64_t m_ullSize;
   uint64_t m_ullPosition;
   uint64_t m_ullLoops;
