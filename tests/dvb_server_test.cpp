@@ -118,9 +118,10 @@ TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
   std::vector<Key> pmts;
   for (unsigned int i = 0; i < kPrograms; ++i)
     pmts.push_back({short(kPmtPid + i), 0x02, short(1 + i)});
+  const std::vector<Key> pat = {{0x0000, 0x00, 0}}, sdt = {{kSdtPid, 0x42, 0}},
+                         silent = {{kSilentPid, 0x02, 1}};
   std::vector<Key> all = pmts;
-  all.push_back({0x0000, 0x00, 0});
-  all.push_back({kSdtPid, 0x42, 0});
+  all.insert(all.end(), {pat[0], sdt[0]});
   using C = ServerEngine::Counters;
   struct Case {
     const char* what;
@@ -130,34 +131,17 @@ TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
     uint64_t C::*counter;  // ... and this counter at least atLeast
     uint64_t atLeast;
   } cases[] = {
-      {"a three-section table, asked again from each injection, comes whole",
-       "",
-       {{kSdtPid, 0x42, 0}},
-       3,
-       &C::tablesCompleted,
-       1},
+      {"a three-section table, asked again from each injection, comes whole", "", sdt, 3,
+       &C::tablesCompleted, 1},
       {"40 PMT PIDs on a demux of 32 filters: requests wait for a free one", "", pmts, kPrograms,
        &C::filterWaits, 1},
       {"half the sections damaged: dropped, counted, a good repetition answers", " --fault crc=0.5",
        all, kPrograms + 4, &C::crcErrors, 1},
-      {"a read error fails the request",
-       " --fault read-error=0",
-       {{0x0000, 0x00, 0}},
-       0,
-       &C::failed,
-       1},
-      {"a filter the demux refuses fails the request",
-       " --fault refuse-filter=0",
-       {{0x0000, 0x00, 0}},
-       0,
-       &C::failed,
-       1},
-      {"the adapter removed under a waiting request fails it",
-       " --fault remove=0.2",
-       {{kSilentPid, 0x02, 1}},
-       0,
-       &C::failed,
-       1},
+      {"a read error fails the request", " --fault read-error=0", pat, 0, &C::failed, 1},
+      {"a filter the demux refuses fails the request", " --fault refuse-filter=0", pat, 0,
+       &C::failed, 1},
+      {"the adapter removed under a waiting request fails it", " --fault remove=0.2", silent, 0,
+       &C::failed, 1},
   };
   const std::string stream = testStream();
   for (const Case& c : cases) {
