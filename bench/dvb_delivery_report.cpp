@@ -1,10 +1,12 @@
-// Sections per second through the emulated DVB demux to injectData: one open
-// request on a PID whose every section is new (255 section numbers of a table
-// that never completes, in 32 versions), the emulator playing as fast as the
-// server reads (ostrel-dvb-emu --fast, real system calls through FUSE),
-// against the simulator's in-process delivery of the same stream to the same
-// destination. Needs root and /dev/fuse, in a private mount namespace
-// (bench/run starts it with unshare -m); prints a note and exits 0 without.
+// Sections per second through the emulated DVB demux to injectData: open
+// requests on a PID whose every section is new (255 section numbers of a
+// table that never completes, in 32 versions), the next request sent from
+// each injection where the server answers one with one section; the emulator
+// playing as fast as the server reads (ostrel-dvb-emu --fast, real system
+// calls through FUSE), against the simulator's in-process delivery of the
+// same stream to the same destination. Needs root and /dev/fuse, in a private
+// mount namespace (bench/run starts it with unshare -m); prints a note and
+// exits 0 without.
 //
 //   dvb_delivery_report OSTREL_DVB_EMU
 #include <signal.h>
@@ -65,16 +67,40 @@ Bytes benchStream() {
   return out;
 }
 
-// Counts injected sections; times the first and the kCounted-th.
+// An open request for the bench's table; the server holds it from here on.
+bool sendRequest(GingaServer* server) {
+  TDataRequestCommand* request =
+      static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
+  request->setEndPoint(server);
+  request->setOpen(1);
+  request->setTunerId(0);
+  request->setPid(kPid);
+  request->setTableId(0x02);
+  request->setTableIdExt(static_cast<short>(0xE760));
+  request->setTimeOut(120);
+  return request->send(NULL) != 0;
+}
+
+// Counts injected sections; times the first and the kCounted-th. With a
+// server to ask again, sends the next request from each injection, as the
+// middleware does: a server on the engine answers a request with one section.
 class Counter : public GingaDataDestination {
  public:
+  explicit Counter(GingaServer* askAgain) : m_pAskAgain(askAgain) {}
   int injectData(int, short, short, short, void*, unsigned char*, unsigned int) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (++m_count == 1) {
-      m_first = Clock::now();
-    } else if (m_count == kCounted) {
-      m_last = Clock::now();
-      m_cond.notify_all();
+    bool more = false;
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      if (++m_count == 1) {
+        m_first = Clock::now();
+      } else if (m_count == kCounted) {
+        m_last = Clock::now();
+        m_cond.notify_all();
+      }
+      more = m_pAskAgain && m_count < kCounted;
+    }
+    if (more) {
+      sendRequest(m_pAskAgain);
     }
     return 1;
   }
@@ -89,26 +115,20 @@ class Counter : public GingaDataDestination {
   }
 
  private:
+  GingaServer* const m_pAskAgain;
   std::mutex m_mutex;
   std::condition_variable m_cond;
   unsigned int m_count = 0;
   Clock::time_point m_first, m_last;
 };
 
+// askAgain: whether the server answers a request with one section only (the
+// DVB server, on the engine) rather than keeping it open through the table.
 template <typename Start>
-double measure(GingaServer* server, Start start) {
-  Counter counter;
+double measure(GingaServer* server, bool askAgain, Start start) {
+  Counter counter(askAgain ? server : NULL);
   server->setDataDestination(&counter);
-  TDataRequestCommand* request =
-      static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
-  request->setEndPoint(server);
-  request->setOpen(1);
-  request->setTunerId(0);
-  request->setPid(kPid);
-  request->setTableId(0x02);
-  request->setTableIdExt(static_cast<short>(0xE760));
-  request->setTimeOut(120);
-  const bool sent = request->send(NULL) != 0;  // the server holds it from here on
+  const bool sent = sendRequest(server);
   start();
   const double rate = sent ? counter.perSecond() : 0;
   server->setDataDestination(NULL);
@@ -129,7 +149,7 @@ int main(int argc, char** argv) {
     ReceiverSimulator sim;
     sim.setPacing(ReceiverSimulator::kAsFastAsPossible, 0);
     sim.addMemoryTuner(stream, "bench", true);
-    simulated = measure(&sim, [&sim] { sim.startTuner(0); });
+    simulated = measure(&sim, false, [&sim] { sim.startTuner(0); });
   }
   char root[] = "/tmp/dvb-bench-XXXXXX";
   const std::string file = std::string(mkdtemp(root)) + ".ts";
@@ -146,7 +166,7 @@ int main(int argc, char** argv) {
       std::string(line).rfind("ready", 0) == 0) {
     DvbServer dvb(std::vector<std::string>(1, std::string(root) + "/adapter0"),
                   DvbServer::Options());
-    emulated = measure(&dvb, [] {});
+    emulated = measure(&dvb, true, [] {});
   }
   if (pid > 0) {
     kill(pid, SIGTERM);

@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "DvbLog.h"
-#include "TSectionMatch.h"
 
 namespace Ostrel {
 
@@ -20,8 +19,8 @@ const size_t kMaxSection = 4096;
 
 }  // namespace
 
-DvbDemuxFilter::DvbDemuxFilter(const std::string& path, short pid, short tableId, short tableIdExt)
-    : m_strPath(path), m_sPid(pid), m_sTableId(tableId), m_sTableIdExt(tableIdExt), m_iFd(-1) {}
+DvbDemuxFilter::DvbDemuxFilter(const std::string& path, int tunerId, unsigned short pid)
+    : m_strPath(path), m_iTunerId(tunerId), m_usPid(pid), m_iFd(-1) {}
 
 DvbDemuxFilter::~DvbDemuxFilter() {
   close();
@@ -31,7 +30,8 @@ void DvbDemuxFilter::close() {
   if (m_iFd >= 0) {
     // The filter stops with its descriptor; a failed close is still closed.
     if (::close(m_iFd) != 0) {
-      dvbLog("close: ERROR: %s: %s", m_strPath.c_str(), std::strerror(errno));
+      dvbLog("close: ERROR: %s (tuner %d, PID 0x%04X): %s", m_strPath.c_str(), m_iTunerId, m_usPid,
+             std::strerror(errno));
     }
     m_iFd = -1;
   }
@@ -39,11 +39,15 @@ void DvbDemuxFilter::close() {
 
 bool DvbDemuxFilter::fail(const char* call) {
   const int error = errno;
-  dvbLog("%s: ERROR: %s (PID 0x%04X, table 0x%02X, extension 0x%04X): %s", call, m_strPath.c_str(),
-         static_cast<unsigned short>(m_sPid), static_cast<unsigned short>(m_sTableId),
-         static_cast<unsigned short>(m_sTableIdExt), std::strerror(error));
+  dvbLog("%s: ERROR: %s (tuner %d, PID 0x%04X): %s", call, m_strPath.c_str(), m_iTunerId, m_usPid,
+         std::strerror(error));
   close();
   return false;
+}
+
+void DvbDemuxFilter::logHangUp() const {
+  dvbLog("poll: ERROR: %s (tuner %d, PID 0x%04X): the device reports an error or hung up",
+         m_strPath.c_str(), m_iTunerId, m_usPid);
 }
 
 bool DvbDemuxFilter::open(unsigned int bufferSize) {
@@ -51,30 +55,18 @@ bool DvbDemuxFilter::open(unsigned int bufferSize) {
   if (m_iFd < 0) {
     return fail("open");
   }
+  // Before the filter: a started filter's buffer cannot be resized.
   if (bufferSize &&
       ioctl(m_iFd, DMX_SET_BUFFER_SIZE, static_cast<unsigned long>(bufferSize)) != 0) {
     return fail("DMX_SET_BUFFER_SIZE");
   }
   struct dmx_sct_filter_params params;
-  std::memset(&params, 0, sizeof(params));
-  params.pid = static_cast<unsigned short>(m_sPid);
-  params.filter.filter[0] = static_cast<unsigned char>(m_sTableId);
-  params.filter.mask[0] = 0xFF;
-  if (TSectionMatch::isExtensionCompared(m_sTableId)) {
-    // Filter bytes skip the two length bytes: 1 and 2 are the extension.
-    const unsigned short extension = static_cast<unsigned short>(m_sTableIdExt);
-    params.filter.filter[1] = static_cast<unsigned char>(extension >> 8);
-    params.filter.filter[2] = static_cast<unsigned char>(extension & 0xFF);
-    params.filter.mask[1] = 0xFF;
-    params.filter.mask[2] = 0xFF;
-  }
+  std::memset(&params, 0, sizeof(params));  // all-zero mask: every section of the PID
+  params.pid = m_usPid;
   params.timeout = 0;
-  params.flags = DMX_CHECK_CRC;
+  params.flags = DMX_IMMEDIATE_START;
   if (ioctl(m_iFd, DMX_SET_FILTER, &params) != 0) {
     return fail("DMX_SET_FILTER");
-  }
-  if (ioctl(m_iFd, DMX_START) != 0) {
-    return fail("DMX_START");
   }
   return true;
 }
@@ -93,8 +85,8 @@ DvbDemuxFilter::ReadResult DvbDemuxFilter::read(std::vector<unsigned char>* sect
       case ETIMEDOUT:
         return kNothing;
       case EOVERFLOW:
-        dvbLog("read: %s (PID 0x%04X): buffer overflow, sections lost", m_strPath.c_str(),
-               static_cast<unsigned short>(m_sPid));
+        dvbLog("read: %s (tuner %d, PID 0x%04X): buffer overflow, sections lost", m_strPath.c_str(),
+               m_iTunerId, m_usPid);
         return kLost;
       default:
         fail("read");
@@ -102,18 +94,15 @@ DvbDemuxFilter::ReadResult DvbDemuxFilter::read(std::vector<unsigned char>* sect
     }
   }
   if (got == 0) {
-    dvbLog("read: ERROR: %s (PID 0x%04X): end of file", m_strPath.c_str(),
-           static_cast<unsigned short>(m_sPid));
+    dvbLog("read: ERROR: %s (tuner %d, PID 0x%04X): end of file", m_strPath.c_str(), m_iTunerId,
+           m_usPid);
     close();
     return kFailed;
   }
   const unsigned int size = static_cast<unsigned int>(got);
   if (size < 3 || 3u + (((buffer[1] & 0x0F) << 8) | buffer[2]) != size) {
-    dvbLog("read: %s (PID 0x%04X): a read of %u bytes is not one whole section; dropped",
-           m_strPath.c_str(), static_cast<unsigned short>(m_sPid), size);
-    return kNothing;
-  }
-  if (!TSectionMatch::matches(m_sTableId, m_sTableIdExt, buffer, size)) {
+    dvbLog("read: %s (tuner %d, PID 0x%04X): a read of %u bytes is not one whole section; dropped",
+           m_strPath.c_str(), m_iTunerId, m_usPid, size);
     return kNothing;
   }
   section->assign(buffer, buffer + size);

@@ -293,7 +293,6 @@ void ServerEngine::__plan(Clock::time_point now, CallOut* out) {
     }
     if (ready && gather.gatherer.hasWaiting()) {
       gather.gatherer.take(&injection.section);
-      ++m_counters.deliveries;
     }
     Clock::duration lastTimeOut = Clock::duration::zero();
     for (std::list<Request>::iterator request = gather.requests.begin();
@@ -320,7 +319,12 @@ void ServerEngine::__plan(Clock::time_point now, CallOut* out) {
       if (complete) {
         ++m_counters.tablesCompleted;
       }
-      out->injections.push_back(injection);
+      // A synchronous waiter's section is injected on its caller's thread
+      // only; the delivery thread injects for open requests.
+      if (!injection.answered.empty()) {
+        ++m_counters.deliveries;
+        out->injections.push_back(injection);
+      }
     }
     if (gather.requests.empty() && lastTimeOut != Clock::duration::zero()) {
       gather.lingerUntil = now + lastTimeOut;

@@ -1,20 +1,25 @@
-// The DVB server on emulated adapters (ostrel-dvb-emu, FUSE): real system calls.
+// The DVB server on an emulated adapter (ostrel-dvb-emu, FUSE): real system calls.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <thread>
 
-#include "ChannelScan.h"
 #include "DvbServer.h"
-#include "OstrelGingaCommonCore.h"
-#include "ReceiverSimulator.h"
-#include "RequestFollower.h"
-#include "ScanReport.h"
+#include "SectionMatch.h"
 #include "TCommand.h"
+#include "TDataRequestCommand.h"
+#include "TGetTunerListCommand.h"
+#include "TGetTunerListResponse.h"
+#include "TSyncDataRequestCommand.h"
+#include "sim_test_stream.h"
 
 using namespace Ostrel;
+using SimTest::Bytes;
 
 namespace {
 
@@ -24,124 +29,201 @@ std::pair<long, long> held() {
           TCommand::getLiveCount()};
 }
 
-// ostrel-dvb-emu serving one adapter from stream, with faults (options);
+// ostrel-dvb-emu serving one adapter from stream, with options (faults);
 // stopped on destruction. The shell prints its pid, then becomes the emulator.
 struct Emulator {
-  Emulator(const std::string& stream, const std::string& faults) {
+  Emulator(const std::string& stream, const std::string& options) {
     char root[] = "/tmp/dvb-server-test-XXXXXX";
     m_root = mkdtemp(root);
     const std::string run = "echo $$; exec " OSTREL_DVB_EMU " --root " + m_root + " --adapter ";
-    m_out = popen((run + stream + faults).c_str(), "r");
+    m_out = popen((run + stream + options).c_str(), "r");
     char line[64] = "";
     ok = fscanf(m_out, "%d ", &m_pid) == 1 && fgets(line, sizeof(line), m_out) &&
          !strncmp(line, "ready", 5);
   }
   ~Emulator() { kill(m_pid, SIGTERM), pclose(m_out), rmdir(m_root.c_str()); }
+  std::string adapter() const { return m_root + "/adapter0"; }
   bool ok = false;
   std::string m_root;
   FILE* m_out;
   pid_t m_pid = -1;
 };
 
-// The channel table of a scan of tuner 0 (server only, so that no cache of an
-// earlier scan answers); what is still open after 8 s is taken back. A
-// time-out reads as what the simulator says at the end of a file.
-std::string scan(GingaServer* server, ReceiverSimulator* sim) {
-  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
-  core->setServer(server), server->setDataDestination(core);
-  ChannelScan scan(core, 0, 2);
-  sim ? scan.startOn(sim) : scan.start();
-  scan.waitFor(std::chrono::seconds(8));
-  scan.takeBackAll();
-  std::string table = ScanReport::channelTable(scan.getResult());
-  for (size_t at; (at = table.find("PMT timed out")) != std::string::npos;)
-    table.replace(at, 13, "PMT not in the stream");
-  return table;
-}
+const unsigned int kPrograms = 40;  // more PMT PIDs than a demux of 32 filters takes at once
+const short kSdtPid = 0x0011, kPmtPid = 0x0100, kSilentPid = 0x1FF0;
 
-TEST(DvbServerTest, ScanThroughAnEmulatedAdapterGivesTheSimulatorsChannelTable) {
-#define FFMPEG_STREAM OSTREL_TEST_WORK "/dvb-ffmpeg.ts"
-  ASSERT_EQ(0, std::system("ffmpeg -v error -y -f lavfi -i testsrc=size=160x120:rate=10 -f lavfi "
-                           "-i sine -t 1.5 -c:v mpeg2video -c:a mp2 -f mpegts -program "
-                           "program_num=0x101:title=Um:st=0:st=1 " FFMPEG_STREAM));
-#define GST_STREAM OSTREL_TEST_WORK "/dvb-gst.ts"  // GStreamer's muxer: PAT and PMT only
-  ASSERT_EQ(0, std::system("cd " OSTREL_TEST_WORK " && ffmpeg -v error -y -f lavfi -i "
-                           "testsrc=size=160x120:rate=10 -t 1.5 -c:v mpeg2video -f mpeg2video "
-                           "dvb.m2v && gst-launch-1.0 -q mpegtsmux name=m ! filesink location="
-                           "dvb-gst.ts filesrc location=dvb.m2v ! mpegvideoparse ! m."));
-  for (const std::string stream : {OSTREL_SAMPLE_STREAM, FFMPEG_STREAM, GST_STREAM}) {
-    const auto before = held();
-    std::string expected, got, error;
-    {
-      ReceiverSimulator sim;
-      sim.setPacing(ReceiverSimulator::kAsFastAsPossible, 0);
-      ASSERT_EQ(0, sim.addFileTuner(stream, false, &error)) << error;
-      expected = scan(&sim, &sim);
-    }
-    {
-      Emulator emulator(stream, "");
-      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
-      DvbServer dvb({emulator.m_root + "/adapter0"}, DvbServer::Options());
-      got = scan(&dvb, nullptr);
-      int* ids = nullptr;
-      unsigned char* types = nullptr;
-      EXPECT_EQ(1, OstrelGingaCommonCore::getInstance()->getTunerList(&ids, &types, nullptr));
-      EXPECT_EQ(std::make_pair(0, 1), std::make_pair(ids[0], int(types[0]))) << "terrestrial";
-      free(ids), free(types);
-    }
-    RequestFollower::destroy();
-    EXPECT_EQ(expected, got) << stream;
-    EXPECT_NE(std::string::npos, got.find("\n0x")) << "no service: " << got;
-    EXPECT_EQ(before, held()) << stream;
+// The test stream: a PAT of kPrograms programmes (numbers 1.., PMTs on
+// kPmtPid..), their single-section PMTs, and an SDT of three sections; sixteen
+// times, so that the continuity counters run on where the file loops.
+std::string testStream() {
+  std::vector<std::pair<unsigned short, Bytes>> sections;
+  Bytes pat;
+  for (unsigned int i = 0; i < kPrograms; ++i) {
+    const unsigned short pid = static_cast<unsigned short>(kPmtPid + i);
+    for (unsigned int byte : {0u, 1 + i, 0xE0u | pid >> 8, pid & 0xFFu})
+      pat.push_back(static_cast<unsigned char>(byte));
+    const Bytes pmt = {0xE1, 0x00, 0xF0, 0x00};  // PCR PID 0x0100, no descriptors
+    sections.push_back({pid, SimTest::longSection(0x02, static_cast<unsigned short>(1 + i), pmt)});
   }
+  sections.push_back({0x0000, SimTest::longSection(0x00, 1, pat)});
+  for (unsigned char n = 0; n < 3; ++n)
+    sections.push_back({kSdtPid, SimTest::longSection(0x42, 1, SimTest::filler(150, n), 0, n, 2)});
+  std::map<unsigned short, unsigned char> cc;
+  std::vector<Bytes> packets;
+  for (int pass = 0; pass < 16; ++pass) {
+    for (const auto& s : sections) {
+      for (const Bytes& p : SimTest::packetize(s.first, {s.second}, &cc[s.first]))
+        packets.push_back(p);
+    }
+  }
+  const Bytes all = SimTest::join(packets);
+  const std::string path = OSTREL_TEST_WORK "/dvb-server-test.ts";
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(all.data()), static_cast<std::streamsize>(all.size()));
+  return path;
 }
 
-std::atomic<int> s_notified(0), s_status(-1);
+struct Key {
+  short pid, tableId, tableIdExt;
+};
 
-TEST(DvbServerTest, FaultsEndInTheCoresFailuresAndTimeOutsWithNothingLeaked) {
+int sendOpen(GingaServer* server, const Key& key) {
+  TDataRequestCommand* request =
+      static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
+  request->setEndPoint(server);
+  request->setOpen(1);
+  request->setTunerId(0);
+  request->setPid(key.pid);
+  request->setTableId(key.tableId);
+  request->setTableIdExt(key.tableIdExt);
+  request->setTimeOut(2);
+  return request->send(NULL);  // the server holds it from here on
+}
+
+// Records injections and, as the middleware does, asks for the next section of
+// the SDT from the injection until its three sections have come.
+struct Destination : SimTest::RecordingDestination {
+  int injectData(int tunerId, short pid, short tableId, short tableIdExt, void* user,
+                 unsigned char* data, unsigned int size) override {
+    RecordingDestination::injectData(tunerId, pid, tableId, tableIdExt, user, data, size);
+    if (tableId == 0x42 && sdtNumbers.insert(data[6]).second && sdtNumbers.size() < 3)
+      sendOpen(server, {pid, tableId, tableIdExt});
+    return 1;
+  }
+  GingaServer* server = nullptr;
+  std::set<unsigned char> sdtNumbers;  // the delivery thread's only
+};
+
+TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
+  std::vector<Key> pmts;
+  for (unsigned int i = 0; i < kPrograms; ++i)
+    pmts.push_back({short(kPmtPid + i), 0x02, short(1 + i)});
+  const std::vector<Key> pat = {{0x0000, 0x00, 0}}, sdt = {{kSdtPid, 0x42, 0}},
+                         silent = {{kSilentPid, 0x02, 1}};
+  std::vector<Key> all = pmts;
+  all.insert(all.end(), {pat[0], sdt[0]});
+  using C = ServerEngine::Counters;
   struct Case {
-    const char* fault;
-    short pid, tableId, error;  // extension 1: no PMT of that number is on 0x0100
-    unsigned char status;       // of the one notification, when error is 0 (sent)
-    int closedWithinMs;         // the server's filter and request, after it
-    uint64_t DvbServer::Counters::*counter;
+    const char* what;
+    const char* options;  // of the emulator
+    std::vector<Key> requests;
+    size_t answered;       // distinct sections injected, each with a CRC_32 that holds
+    uint64_t C::*counter;  // ... and this counter at least atLeast
+    uint64_t atLeast;
   } cases[] = {
-      {"", 0x0000, 0x00, 0, 0, 300, &DvbServer::Counters::completed},
-      {" --fault refuse-filter=0", 0x0000, 0x00, -5, 0, 0, &DvbServer::Counters::commandsRefused},
-      {" --fault read-error=0", 0x0000, 0x00, 0, 1, 300, &DvbServer::Counters::failed},
-      {" --fault crc=1", 0x0000, 0x00, 0, 1, 1500, &DvbServer::Counters::timedOut},
-      {" --fault remove=0.5", 0x0100, 0x02, 0, 1, 300, &DvbServer::Counters::failed},
+      {"a three-section table, asked again from each injection, comes whole", "", sdt, 3,
+       &C::tablesCompleted, 1},
+      {"40 PMT PIDs on a demux of 32 filters: requests wait for a free one", "", pmts, kPrograms,
+       &C::filterWaits, 1},
+      {"half the sections damaged: dropped, counted, a good repetition answers", " --fault crc=0.5",
+       all, kPrograms + 4, &C::crcErrors, 1},
+      {"a read error fails the request", " --fault read-error=0", pat, 0, &C::failed, 1},
+      {"a filter the demux refuses fails the request", " --fault refuse-filter=0", pat, 0,
+       &C::failed, 1},
+      {"the adapter removed under a waiting request fails it", " --fault remove=0.2", silent, 0,
+       &C::failed, 1},
   };
-  OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
-  core->setRequestNotificationCallback([](unsigned int, unsigned char status, void*, TISDBTTable*) {
-    s_status = status;
-    return ++s_notified;
-  });
+  const std::string stream = testStream();
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.fault);
+    SCOPED_TRACE(c.what);
     const auto before = held();
-    s_notified = 0, s_status = -1;
     {
-      Emulator emulator(OSTREL_SAMPLE_STREAM, c.fault);
+      Emulator emulator(stream, c.options);
       ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
-      DvbServer dvb({emulator.m_root + "/adapter0"}, DvbServer::Options());
-      core->setServer(&dvb), dvb.setDataDestination(core);
-      short error = 99;
-      EXPECT_EQ(c.error == 0, core->requestData(1, 2, 0, c.pid, c.tableId, 1, NULL, NULL, &error));
-      EXPECT_EQ(c.error, error);
-      for (int ms = 0; ms < 4000 && !c.error && !s_notified; ms += 10)
-        usleep(10000);
-      EXPECT_EQ(std::make_pair(c.error ? 0 : 1, c.error ? -1 : int(c.status)),
-                std::make_pair(s_notified.load(), s_status.load()));
-      for (int ms = 0; ms < c.closedWithinMs && dvb.getOpenFilterCount(); ms += 10)
-        usleep(10000);
-      EXPECT_EQ(std::make_pair(size_t(0), 0u),
-                std::make_pair(dvb.getOpenFilterCount(), dvb.getOpenRequestCount()));
-      EXPECT_EQ(1u, dvb.getCounters().*c.counter);
+      Destination destination;
+      DvbServer dvb({emulator.adapter()}, DvbServer::Options());
+      destination.server = &dvb;
+      dvb.setDataDestination(&destination);
+      for (const Key& key : c.requests)
+        EXPECT_EQ(1, sendOpen(&dvb, key));
+      auto done = [&] {
+        return dvb.getPendingRequestCount() == 0 && dvb.getOpenFilterCount() == 0;
+      };
+      for (int ms = 0; ms < 3000 && !done(); ms += 5)
+        usleep(5000);
+      EXPECT_TRUE(done());
+      std::set<std::vector<unsigned char>> distinct;
+      for (const auto& injection : destination.injections()) {
+        EXPECT_TRUE(SectionMatch::isIntact(injection.data.data(), injection.data.size()));
+        distinct.insert(injection.data);
+      }
+      EXPECT_EQ(c.answered, distinct.size());
+      EXPECT_GE(dvb.getCounters().*c.counter, c.atLeast);
+      dvb.setDataDestination(NULL);
     }
-    RequestFollower::destroy();
     EXPECT_EQ(before, held());
   }
+}
+
+TEST(DvbServerTest, TunerListSynchronousRequestsAndControlsAnswerOnTheCallersThread) {
+  const auto before = held();
+  {
+    Emulator emulator(testStream(), "");
+    ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
+    DvbServer::Options options;
+    options.syncTimeoutMs = 300;
+    DvbServer dvb({emulator.adapter(), emulator.m_root + "/adapter9"}, options);
+    SimTest::RecordingDestination destination;
+    dvb.setDataDestination(&destination);
+
+    // The missing adapter is left out; the emulated one is terrestrial.
+    TCommand* response = NULL;
+    TGetTunerListCommand list;
+    list.setEndPoint(&dvb);
+    ASSERT_EQ(1, list.send(&response));
+    std::unique_ptr<TCommand> owned(response);
+    TGetTunerListResponse* tuners = static_cast<TGetTunerListResponse*>(response);
+    int id = -1;
+    unsigned char type = 0;
+    ASSERT_EQ(1u, tuners->getTunerCounter());
+    tuners->getTunerId(0, &id), tuners->getTunerType(0, &type);
+    EXPECT_EQ(std::make_pair(0, 1), std::make_pair(id, int(type)));
+
+    struct {
+      Key key;
+      int result;
+    } syncs[] = {
+        {{0x0000, 0x00, 0}, 1}, {{short(kPmtPid + 7), 0x02, 8}, 1}, {{kSilentPid, 0x02, 1}, 0}};
+    for (const auto& s : syncs) {
+      TSyncDataRequestCommand sync;
+      sync.setEndPoint(&dvb);
+      sync.setTunerId(0), sync.setPid(s.key.pid), sync.setTableId(s.key.tableId);
+      sync.setTableIdExt(s.key.tableIdExt);
+      const size_t had = destination.injections().size();
+      EXPECT_EQ(s.result, sync.send(NULL)) << s.key.pid;
+      const auto injections = destination.injections();  // before send returned
+      ASSERT_EQ(had + s.result, injections.size());
+      if (s.result) {
+        EXPECT_EQ(s.key.tableIdExt, injections.back().tableIdExt);
+      }
+    }
+    std::unique_ptr<TCommand> key(TCommand::commandFactory(0x209));
+    key->setEndPoint(&dvb);
+    EXPECT_EQ(0, key->send(NULL)) << "a DVB adapter has no remote-control keys";
+    EXPECT_EQ(1u, dvb.getCounters().syncRefused);
+    dvb.setDataDestination(NULL);
+  }
+  EXPECT_EQ(before, held());
 }
 
 }  // namespace
