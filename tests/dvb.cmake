@@ -2,6 +2,7 @@
 if(TARGET OstrelDvbServer AND TARGET OstrelSim AND TARGET ostrel-dvb-emu)
   add_executable(dvb_server_test dvb_server_test.cpp)
   target_link_libraries(dvb_server_test PRIVATE OstrelDvbServer OstrelSim GTest::gtest_main)
+  target_include_directories(dvb_server_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/support)
   target_compile_definitions(dvb_server_test PRIVATE OSTREL_DVB_EMU="$<TARGET_FILE:ostrel-dvb-emu>"
     OSTREL_SAMPLE_STREAM="${OSTREL_SAMPLE_STREAM}" OSTREL_TEST_WORK="${CMAKE_CURRENT_BINARY_DIR}")
   ostrel_tool_settings(dvb_server_test)

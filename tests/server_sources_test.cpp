@@ -7,8 +7,13 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <thread>
 
 #include "ReceiverSimulator.h"
+#ifdef OSTREL_DVB_EMU
+#include "DvbServer.h"
+#include "EmulatedAdapter.h"
+#endif
 #include "SectionMatch.h"
 #include "TCommand.h"
 #include "TDataRequestCommand.h"
@@ -37,7 +42,7 @@ class TableGatherer : public GingaDataDestination {
         static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
     request->setEndPoint(m_pServer), request->setOpen(1), request->setTunerId(0);
     request->setPid(key.pid), request->setTableId(key.tableId), request->setTableIdExt(key.ext);
-    request->setTimeOut(2);
+    request->setTimeOut(1);
     request->send(NULL);
   }
   int injectData(int, short pid, short tableId, short ext, void*, unsigned char* data,
@@ -56,7 +61,6 @@ class TableGatherer : public GingaDataDestination {
     if (!table.whole()) {
       ask(Key{pid, tableId, ext});
     }
-    m_cond.notify_all();
     return 1;
   }
   // "whole", or "K of N sections", or what went wrong.
@@ -70,14 +74,20 @@ class TableGatherer : public GingaDataDestination {
                          : std::to_string(table.sections.size()) + " of " +
                                std::to_string(table.last + 1) + " sections";
   }
-  bool waitWhole(const std::vector<Key>& keys, int ms) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cond.wait_for(lock, std::chrono::milliseconds(ms), [&] {
-      for (const Key& key : keys) {
-        if (!m_mapTables[key].whole()) return false;
+  // Until every table is whole, or no request is left open.
+  void waitWhole(const std::vector<Key>& keys, GingaServer* server) {
+    for (int ms = 0; ms < 3000 && server->getOpenRequestCount() > 0; ms += 5) {
+      {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        bool whole = true;
+        for (const Key& key : keys) {
+          whole = whole && m_mapTables[key].whole();
+        }
+        if (whole)
+          return;
       }
-      return true;
-    });
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
   }
 
  private:
@@ -89,7 +99,6 @@ class TableGatherer : public GingaDataDestination {
   };
   GingaServer* m_pServer = nullptr;
   std::mutex m_mutex;
-  std::condition_variable m_cond;
   std::map<Key, Table> m_mapTables;
 };
 
@@ -110,13 +119,34 @@ struct SimRig : Rig {
   ReceiverSimulator sim;
 };
 
-typedef std::function<std::unique_ptr<Rig>(const std::string& path, bool loop)> RigMaker;
+#ifdef OSTREL_DVB_EMU
+// The stream played once, as fast as the readers take it, from when the
+// filters of every PID asked for have started.
+struct DvbRig : Rig {
+  DvbRig(const std::string& path, unsigned int pids)
+      : emulator(path, " --fast --once --start-with " + std::to_string(pids)),
+        dvb(std::vector<std::string>(1, emulator.adapter()), DvbServer::Options()) {
+    EXPECT_TRUE(emulator.ok);
+  }
+  ServerEngine* server() override { return &dvb; }
+  void start() override {}
+  Emulator emulator;
+  DvbServer dvb;
+};
+#endif
+
+typedef std::function<std::unique_ptr<Rig>(const std::string& path, unsigned int pids)> RigMaker;
 
 std::vector<std::pair<std::string, RigMaker>> rigs() {
   std::vector<std::pair<std::string, RigMaker>> all;
-  all.push_back({"simulator", [](const std::string& path, bool loop) {
-                   return std::unique_ptr<Rig>(new SimRig(path, loop));
+  all.push_back({"simulator", [](const std::string& path, unsigned int) {
+                   return std::unique_ptr<Rig>(new SimRig(path, false));
                  }});
+#ifdef OSTREL_DVB_EMU
+  all.push_back({"DVB adapter", [](const std::string& path, unsigned int pids) {
+                   return std::unique_ptr<Rig>(new DvbRig(path, pids));
+                 }});
+#endif
   return all;
 }
 
@@ -161,9 +191,11 @@ std::vector<Burst> interleave(const std::vector<Burst>& runs) {
   for (size_t i = 0;; ++i) {
     size_t before = out.size();
     for (const Burst& run : runs) {
-      if (i < run.sections.size()) out.push_back({run.pid, {run.sections[i]}});
+      if (i < run.sections.size())
+        out.push_back({run.pid, {run.sections[i]}});
     }
-    if (out.size() == before) return out;
+    if (out.size() == before)
+      return out;
   }
 }
 
@@ -207,14 +239,18 @@ TEST(ServerSources, EachSourceGathersEveryTableWholeFromOnePass) {
       SCOPED_TRACE(rig.first + ": " + c.name);
       const std::string path = writeStream("sources", c.runs);
       TableGatherer gatherer;
-      std::unique_ptr<Rig> source = rig.second(path, false);
-      gatherer.bind(source->server());
       std::vector<Key> keys;
+      std::set<short> pids;
       for (const auto& e : c.expected) {
-        keys.push_back(e.first), gatherer.ask(e.first);
+        keys.push_back(e.first), pids.insert(e.first.pid);
+      }
+      std::unique_ptr<Rig> source = rig.second(path, static_cast<unsigned int>(pids.size()));
+      gatherer.bind(source->server());
+      for (const Key& key : keys) {
+        gatherer.ask(key);
       }
       source->start();
-      gatherer.waitWhole(keys, 3000);
+      gatherer.waitWhole(keys, source->server());
       for (const auto& e : c.expected) {
         EXPECT_EQ(e.second, gatherer.outcome(e.first)) << "PID " << e.first.pid;
       }

@@ -21,9 +21,3 @@ if(TARGET ostrel-scan AND OSTREL_PYTHON3 AND NOT CMAKE_CROSSCOMPILING)
   set_tests_properties(sim_muxers_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)
 endif()
 
-# One table of cases over every source of the server engine.
-if(TARGET OstrelSim)
-  ostrel_add_test(server_sources_test server_sources_test.cpp)
-  target_link_libraries(server_sources_test PRIVATE OstrelSim)
-  target_compile_definitions(server_sources_test PRIVATE OSTREL_TEST_WORK="${CMAKE_CURRENT_BINARY_DIR}")
-endif()

@@ -106,6 +106,7 @@ struct DvbEmulator::Adapter : SectionSink {
   std::condition_variable cv;
   std::vector<std::unique_ptr<Handle>> handles;
   bool removed = false;
+  bool played = false;  // the stream has begun (the pump thread only)
   bool frontendWriter = false;
   uint64_t sectionsRead = 0;
   // Faults.
@@ -387,12 +388,12 @@ void DvbEmulator::pump(Adapter* a) {
       continue;
     }
     Clock::time_point next = a->removed ? Clock::time_point::max() : removeAt;
-    bool active = false;
+    unsigned int started = 0;
     a->forEachDemux([&](DemuxHandle* h) {
       if (h->state != DemuxHandle::kGo) {
         return;
       }
-      active = true;
+      ++started;
       if (h->hasDeadline && h->deadline <= now) {
         h->hasDeadline = false;
         h->error = ETIMEDOUT;
@@ -402,6 +403,9 @@ void DvbEmulator::pump(Adapter* a) {
         next = std::min(next, h->deadline);
       }
     });
+    // As fast as possible, the stream waits for its readers, so that the
+    // filters a test starts together all see its first packet.
+    const bool active = started >= (a->played ? 1u : std::max(1u, m_options.startWith));
     if (a->removed || failed || (m_options.fast && !active)) {
       a->cv.wait_until(lock, next);
       continue;
@@ -414,6 +418,10 @@ void DvbEmulator::pump(Adapter* a) {
     // The source loops at the end of the file, as a carousel repeats.
     TransportStreamSource::ReadResult result = a->source->read(&a->packetizer, kChunk, 0);
     lock.lock();
+    if (result == TransportStreamSource::kEnd && m_options.once) {
+      failed = true;  // played once: silence from now on, deadlines still kept
+      continue;
+    }
     if (result == TransportStreamSource::kError || result == TransportStreamSource::kEnd) {
       fprintf(stderr, "ostrel-dvb-emu: adapter%d: %s\n", a->index,
               result == TransportStreamSource::kError ? a->source->getError().c_str()
@@ -421,6 +429,7 @@ void DvbEmulator::pump(Adapter* a) {
       failed = true;  // deadlines are still kept
       continue;
     }
+    a->played = true;
     const uint64_t before = a->packetizer.getStatistics().packets;
     a->lock = &lock;
     a->packetizer.process(a->demux.get());
@@ -918,6 +927,7 @@ bool DvbEmulator::mount(std::string* error) {
       *error = why.empty() ? "cannot read a transport stream from " + a->path : why;
       return false;
     }
+    a->source->setLoop(!m_options.once);
   }
   struct fuse_lowlevel_ops ops;
   memset(&ops, 0, sizeof(ops));

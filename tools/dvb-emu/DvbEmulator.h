@@ -26,6 +26,8 @@ struct DvbEmuOptions {
   std::vector<std::string> adapters;  // one transport-stream file each
   uint64_t bitRate = 4000000;         // pacing, bits per second
   bool fast = false;                  // as fast as readers take sections
+  bool once = false;                  // each file played once, then silence
+  unsigned int startWith = 1;         // --fast: filters started before the stream plays
   unsigned int filters = 32;          // open demux handles per adapter
   uint32_t frequency = 0;             // reported by the frontend, Hz
   unsigned int seed = 1;

@@ -10,11 +10,12 @@ namespace {
 
 const char kUsage[] =
     "usage: ostrel-dvb-emu --root DIR --adapter FILE.ts [--adapter FILE.ts...]\n"
-    "                      [--fast | --bitrate BPS] [--filters N] [--frequency HZ]\n"
+    "                      [--fast | --bitrate BPS] [--once] [--start-with N] [--filters N] "
+    "[--frequency HZ]\n"
     "                      [--fault [ADAPTER:]KIND[=VALUE]...] [--seed N]\n"
     "                      [--ready-file PATH] [--verbose]\n"
     "Serves DIR/adapterN/demux0 and DIR/adapterN/frontend0, one adapter per FILE\n"
-    "(looping). Faults (KIND=VALUE):\n"
+    "(looping; played once with --once). Faults (KIND=VALUE):\n"
     "  refuse-filter[=PID]  DMX_SET_FILTER fails with EINVAL (for PID, or any)\n"
     "  read-error=N         every read after N sections fails with EIO\n"
     "  crc=SHARE            that share (0..1) of long-form sections has a bad CRC\n"
@@ -74,6 +75,8 @@ int main(int argc, char** argv) {
     bool hasNext = i + 1 < argc;
     if (arg == "--fast") {
       options.fast = true;
+    } else if (arg == "--once") {
+      options.once = true;
     } else if (arg == "--verbose") {
       options.verbose = true;
     } else if (arg == "--help" || arg == "-h") {
@@ -85,6 +88,8 @@ int main(int argc, char** argv) {
       options.adapters.push_back(argv[++i]);
     } else if (hasNext && arg == "--bitrate") {
       options.bitRate = strtoull(argv[++i], nullptr, 10);
+    } else if (hasNext && arg == "--start-with") {
+      options.startWith = static_cast<unsigned int>(strtoul(argv[++i], nullptr, 10));
     } else if (hasNext && arg == "--filters") {
       options.filters = static_cast<unsigned int>(strtoul(argv[++i], nullptr, 10));
     } else if (hasNext && arg == "--frequency") {
