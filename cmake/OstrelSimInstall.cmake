@@ -1,7 +1,7 @@
 # Installation of the receiver simulator, for a middleware's own tests:
 # the static libraries OstrelSim and OstrelTs (the transport-stream toolkit it
 # builds on; position-independent, C++17 asked of their users), the published
-# headers, ostrel-scan and ostrel-mksample, all in the
+# headers and ostrel-mksample (ostrel-scan: scan/CMakeLists.txt), all in the
 # Simulator component. Included from sim/CMakeLists.txt after the core's rules
 # (OstrelInstall), whose directories and pkg-config prefix it reuses.
 #
@@ -20,8 +20,8 @@
 # Published: what a test binds and plays. The rest (tuners, demultiplexer,
 # filters, controls) stays inside the library.
 set(OSTREL_SIM_PUBLIC_HEADERS
-  sim/receiver/ReceiverSimulator.h
-  sim/receiver/FaultPlan.h
+  sim/ReceiverSimulator.h
+  sim/FaultPlan.h
   ts/SampleStream.h
   ts/TsPacketWriter.h)
 set(OSTREL_SIM_INSTALL_INCLUDEDIR ${OSTREL_INSTALL_INCLUDEDIR}/sim)
@@ -34,7 +34,7 @@ endforeach()
 install(TARGETS OstrelSim OstrelTs
   EXPORT OstrelSimTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Simulator)
-install(TARGETS ostrel-scan ostrel-mksample
+install(TARGETS ostrel-mksample
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Simulator)
 foreach(header IN LISTS OSTREL_SIM_PUBLIC_HEADERS)
   install(FILES ${PROJECT_SOURCE_DIR}/${header}
@@ -55,5 +55,5 @@ install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/OstrelSim.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Simulator)
 
 # The programs find the project's shared libraries beside them.
-set_target_properties(ostrel-scan ostrel-mksample PROPERTIES
+set_target_properties(ostrel-mksample PROPERTIES
                       INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")

@@ -7,7 +7,7 @@ if(TARGET OstrelSim)
   ostrel_add_test(sim_source_test sim_source_test.cpp)
   target_link_libraries(sim_source_test PRIVATE OstrelSim)
   ostrel_add_test(sim_scan_test sim_scan_test.cpp)
-  target_link_libraries(sim_scan_test PRIVATE OstrelSimScan)
+  target_link_libraries(sim_scan_test PRIVATE OstrelScan)
 endif()
 
 # Scans of FFmpeg's and GStreamer's streams against FFprobe (skipped, exit 77,

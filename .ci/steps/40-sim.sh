@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 cmake --preset default >/dev/null
 timeout 600 cmake --build --preset default --target ostrel-scan ostrel-sample
-scan=build/default/sim/ostrel-scan
+scan=build/default/scan/ostrel-scan
 sample=build/default/ts/sample.ts
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
