@@ -7,31 +7,31 @@ namespace Ostrel {
 bool ScanTables::Gather::file(const TLongSectionTable& table, bool* fresh, bool* reset) {
   *fresh = false;
   *reset = false;
-  if (!table.isCurrentNext()) {
-    return !givenUp && !complete();
+  if (table.isCurrentNext()) {
+    // The header alone tells a section of the table from another.
+    const unsigned short ext = table.getTableIdExtension();
+    const unsigned char header[8] = {
+        table.getTableId(),
+        0xB0,
+        0x05,
+        static_cast<unsigned char>(ext >> 8),
+        static_cast<unsigned char>(ext & 0xFF),
+        static_cast<unsigned char>(0xC1 | (table.getVersionNumber() << 1)),
+        table.getSectionNumber(),
+        table.getLastSectionNumber()};
+    std::vector<unsigned char> taken;
+    *fresh = sections.offer(header, sizeof(header)) && sections.take(&taken);
+    *reset = *fresh && sections.getDeliveredCount() == 1;
   }
-  if (version != table.getVersionNumber() || last != table.getLastSectionNumber()) {
-    version = table.getVersionNumber();
-    last = table.getLastSectionNumber();
-    seen.clear();
-    givenUp = false;
-    *reset = true;
-  }
-  int& times = seen[table.getSectionNumber()];
-  *fresh = ++times == 1;
-  if (complete() || givenUp) {
-    return false;
-  }
-  givenUp = times >= 3;
-  return !givenUp;
+  return !sections.isComplete();
 }
 
 std::string ScanTables::Gather::note(const char* name) const {
-  if (last < 0 || complete()) {
+  if (sections.getSectionCount() == 0 || sections.isComplete()) {
     return std::string();
   }
-  return std::string(name) + ": " + std::to_string(seen.size()) + " of " +
-         std::to_string(last + 1) + " sections";
+  return std::string(name) + ": " + std::to_string(sections.getDeliveredCount()) + " of " +
+         std::to_string(sections.getSectionCount()) + " sections";
 }
 
 void ScanTables::endPmt(unsigned short program, ChannelScan::Outcome outcome) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ChannelScan.h"
+#include "SectionGatherer.h"
 
 namespace Ostrel {
 
@@ -42,17 +43,14 @@ class ScanTables {
 
  private:
   // The sections of one long-form table gathered so far.
+  // What "the table has come" means is the server engine's one rule
+  // (SectionGatherer), here on the sections' headers.
   struct Gather {
-    int version = -1;
-    int last = -1;
-    std::map<unsigned char, int> seen;  // section number: times received
-    bool givenUp = false;
+    SectionGatherer sections;
 
-    bool complete() const { return last >= 0 && seen.size() == static_cast<size_t>(last) + 1; }
-    // Files one section; *fresh when its number is new, *reset when it starts
-    // a new version (whatever was gathered is void). True when the table wants
-    // another section: one that comes a third time before the rest means the
-    // rest is not coming.
+    // Files one section; *fresh when its number is new to the current
+    // version, *reset when it starts a table (whatever was gathered is void).
+    // True when the table wants another section.
     bool file(const TLongSectionTable& table, bool* fresh, bool* reset);
     // "SDT: 2 of 5 sections" when incomplete, else empty.
     std::string note(const char* name) const;

@@ -1,6 +1,7 @@
 // ostrel-scan: plays transport streams in the receiver simulator and drives
 // OstrelGingaCommonCore as a middleware does, printing the channel table of
 // each tuner and the outcome of every table request.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -84,7 +85,7 @@ void usage(std::FILE* to) {
   std::fprintf(to,
                "usage: ostrel-scan [scan|watch] [options] FILE|-\n"
                "       ostrel-scan [scan|watch] [options] --tuner FILE [--tuner FILE...]\n"
-               "       ostrel-scan [scan] [options] --dvb ADAPTER [--dvb ADAPTER...]\n"
+               "       ostrel-scan [scan|watch] [options] --dvb ADAPTER [--dvb ADAPTER...]\n"
                "\n"
                "Plays MPEG transport streams (188, 192 or 204-byte packets; - is standard\n"
                "input; udp://[group@]address:port receives plain or RTP-wrapped packets,\n"
@@ -242,8 +243,8 @@ int parse(int argc, char** argv, Options* o) {
       o->inputs.push_back(arg);
     }
   }
-  if (!o->adapters.empty() && (!o->inputs.empty() || o->watch)) {
-    std::fprintf(stderr, "ostrel-scan: --dvb scans adapters only: no FILE inputs, no watch\n");
+  if (!o->adapters.empty() && !o->inputs.empty()) {
+    std::fprintf(stderr, "ostrel-scan: --dvb scans adapters only: no FILE inputs\n");
     return kExitUsage;
   }
 #ifndef OSTREL_HAVE_DVB_SERVER
@@ -279,7 +280,7 @@ size_t terminalColumns() {
 class Progress {
  public:
   Progress(bool enabled, TunerInput* tuner, const ChannelScan* scan)
-      : m_bEnabled(enabled), m_pTuner(tuner), m_pScan(scan), m_bStop(false) {
+      : m_bEnabled(enabled && tuner), m_pTuner(tuner), m_pScan(scan), m_bStop(false) {
     if (m_bEnabled) {
       m_thread = std::thread(&Progress::run, this);
     }
@@ -344,16 +345,69 @@ std::string localClock() {
   return text;
 }
 
-// Scans one tuner once; prints nothing. The tuner starts playing once the
-// scan's first requests can see it.
-ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, ReceiverSimulator* sim, int tunerId,
+// What the scan needs of the receiver it drives, whatever its source: the
+// simulator's tuners or DVB adapters.
+class Receiver {
+ public:
+  virtual ~Receiver() {}
+  virtual GingaServer* server() = 0;
+  virtual std::string name(int tunerId) const = 0;
+  // Sends the scan's first requests and makes sure the tuner's input is seen.
+  virtual void start(ChannelScan* scan, int tunerId) = 0;
+  // The tuner's input has ended: nothing new will come (never, live).
+  virtual bool ended(int tunerId) const = 0;
+  // Why the tuner's input failed, or "".
+  virtual std::string error(int tunerId) const = 0;
+  // The tuner's player, for the progress line; null when there is none.
+  virtual TunerInput* input(int tunerId) const = 0;
+};
+
+// The simulator's tuners: a tuner plays once the scan's first requests can
+// see it, and requests for what a whole pass did not carry end at once.
+class SimReceiver : public Receiver {
+ public:
+  SimReceiver() : m_sim(new ReceiverSimulator()) {}
+  GingaServer* server() override { return m_sim.get(); }
+  ReceiverSimulator* sim() { return m_sim.get(); }
+  std::string name(int tunerId) const override { return input(tunerId)->getName(); }
+  void start(ChannelScan* scan, int) override { scan->startOn(m_sim.get()); }
+  bool ended(int tunerId) const override { return input(tunerId)->getProgress().ended; }
+  std::string error(int tunerId) const override { return input(tunerId)->getProgress().error; }
+  TunerInput* input(int tunerId) const override { return SimulatorTuners::get(*m_sim, tunerId); }
+
+ private:
+  std::unique_ptr<ReceiverSimulator> m_sim;
+};
+
+#ifdef OSTREL_HAVE_DVB_SERVER
+// DVB adapters that something else has tuned. Nothing tells how far the
+// broadcast has played, so requests for tables it does not carry end at
+// their time-outs.
+class DvbReceiver : public Receiver {
+ public:
+  explicit DvbReceiver(const std::vector<std::string>& adapters)
+      : m_dvb(adapters, DvbServer::Options()) {}
+  GingaServer* server() override { return &m_dvb; }
+  std::string name(int tunerId) const override { return m_dvb.getAdapter(tunerId); }
+  void start(ChannelScan* scan, int) override { scan->start(); }
+  bool ended(int) const override { return false; }
+  std::string error(int) const override { return ""; }
+  TunerInput* input(int) const override { return NULL; }
+
+ private:
+  DvbServer m_dvb;
+};
+#endif
+
+// Scans one tuner once; prints nothing.
+ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, Receiver* receiver, int tunerId,
                               signed char mode, const Options& o, RequestTrace* trace) {
   ChannelScan scan(core, tunerId, mode);
   scan.setTrace(trace);
   {
-    Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO),
-                      SimulatorTuners::get(*sim, tunerId), &scan);
-    scan.startOn(sim);
+    Progress progress(!o.quiet && !o.watch && isatty(STDERR_FILENO), receiver->input(tunerId),
+                      &scan);
+    receiver->start(&scan, tunerId);
     const auto limit = std::chrono::steady_clock::now() +
                        std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
     while (!scan.waitFor(std::chrono::milliseconds(50)) && !s_iInterrupted &&
@@ -399,78 +453,86 @@ bool report(const ChannelScan::Result& r, const Options& o, int index, int tuner
   return r.hasPat;
 }
 
-// Closes a list of tuners opened with "[" for JSON, and frees the tuner list.
-void endReport(const Options& o, int tuners, int* ids, unsigned char* types) {
-  if (o.json && tuners > 1)
-    std::cout << "]\n";
-  std::free(ids);
-  std::free(types);
-}
-
-int runScan(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options& o,
-            RequestTrace* trace) {
+// The tuners the core lists; says so on standard error when there are none.
+std::vector<int> listTuners(OstrelGingaCommonCore* core) {
   int* ids = NULL;
   unsigned char* types = NULL;
   short error = 0;
-  int tuners = core->getTunerList(&ids, &types, &error);
-  int status = kExitOk;
-  if (o.json && tuners > 1)
+  const int count = core->getTunerList(&ids, &types, &error);
+  std::vector<int> tuners(ids, ids + (count > 0 ? count : 0));
+  std::free(ids);
+  std::free(types);
+  if (tuners.empty()) {
+    std::fprintf(stderr, "ostrel-scan: no tuner answered (error %d)\n", error);
+  }
+  return tuners;
+}
+
+int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
+            RequestTrace* trace) {
+  const std::vector<int> tuners = listTuners(core);
+  const int count = static_cast<int>(tuners.size());
+  int status = tuners.empty() ? kExitInput : kExitOk;
+  if (o.json && count > 1)
     std::cout << "[\n";
-  for (int t = 0; t < tuners; ++t) {
-    ChannelScan::Result r = scanTuner(core, sim, ids[t], 1, o, trace);
+  for (int t = 0; t < count; ++t) {
+    ChannelScan::Result r = scanTuner(core, receiver, tuners[t], 1, o, trace);
     if (s_iInterrupted) {
       break;
     }
-    TunerInput::Progress input = SimulatorTuners::get(*sim, ids[t])->getProgress();
-    const std::string name = SimulatorTuners::get(*sim, ids[t])->getName();
-    if (!input.error.empty()) {
-      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(input.error).c_str());
+    const std::string error = receiver->error(tuners[t]);
+    if (!error.empty()) {
+      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
     }
-    if (!report(r, o, t, tuners, ids[t], name) && status != kExitInput) {
-      status = input.error.empty() ? kExitNoPat : kExitInput;
+    if (!report(r, o, t, count, tuners[t], receiver->name(tuners[t])) && status != kExitInput) {
+      status = error.empty() ? kExitNoPat : kExitInput;
     }
   }
-  endReport(o, tuners, ids, types);
+  if (o.json && count > 1)
+    std::cout << "]\n";
   return status;
 }
 
-int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options& o,
+int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
              RequestTrace* trace) {
-  std::vector<std::string> last(sim->getTunerCount());
+  const std::vector<int> tuners = listTuners(core);
+  if (tuners.empty()) {
+    return kExitInput;
+  }
+  std::vector<std::string> last(tuners.size());
   bool anyPat = false;
   for (long round = 0; !s_iInterrupted && (o.rounds < 0 || round < o.rounds); ++round) {
     auto started = std::chrono::steady_clock::now();
-    for (size_t t = 0; t < sim->getTunerCount() && !s_iInterrupted; ++t) {
+    for (size_t t = 0; t < tuners.size() && !s_iInterrupted; ++t) {
       // After the first round, ask the receiver each time: the cache would
       // keep answering with what it has.
-      ChannelScan::Result r =
-          scanTuner(core, sim, static_cast<int>(t), round == 0 ? 1 : 2, o, trace);
+      ChannelScan::Result r = scanTuner(core, receiver, tuners[t], round == 0 ? 1 : 2, o, trace);
       if (s_iInterrupted) {
         break;  // a round cut short is no change
       }
       anyPat = anyPat || r.hasPat;
       if (round == 0) {
-        warnIncomplete(r, static_cast<int>(t),
-                       SimulatorTuners::get(*sim, static_cast<int>(t))->getName());
+        warnIncomplete(r, tuners[t], receiver->name(tuners[t]));
       }
       std::string table = o.json ? ScanReport::json(r, false) : ScanReport::channelTable(r);
       if (table != last[t]) {
         if (o.json) {
           std::cout << table << std::flush;
         } else {
-          std::cout << localClock() << " tuner " << t << (round == 0 ? "" : ": changed") << "\n"
+          std::cout << localClock() << " tuner " << tuners[t] << (round == 0 ? "" : ": changed")
+                    << "\n"
                     << table << "\n"
                     << std::flush;
         }
         last[t] = table;
       } else if (!o.json) {
-        std::cout << localClock() << " tuner " << t << ": no change" << std::endl;
+        std::cout << localClock() << " tuner " << tuners[t] << ": no change" << std::endl;
       }
     }
     // An input that has ended says nothing new.
     bool allEnded = true;
-    for (size_t t = 0; t < sim->getTunerCount(); ++t) {
-      allEnded = allEnded && SimulatorTuners::get(*sim, static_cast<int>(t))->getProgress().ended;
+    for (size_t t = 0; t < tuners.size(); ++t) {
+      allEnded = allEnded && receiver->ended(tuners[t]);
     }
     if (allEnded) {
       break;
@@ -483,51 +545,12 @@ int runWatch(OstrelGingaCommonCore* core, ReceiverSimulator* sim, const Options&
   return anyPat ? kExitOk : kExitNoPat;
 }
 
-#ifdef OSTREL_HAVE_DVB_SERVER
-// The same scan on DVB adapters that are tuned already. Nothing tells how far
-// the broadcast has played, so requests for tables it does not carry end at
-// their time-outs.
-int runDvbScan(OstrelGingaCommonCore* core, DvbServer* server, const Options& o,
-               RequestTrace* trace) {
-  int* ids = NULL;
-  unsigned char* types = NULL;
-  short error = 0;
-  const int tuners = core->getTunerList(&ids, &types, &error);
-  if (tuners == 0) {
-    std::fprintf(stderr, "ostrel-scan: no adapter's frontend answered (error %d)\n", error);
-    std::free(ids);
-    std::free(types);
-    return kExitInput;
-  }
-  int status = kExitOk;
-  if (o.json && tuners > 1)
-    std::cout << "[\n";
-  for (int t = 0; t < tuners && !s_iInterrupted; ++t) {
-    ChannelScan scan(core, ids[t], 1);
-    scan.setTrace(trace);
-    scan.start();
-    const auto limit = std::chrono::steady_clock::now() +
-                       std::chrono::milliseconds(static_cast<long long>(o.timeoutSeconds * 1000));
-    while (!scan.waitFor(std::chrono::milliseconds(50)) && !s_iInterrupted &&
-           std::chrono::steady_clock::now() < limit) {
-    }
-    const ChannelScan::Result r = scan.getResult();
-    const std::string name = server->getAdapter(ids[t]);
-    if (!report(r, o, t, tuners, ids[t], name)) {
-      status = kExitNoPat;
-    }
-  }
-  endReport(o, tuners, ids, types);
-  return status;
-}
-#endif
-
 // The end of a run: the server goes first, so that nothing is delivered any
 // more (a DVB server closes its filters); then the requests still followed are
 // dropped and their user data released, and the trace is written. Gives the
 // exit status.
-int finish(std::unique_ptr<GingaServer> server, RequestTrace* trace, const Options& o, int status) {
-  server.reset();
+int finish(std::unique_ptr<Receiver> receiver, RequestTrace* trace, const Options& o, int status) {
+  receiver.reset();
   RequestFollower::destroy();
   ostrel_log_set_sink(NULL, NULL);
   if (trace && !trace->writeTo(o.tracePath)) {
@@ -558,38 +581,50 @@ int main(int argc, char** argv) {
   }
   OstrelGingaCommonCore* core = OstrelGingaCommonCore::getInstance();
   std::unique_ptr<RequestTrace> trace(o.tracePath.empty() ? NULL : new RequestTrace());
+  std::unique_ptr<Receiver> receiver;
 #ifdef OSTREL_HAVE_DVB_SERVER
   if (!o.adapters.empty()) {
-    signal(SIGINT, onInterrupt);
-    signal(SIGTERM, onInterrupt);
-    std::unique_ptr<DvbServer> server(new DvbServer(o.adapters, DvbServer::Options()));
-    core->setServer(server.get());
-    server->setDataDestination(core);
-    const int status = runDvbScan(core, server.get(), o, trace.get());
-    return finish(std::move(server), trace.get(), o, status);
+    // An adapter that cannot be opened is named, with the system's reason.
+    for (const std::string& adapter : o.adapters) {
+      for (const char* device : {"/frontend0", "/demux0"}) {
+        const std::string path = adapter + device;
+        const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) {
+          std::fprintf(stderr, "ostrel-scan: %s: %s\n", RequestTrace::escape(path).c_str(),
+                       std::strerror(errno));
+          return kExitInput;
+        }
+        ::close(fd);
+      }
+    }
+    receiver.reset(new DvbReceiver(o.adapters));
   }
 #endif
-  std::unique_ptr<ReceiverSimulator> sim(new ReceiverSimulator());
-  sim->setFaultPlan(o.faults);
-  for (const std::string& input : o.inputs) {
-    std::string error;
-    std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(input, &error);
-    if (!source) {
-      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
-      return kExitInput;
+  if (!receiver) {
+    std::unique_ptr<SimReceiver> sim(new SimReceiver());
+    sim->sim()->setFaultPlan(o.faults);
+    for (const std::string& input : o.inputs) {
+      std::string error;
+      std::unique_ptr<TransportStreamSource> source =
+          TransportStreamSource::openFile(input, &error);
+      if (!source) {
+        std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
+        return kExitInput;
+      }
+      source->setLoop(o.loop);
+      // A network input comes in real time already.
+      const bool live = source->isNetwork();
+      sim->sim()->setPacing(live ? ReceiverSimulator::kAsFastAsPossible : o.pacing, o.bitRate);
+      SimulatorTuners::add(sim->sim(), std::move(source));
     }
-    source->setLoop(o.loop);
-    // A network input comes in real time already.
-    const bool live = source->isNetwork();
-    sim->setPacing(live ? ReceiverSimulator::kAsFastAsPossible : o.pacing, o.bitRate);
-    SimulatorTuners::add(sim.get(), std::move(source));
+    receiver = std::move(sim);
   }
   signal(SIGINT, onInterrupt);
   signal(SIGTERM, onInterrupt);
 
-  core->setServer(sim.get());
-  sim->setDataDestination(core);
-  int status = o.watch ? runWatch(core, sim.get(), o, trace.get())
-                       : runScan(core, sim.get(), o, trace.get());
-  return finish(std::move(sim), trace.get(), o, status);
+  core->setServer(receiver->server());
+  receiver->server()->setDataDestination(core);
+  const int status = o.watch ? runWatch(core, receiver.get(), o, trace.get())
+                             : runScan(core, receiver.get(), o, trace.get());
+  return finish(std::move(receiver), trace.get(), o, status);
 }

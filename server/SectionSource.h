@@ -9,11 +9,13 @@ class TCommand;
 
 // Where sections come from: a transport-stream player, a Linux DVB demux, a
 // receiver's own demux. A ServerEngine drives one source; the source does
-// only what differs between them. The engine calls every operation with no
-// lock of its own held. openFilter, closeFilter and readSection are called
-// on the engine's delivery thread only; getTuners, findCarried and
+// only what differs between them. openFilter, closeFilter and readSection are
+// called on the engine's delivery thread (closeFilter also by shutdown, once
+// that thread has ended); getTunerCount, getTuners, findCarried and
 // executeControl on the threads that execute commands; interrupt on any
-// thread.
+// thread. getFilterLimit is called with the engine's lock held and must not
+// call back into it; every other operation is called with no lock of the
+// engine held.
 class SectionSource {
  public:
   struct Tuner {

@@ -200,6 +200,23 @@ void ServerEngine::__attach(const Key& key, const Request& request) {
   }
 }
 
+// REQUIRES: m_mutex held. Takes a synchronous waiter back from its key.
+void ServerEngine::__forget(const Key& key, Waiter* waiter) {
+  std::map<Key, Gather>::iterator it = m_mapGathers.find(key);
+  if (it == m_mapGathers.end()) {
+    return;
+  }
+  std::list<Request>& requests = it->second.requests;
+  for (std::list<Request>::iterator request = requests.begin(); request != requests.end();
+       ++request) {
+    if (request->waiter == waiter) {
+      requests.erase(request);
+      break;
+    }
+  }
+  waiter->done = true;
+}
+
 // REQUIRES: m_mutex held. The gather goes; so does its claim on the filter.
 void ServerEngine::__dropGather(std::map<Key, Gather>::iterator it) {
   const FilterKey key(it->first.tunerId, static_cast<unsigned short>(it->first.pid));
@@ -596,8 +613,12 @@ bool ServerEngine::waitForSection(int tunerId, short pid, short tableId, short t
   lock.unlock();
   m_pSource->interrupt();
   lock.lock();
-  while (!waiter.done) {
-    m_condIdle.wait(lock);
+  // Bounded here too: a caller on the core's monitor thread holds the
+  // follower's lock, on which the delivery thread may be waiting.
+  while (!waiter.done && m_condIdle.wait_until(lock, request.deadline) != std::cv_status::timeout) {
+  }
+  if (!waiter.done) {
+    __forget(key, &waiter);
   }
   section->swap(waiter.section);
   return !section->empty();

@@ -49,7 +49,7 @@ class TDataRequestCommand;
 // The tuner list (0x500) is the source's; every other command goes to the
 // source's executeControl.
 //
-// One delivery thread, started by the constructor, reads the source, opens
+// One delivery thread, started by the first data request, reads the source, opens
 // and closes its filters and makes every injection and closeOpenRequest,
 // one at a time, with no lock of the engine held. Thread-safe.
 class ServerEngine : public GingaServer {
@@ -90,9 +90,9 @@ class ServerEngine : public GingaServer {
     uint64_t commandsRefused;  // execute returned 0
   };
 
-  // source is not owned and must outlive the engine. The delivery thread
-  // starts at once; it calls the source only once the derived server is
-  // built, so a source may be a member of it.
+  // source is not owned and must outlive the engine. Nothing calls the
+  // source before the first command, so a derived server may own its source,
+  // and then calls shutdown() in its destructor, before the source goes.
   ServerEngine(SectionSource* source, const Options& options);
   // Stops the delivery thread and closes every open request undelivered.
   virtual ~ServerEngine();
@@ -177,6 +177,7 @@ class ServerEngine : public GingaServer {
   void __plan(Clock::time_point now, CallOut* out);
   void __planFilters(CallOut* out);
   void __dropGather(std::map<Key, Gather>::iterator it);
+  void __forget(const Key& key, Waiter* waiter);
   bool __isSettled() const;
   void __take(const SectionSource::Section& section);
   Clock::time_point __nextWake() const;
