@@ -18,9 +18,10 @@
 // Pull model: the stream plays only while the engine's delivery thread is in
 // readSection, which reads the packets as they fall due, reassembles the
 // sections of the PIDs whose filters are open and returns the first one that
-// is complete. The filters and the reassembly belong to that thread alone;
-// the lock guards only the interrupt flag, which any thread may raise. CRCs
-// are not checked here: the engine checks them.
+// is complete. The filters and the reassembly belong to that thread alone
+// (shutdown closes the last filters once it has ended); the lock guards only
+// the interrupt flag, which any thread may raise. CRCs are not checked here:
+// the engine checks them.
 class FileSource : public Ostrel::SectionSource {
  public:
   // Reads the whole file; isOpen() tells whether it held a packet. bitRate
