@@ -3,8 +3,9 @@
 # GoogleTest and Google Benchmark (default options, those two hidden), install
 # them into a staging prefix, move the prefix elsewhere (the installed tree
 # must be relocatable), then check the SONAMEs, compile every installed header
-# on its own, and build every example that uses the package (the consumer, the
-# integration guide's file server, the middleware test on the simulator) from
+# on its own (the core's, the server engine's, the simulator's), and build
+# every example that uses the package (the consumer, the integration guide's
+# file server on the server engine, the middleware test on the simulator) from
 # the prefix alone, once through the CMake package and once through
 # pkg-config, and run each build.
 set -euo pipefail
@@ -56,9 +57,19 @@ echo "$count headers"
 echo "-- every simulator header compiles on its own (C++17)"
 for header in "$incdir"/sim/*.h; do
   echo "#include <$(basename "$header")>" | g++ -std=c++17 -pedantic -fsyntax-only -Wall -Wextra \
-    -Werror -I"$incdir/sim" -I"$incdir" -x c++ - ||
+    -Werror -I"$incdir/sim" -I"$incdir/server" -I"$incdir" -x c++ - ||
     { echo "sim/$(basename "$header") does not compile on its own"; exit 1; }
 done
+echo "-- every server engine header compiles on its own (C++11)"
+count=0
+for header in "$incdir"/server/*.h; do
+  echo "#include <$(basename "$header")>" | g++ -std=c++11 -pedantic -fsyntax-only -Wall -Wextra \
+    -Werror -I"$incdir/server" -I"$incdir" -x c++ - ||
+    { echo "server/$(basename "$header") does not compile on its own"; exit 1; }
+  count=$((count + 1))
+done
+[ "$count" -gt 0 ] || { echo "no server engine header installed"; exit 1; }
+echo "$count headers"
 
 echo "-- every published operation, called as older code does (C++98 and C++11)"
 for std in gnu++98 c++11; do
@@ -69,9 +80,10 @@ for std in gnu++98 c++11; do
   "$work/published-$std" 2>/dev/null
 done
 
-# example DIR PROGRAM STD PKG SOURCES ARGS...: builds examples/DIR through its
-# CMake project and through pkg-config (SOURCES, a pattern in DIR, with PKG's
-# flags), and runs both builds with ARGS.
+# example DIR PROGRAM STD PKGS SOURCES ARGS...: builds examples/DIR through its
+# CMake project and through pkg-config (SOURCES, a pattern in DIR, with the
+# flags of PKGS, one or more package names, the first giving the run path), and
+# runs both builds with ARGS.
 example() {
   local dir=$1 program=$2 std=$3 pkg=$4 sources=$5
   shift 5
@@ -86,7 +98,7 @@ example() {
   echo "pkg-config: $flags"
   # shellcheck disable=SC2086 # one word per flag
   g++ -std="$std" -Wall -Wextra -Werror "$src/examples/$dir"/$sources -o "$work/$dir-pc" \
-    $flags -Wl,-rpath,"$(pkg-config --variable=libdir "$pkg")"
+    $flags -Wl,-rpath,"$(pkg-config --variable=libdir "${pkg%% *}")"
   timeout 120 "$work/$dir-pc" "$@"
 }
 
@@ -96,18 +108,20 @@ pkg-config --exact-version=2.0.0 OstrelGingaCommonCore
 timeout 60 "$prefix/bin/ostrel-scan" --fast --once --no-latency --quiet "$work/sample.ts" |
   grep -q "Ostrel HD" || { echo "the installed ostrel-scan does not scan the sample"; exit 1; }
 example consumer consumer c++11 OstrelGingaCommonCore consumer.cpp
-example file_server file_server c++11 OstrelGingaCommonCore '*.cpp' "$work/sample.ts"
+example file_server file_server c++11 "OstrelGingaCommonCore OstrelServer" '*.cpp' "$work/sample.ts"
 example middleware_test middleware_test c++17 OstrelSim '*.cpp' "$work/sample.ts"
 
 # The examples' own threads under ThreadSanitizer: a lock held around a call into the
 # core while a notification takes it shows as a lock-order inversion on every run.
 echo "-- the threaded examples under ThreadSanitizer"
 # shellcheck disable=SC2046 # one word per flag
-for args in "file_server c++11 OstrelGingaCommonCore" "middleware_test c++17 OstrelSim"; do
+for args in "file_server c++11 OstrelGingaCommonCore OstrelServer" "middleware_test c++17 OstrelSim"; do
   set -- $args
-  g++ -std="$2" -g -O1 -fsanitize=thread -Wall -Wextra -Werror "$src/examples/$1"/*.cpp \
-    -o "$work/$1-tsan" $(pkg-config --cflags --libs "$3") -Wl,-rpath,"$libdir"
-  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 timeout 120 "$work/$1-tsan" "$work/sample.ts" |
+  dir=$1 std=$2
+  shift 2
+  g++ -std="$std" -g -O1 -fsanitize=thread -Wall -Wextra -Werror "$src/examples/$dir"/*.cpp \
+    -o "$work/$dir-tsan" $(pkg-config --cflags --libs "$@") -Wl,-rpath,"$libdir"
+  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 timeout 120 "$work/$dir-tsan" "$work/sample.ts" |
     tail -n 1
 done
 

@@ -1,8 +1,9 @@
-// The integration guide's server at work: plays a transport-stream file through
-// FileServer, binds it to the core as a receiver integration would, asks for the
-// PAT, then from the PAT's notification for every PMT it names, and for one PMT
-// that no stream carries. Prints what comes back; exits 0 when the PAT came and
-// every request ended, answered or timed out, and the uncarried one timed out.
+// The integration guide's server at work: the server engine over FileSource,
+// which plays a transport-stream file, bound to the core as a receiver
+// integration would bind its server. Asks for the PAT, then from the PAT's
+// notification for every PMT it names, and for one PMT that no stream carries.
+// Prints what comes back; exits 0 when the PAT came and every request ended,
+// answered or timed out, and the uncarried one timed out.
 //   file_server FILE.ts [BIT_RATE]
 #include <chrono>
 #include <condition_variable>
@@ -11,10 +12,11 @@
 #include <mutex>
 
 #include <OstrelGingaCommonCore.h>
+#include <ServerEngine.h>
 #include <TPATTable.h>
 #include <TPMTTable.h>
 
-#include "FileServer.h"
+#include "FileSource.h"
 
 namespace {
 
@@ -89,16 +91,16 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s FILE.ts [BIT_RATE]\n", argv[0]);
     return 2;
   }
-  FileServer server(argv[1], argc > 2 ? static_cast<unsigned int>(std::atoi(argv[2])) : 0);
-  if (!server.isOpen()) {
+  FileSource source(argv[1], argc > 2 ? static_cast<unsigned int>(std::atoi(argv[2])) : 0);
+  if (!source.isOpen()) {
     std::fprintf(stderr, "%s: cannot read %s\n", argv[0], argv[1]);
     return 1;
   }
+  Ostrel::ServerEngine server(&source, Ostrel::ServerEngine::Options());
   Ostrel::OstrelGingaCommonCore* core = Ostrel::OstrelGingaCommonCore::getInstance();
   server.setDataDestination(core);  // without it no section ever reaches the core
   core->setServer(&server);
   core->setRequestNotificationCallback(onNotification);
-  server.start();
 
   request(kPatRequest, 0x0000, 0x00, 0);
   request(kUncarriedRequest, kUncarriedPid, 0x02, 1);
@@ -107,7 +109,7 @@ int main(int argc, char** argv) {
       s_condDone.wait_for(lock, std::chrono::seconds(30), [] { return s_iPending == 0; });
   const bool ok = ended && s_bPatCame && s_bUncarriedTimedOut;
   lock.unlock();
-  server.stop();  // before the server goes: no delivery may reach a destroyed object
+  server.shutdown();  // before the source goes: the delivery thread reads it
   std::printf("%s\n", ok ? "ok" : "FAILED: a request did not end as it should");
   return ok ? 0 : 1;
 }
