@@ -12,7 +12,7 @@
 #include "TPMTTable.h"
 #include "TSDTTable.h"
 #include "TTOTTable.h"
-#include "TableRules.h"
+#include "TableCatalog.h"
 
 namespace Ostrel {
 
@@ -98,16 +98,16 @@ int OstrelGingaCommonCore::injectData(int tunerId, short pid, short tableId, sho
 TISDBTTable* OstrelGingaCommonCore::parseData(int /*tunerId*/, short pid, short tableId,
                                               short /*tableIdExt*/, void* /*context*/,
                                               unsigned char* data, unsigned int size) {
-  switch (TableRule::of(pid, tableId).parser) {
-    case TableRule::kParsePat:
+  switch (TableKind::of(pid, tableId).parser) {
+    case TableKind::kParsePat:
       return TPATTable::parse(data, size, 1, 1, 0, 0);
-    case TableRule::kParseNit:
+    case TableKind::kParseNit:
       return TNITTable::parse(data, size, 1, 1, 0, 0);
-    case TableRule::kParseSdt:
+    case TableKind::kParseSdt:
       return TSDTTable::parse(data, size, 1, 1, 0, 0);
-    case TableRule::kParseTot:
+    case TableKind::kParseTot:
       return TTOTTable::parse(data, size, 1, 1, 0, 0);
-    case TableRule::kParsePmt:
+    case TableKind::kParsePmt:
       return TPMTTable::parse(data, size, 1, 1, 0, 0);
     default:  // CAT, EIT and the PIDs 0x24 and 0x26 are never parsed
       return 0;
@@ -115,23 +115,7 @@ TISDBTTable* OstrelGingaCommonCore::parseData(int /*tunerId*/, short pid, short 
 }
 
 int OstrelGingaCommonCore::isCacheable(TISDBTTable* table) {
-  switch (table->getType()) {
-    case 0x00000000u:
-    case 0x00010000u:
-    case 0x00100000u:
-    case 0x00110000u:
-    case 0x00120000u:
-    case 0x0012004Eu:
-    case 0x0012004Fu:
-    case 0x00140000u:
-    case 0x00240000u:
-    case 0x00260000u:
-    case 0xFFFF0002u:
-    case 0xFFFF0074u:
-      return 1;
-    default:
-      return 0;
-  }
+  return TableKind::isCacheable(table->getType()) ? 1 : 0;
 }
 
 int OstrelGingaCommonCore::isEventData(TISDBTTable* table) {

@@ -7,7 +7,7 @@
 #include "RequestFollower.h"
 #include "TDataRequestCommand.h"
 #include "TSyncDataRequestCommand.h"
-#include "TableRules.h"
+#include "TableCatalog.h"
 
 namespace Ostrel {
 
@@ -135,8 +135,8 @@ int OstrelGingaCommonCore::requestDataSync(unsigned int requestId, signed char m
 }
 
 timeval OstrelGingaCommonCore::getTimeout(short pid, short tableId, short /*tableIdExt*/) {
-  TableRule rule = TableRule::of(pid, tableId);
-  if (rule.category == TableRule::kNone) {
+  const TableKind& rule = TableKind::of(pid, tableId);
+  if (rule.category == TableKind::kNone) {
     ostrelLog(kCoreModule, "%s: getTimeout: Unknown pid/tableId/tableIdExt. Using 1s timeout.");
   }
   timeval timeOut;

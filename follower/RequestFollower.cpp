@@ -8,7 +8,7 @@
 #include "OstrelGingaCommonCore.h"
 #include "OstrelLog.h"
 #include "ScopedLock.h"
-#include "TableRules.h"
+#include "TableCatalog.h"
 
 namespace Ostrel {
 
@@ -304,14 +304,14 @@ RequestFollower::ItemPtrList* RequestFollower::__remove(int tunerId, short pid, 
   return taken;
 }
 
-// The category of the key, from the table of rules the core's time-outs come
+// The category of the key, from the catalog the core's time-outs come
 // from: a request the core gives its default time-out is one refused here.
 RequestFollower::ItemPtrList* RequestFollower::getSpecificList(short pid, short tableId,
                                                                short /*tableIdExt*/) {
   ItemPtrList* const lists[] = {&m_lstPat,         &m_lstCat, &m_lstNit,   &m_lstSdt, &m_lstEitPf,
                                 &m_lstEitSchedule, &m_lstTot, &m_lstPid26, &m_lstPmt};
-  TableRule::Category category = TableRule::of(pid, tableId).category;
-  return category == TableRule::kNone ? NULL : lists[category];
+  TableKind::Category category = TableKind::of(pid, tableId).category;
+  return category == TableKind::kNone ? NULL : lists[category];
 }
 
 // The item's entry in the key index; the item is pending.

@@ -28,6 +28,7 @@
 #include "RecordingServer.h"
 #include "RequestFollower.h"
 #include "TCommand.h"
+#include "TableCatalog.h"
 #include "TCrc32.h"
 #include "TDataRequestCommand.h"
 #include "TISDBTTable.h"
@@ -87,10 +88,29 @@ unsigned int g_nextRequestId = 1;  // unique over the whole run
 std::atomic<int> g_badNotifications{0};
 
 const int kTuners[] = {0, 1, 2, 3, -1, 7, INT_MAX, INT_MIN};
-const unsigned short kPids[] = {0x0000, 0x0001, 0x0010, 0x0011, 0x0012, 0x0014, 0x0024, 0x0026,
-                                0x0100, 0x0101, 0x0130, 0x1FC8, 0x1FFF, 0xFFFF, 0x8000, 0x7FFF};
-const unsigned short kTableIds[] = {0x00, 0x02, 0x40, 0x42, 0x4E, 0x4F, 0x50,
-                                    0x70, 0x73, 0x01, 0x3D, 0xFF, 0x74, 0x03};
+// Every PID and table id the catalog names, then some it does not.
+std::vector<unsigned short> catalogued(bool pids, std::initializer_list<unsigned short> more) {
+  std::vector<unsigned short> values;
+  size_t count = 0;
+  const Ostrel::TableKind* rows = Ostrel::TableKind::rows(&count);
+  for (size_t i = 0; i < count; ++i) {
+    if (!pids) {
+      values.push_back(rows[i].tableIds[0]);
+      values.push_back(rows[i].tableIds[3]);
+    } else if (rows[i].pid != Ostrel::TableKind::kAnyPid) {
+      values.push_back(rows[i].pid);
+    }
+  }
+  values.insert(values.end(), more);
+  return values;
+}
+const std::vector<unsigned short> kPids =
+    catalogued(true, {0x0100, 0x0101, 0x0130, 0x1FC8, 0x1FFF, 0xFFFF, 0x8000, 0x7FFF});
+const std::vector<unsigned short> kTableIds = catalogued(false, {0x01, 0x3D, 0xFF, 0x03});
+
+unsigned short pick(const std::vector<unsigned short>& values, uint8_t b) {
+  return values[b % values.size()];
+}
 
 template <typename T, size_t N>
 T pick(const T (&values)[N], uint8_t b) {

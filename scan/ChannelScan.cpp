@@ -18,17 +18,23 @@
 #include "TPMTTable.h"
 #include "TSDTTable.h"
 #include "TTOTTable.h"
+#include "TableCatalog.h"
 #include "TunerInput.h"
 
 namespace Ostrel {
 
 namespace {
 
-const short kPatPid = 0x0000;
-const short kNitPid = 0x0010;
-const short kSdtPid = 0x0011;
-const short kTotPid = 0x0014;
-const short kPmtTableId = 0x02;
+// The tables a scan asks for first, as the catalog names them.
+const TableKind& kPat = *TableKind::named("PAT");
+const TableKind& kNit = *TableKind::named("NIT");
+const TableKind& kSdt = *TableKind::named("SDT");
+const TableKind& kTot = *TableKind::named("TOT");
+const short kPatPid = static_cast<short>(kPat.pid);
+const short kNitPid = static_cast<short>(kNit.pid);
+const short kSdtPid = static_cast<short>(kSdt.pid);
+const short kTotPid = static_cast<short>(kTot.pid);
+const short kPmtTableId = TableKind::named("PMT")->tableIds[0];
 
 // Request ids are unique in the process, so that scans may overlap.
 std::atomic<unsigned int> s_uiNextRequestId(1);
@@ -351,10 +357,10 @@ void ChannelScan::start() {
     }
   }
   state.core->setRequestNotificationCallback(&ChannelScan::notify);
-  state.send(m_pState, "PAT", state.mode, kPatPid, 0x00, 0);
-  state.send(m_pState, "NIT", state.mode, kNitPid, 0x40, 0);
-  state.send(m_pState, "SDT", state.mode, kSdtPid, 0x42, 0);
-  state.send(m_pState, "TOT", state.mode, kTotPid, 0x73, 0);
+  for (const TableKind* kind : {&kPat, &kNit, &kSdt, &kTot}) {
+    state.send(m_pState, kind->name, state.mode, static_cast<short>(kind->pid),
+               kind->tableIds[0], 0);
+  }
 }
 
 bool ChannelScan::waitFor(std::chrono::milliseconds limit) {

@@ -29,35 +29,14 @@ struct SectionMatch {
     unsigned int entries[256];
   };
 
-  // True when the extension of a request for tableId takes part in matching.
-  static bool isExtensionCompared(short tableId) {
-    switch (static_cast<unsigned short>(tableId)) {
-      case 0x00:  // PAT: transport stream id
-      case 0x01:  // CAT: reserved
-      case 0x40:  // NIT actual: network id
-      case 0x41:  // NIT other
-      case 0x42:  // SDT actual: transport stream id
-      case 0x46:  // SDT other
-      case 0x70:  // TDT: short form
-      case 0x73:  // TOT: short form
-        return false;
-      default:
-        return true;
-    }
-  }
+  // True when the extension of a request for tableId takes part in matching
+  // (the table catalog says which tables).
+  static bool isExtensionCompared(short tableId);
 
   // Whether the section's header (the tuner and PID already match) answers a
   // request for tableId and tableIdExt.
   static bool matches(short tableId, short tableIdExt, const unsigned char* section,
-                      unsigned int size) {
-    if (size < 3 || section[0] != static_cast<unsigned short>(tableId)) {
-      return false;
-    }
-    if (!isExtensionCompared(tableId) || (section[1] & 0x80) == 0) {
-      return true;
-    }
-    return size >= 5 && ((section[3] << 8) | section[4]) == static_cast<unsigned short>(tableIdExt);
-  }
+                      unsigned int size);
 
   // Whether the section carries a CRC_32: every long-form section, and the
   // TOT among the short-form ones.
