@@ -40,25 +40,45 @@ struct TableKind {
   // ids no row of it carries).
   static const TableKind* rows(size_t* count) {
     static const TableKind kRows[] = {
-        {"PAT", 0x0000, {0x00, 0x00, 0x00, 0x00}, false, 2, kPat, kParsePat,
-         TISDBTTable::kTypePat},
+        {"PAT", 0x0000, {0x00, 0x00, 0x00, 0x00}, false, 2, kPat, kParsePat, TISDBTTable::kTypePat},
         {"CAT", 0x0001, {0x01, 0x01, 0x01, 0x01}, false, 20, kCat, kParseNothing, 0x00010000u},
-        {"NIT", 0x0010, {0x40, 0x41, 0x40, 0x41}, false, 4, kNit, kParseNit,
-         TISDBTTable::kTypeNit},
-        {"SDT", 0x0011, {0x42, 0x42, 0x46, 0x46}, false, 4, kSdt, kParseSdt,
-         TISDBTTable::kTypeSdt},
-        {"EIT schedule", 0x0012, {0x50, 0x6F, 0x50, 0x6F}, true, 60, kEitSchedule, kParseNothing,
+        {"NIT", 0x0010, {0x40, 0x41, 0x40, 0x41}, false, 4, kNit, kParseNit, TISDBTTable::kTypeNit},
+        {"SDT", 0x0011, {0x42, 0x42, 0x46, 0x46}, false, 4, kSdt, kParseSdt, TISDBTTable::kTypeSdt},
+        {"EIT schedule",
+         0x0012,
+         {0x50, 0x6F, 0x50, 0x6F},
+         true,
+         60,
+         kEitSchedule,
+         kParseNothing,
          0x00120000u},
-        {"EIT p/f actual", 0x0012, {0x4E, 0x4E, 0x4E, 0x4E}, true, 6, kEitPf, kParseNothing,
+        {"EIT p/f actual",
+         0x0012,
+         {0x4E, 0x4E, 0x4E, 0x4E},
+         true,
+         6,
+         kEitPf,
+         kParseNothing,
          0x0012004Eu},
-        {"EIT p/f other", 0x0012, {0x4F, 0x4F, 0x4F, 0x4F}, true, 6, kEitPf, kParseNothing,
+        {"EIT p/f other",
+         0x0012,
+         {0x4F, 0x4F, 0x4F, 0x4F},
+         true,
+         6,
+         kEitPf,
+         kParseNothing,
          0x0012004Fu},
-        {"TOT", 0x0014, {0x73, 0x73, 0x70, 0x70}, false, 60, kTot, kParseTot,
+        {"TOT",
+         0x0014,
+         {0x73, 0x73, 0x70, 0x70},
+         false,
+         60,
+         kTot,
+         kParseTot,
          TISDBTTable::kTypeTot},
         {"BIT", 0x0024, {0xC4, 0xC4, 0xC4, 0xC4}, true, 4, kNit, kParseNothing, 0x00240000u},
         {"M-EIT", 0x0026, {0x4E, 0x4F, 0x4E, 0x4F}, true, 6, kPid26, kParseNothing, 0x00260000u},
-        {"PMT", kAnyPid, {0x02, 0x02, 0x02, 0x02}, true, 2, kPmt, kParsePmt,
-         TISDBTTable::kTypePmt},
+        {"PMT", kAnyPid, {0x02, 0x02, 0x02, 0x02}, true, 2, kPmt, kParsePmt, TISDBTTable::kTypePmt},
         {"AIT", kAnyPid, {0x74, 0x74, 0x74, 0x74}, true, 1, kNone, kParseNothing, 0xFFFF0074u},
     };
     *count = sizeof(kRows) / sizeof(kRows[0]);
@@ -73,8 +93,8 @@ struct TableKind {
     static const TableKind kUnknown = {
         "", kAnyPid, {0xFF, 0x00, 0xFF, 0x00}, true, 1, kNone, kParseNothing, kNoType};
     const unsigned short wirePid = static_cast<unsigned short>(pid);
-    const unsigned int id = tableId >= 0 && tableId <= 0xFF ? static_cast<unsigned int>(tableId)
-                                                            : 0x100u;
+    const unsigned int id =
+        tableId >= 0 && tableId <= 0xFF ? static_cast<unsigned int>(tableId) : 0x100u;
     size_t count = 0;
     const TableKind* all = rows(&count);
     const TableKind* first = NULL;

@@ -28,10 +28,10 @@
 #include "RecordingServer.h"
 #include "RequestFollower.h"
 #include "TCommand.h"
-#include "TableCatalog.h"
 #include "TCrc32.h"
 #include "TDataRequestCommand.h"
 #include "TISDBTTable.h"
+#include "TableCatalog.h"
 
 namespace {
 

@@ -358,8 +358,8 @@ void ChannelScan::start() {
   }
   state.core->setRequestNotificationCallback(&ChannelScan::notify);
   for (const TableKind* kind : {&kPat, &kNit, &kSdt, &kTot}) {
-    state.send(m_pState, kind->name, state.mode, static_cast<short>(kind->pid),
-               kind->tableIds[0], 0);
+    state.send(m_pState, kind->name, state.mode, static_cast<short>(kind->pid), kind->tableIds[0],
+               0);
   }
 }
 

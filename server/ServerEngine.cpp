@@ -64,7 +64,8 @@ ServerEngine::ServerEngine(SectionSource* source, const Options& options)
       m_options(options),
       m_bShutdown(false),
       m_bCallingOut(false),
-      m_iExecuting(0) {}
+      m_iExecuting(0),
+      m_bWarnedNoDestination(false) {}
 
 ServerEngine::~ServerEngine() {
   shutdown();
@@ -379,6 +380,19 @@ ServerEngine::Clock::time_point ServerEngine::__nextWake() const {
   return wake;
 }
 
+// The data destination; a server that was never given one is told once why
+// its requests get no answer.
+GingaDataDestination* ServerEngine::getDestination() {
+  GingaDataDestination* destination = getDataDestination();
+  if (!destination && !m_bWarnedNoDestination.exchange(true)) {
+    ostrel_log_std_generic(4, kModule,
+                           "%s: injectData: ERROR: no data destination: sections are dropped "
+                           "(setDataDestination was not called)",
+                           kModule);
+  }
+  return destination;
+}
+
 void ServerEngine::callOut(CallOut* out) {
   for (size_t i = 0; i < out->closeFilters.size(); ++i) {
     m_pSource->closeFilter(out->closeFilters[i].first, out->closeFilters[i].second);
@@ -391,7 +405,7 @@ void ServerEngine::callOut(CallOut* out) {
   }
   for (size_t i = 0; i < out->injections.size(); ++i) {
     CallOut::Injection& injection = out->injections[i];
-    GingaDataDestination* destination = getDataDestination();
+    GingaDataDestination* destination = getDestination();
     if (destination) {
       destination->injectData(injection.key.tunerId, injection.key.pid, injection.key.tableId,
                               injection.key.tableIdExt, NULL, &injection.section[0],
@@ -584,7 +598,7 @@ int ServerEngine::executeSyncRequest(int tunerId, short pid, short tableId, shor
     std::lock_guard<std::mutex> lock(m_mutex);
     ++(sections.empty() ? m_counters.syncRefused : m_counters.syncAnswered);
   }
-  GingaDataDestination* destination = getDataDestination();
+  GingaDataDestination* destination = sections.empty() ? NULL : getDestination();
   for (size_t i = 0; destination && i < sections.size(); ++i) {
     destination->injectData(tunerId, pid, tableId, tableIdExt, NULL, &sections[i][0],
                             static_cast<unsigned int>(sections[i].size()));

@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <list>
@@ -183,6 +184,7 @@ class ServerEngine : public GingaServer {
   Clock::time_point __nextWake() const;
   // With no lock held.
   void callOut(CallOut* out);
+  GingaDataDestination* getDestination();
 
   SectionSource* const m_pSource;
   const Options m_options;
@@ -197,6 +199,7 @@ class ServerEngine : public GingaServer {
   std::map<FilterKey, uint64_t> m_mapCrcErrors;
   Counters m_counters;
   std::thread::id m_deliveryThreadId;
+  std::atomic<bool> m_bWarnedNoDestination;
   static thread_local int s_iExecuteDepth;
   std::thread m_deliveryThread;
 };

@@ -3,6 +3,7 @@
 #include <thread>
 #include <tuple>
 
+#include "LogCapture.h"
 #include "ReceiverSimulator.h"
 #include "SectionMatch.h"
 #include "TCommand.h"
@@ -151,6 +152,24 @@ TEST_F(Simulator, EachRequestGetsTheNextNewSectionOfItsTableUnderItsKey) {
   EXPECT_EQ(3u, counters.requestsOpened);
   EXPECT_EQ(1u, counters.timedOut);
   EXPECT_EQ(1u, counters.tablesCompleted);
+}
+
+// A server nobody gave a destination says so once, instead of only timing out.
+TEST_F(Simulator, AServerWithoutADestinationSaysSoOnce) {
+  ReceiverSimulator* sim = make();
+  sim->setDataDestination(nullptr);
+  OstrelTest::LogCapture log;
+  unsigned char cc = 0;
+  for (short ext : {7, 8}) {
+    ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, ext, 1));
+    feedSections(sim, 0, kPmtPid, {pmtSection(ext)}, &cc);
+  }
+  for (int i = 0; i < 200 && sim->getCounters().deliveries < 2; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  sim->waitBusyCommands();
+  EXPECT_EQ(1, log.count("ServerEngine: injectData: ERROR: no data destination: sections are "
+                         "dropped (setDataDestination was not called)"));
 }
 
 TEST_F(Simulator, ANewRequestIsAnsweredOnlyAfterItsStartUpTime) {
