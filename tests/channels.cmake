@@ -12,3 +12,12 @@ if(TARGET OstrelScan)
     set_tests_properties(scan_channels_test PROPERTIES SKIP_RETURN_CODE 77)
   endif()
 endif()
+
+# dvbv5-zap records a service from the channel file of a scan of the emulated
+# adapter (root, a private mount namespace; skipped, 77, without dvbv5-zap).
+if(TARGET ostrel-scan AND TARGET ostrel-dvb-emu AND TARGET OstrelDvbServer)
+  add_test(NAME dvb_zap_check
+           COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/dvb_zap_check.sh $<TARGET_FILE:ostrel-dvb-emu>
+                   $<TARGET_FILE:ostrel-scan> ${OSTREL_SAMPLE_STREAM})
+  set_tests_properties(dvb_zap_check PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)
+endif()
