@@ -24,8 +24,17 @@ bool listed(const ChannelScan::Service& s) {
   return s.inPat;
 }
 
+// Both formats are line-based: control characters in a name become spaces.
+std::string printable(std::string text) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+      c = ' ';
+  }
+  return text;
+}
+
 std::string nameOf(const ChannelScan::Service& s) {
-  return s.name.empty() ? "Service " + std::to_string(s.id) : s.name;
+  return printable(s.name.empty() ? "Service " + std::to_string(s.id) : s.name);
 }
 
 unsigned short networkOf(const ChannelScan::Result& r) {
@@ -161,8 +170,8 @@ std::string ChannelFiles::vdr(const std::vector<ChannelScan::Result>& results) {
             apids += "@" + std::to_string(e.type);
         }
       }
-      out << vdrText(nameOf(s)) << ";" << vdrText(s.provider) << ":" << frequency << ":" << params
-          << ":T:0:" << vpid << ":" << (apids.empty() ? "0" : apids)
+      out << vdrText(nameOf(s)) << ";" << vdrText(printable(s.provider)) << ":" << frequency << ":"
+          << params << ":T:0:" << vpid << ":" << (apids.empty() ? "0" : apids)
           << (dpids.empty() ? "" : ";" + dpids) << ":0:0:" << s.id << ":" << networkOf(r) << ":"
           << r.transportStreamId << ":0\n";
     }

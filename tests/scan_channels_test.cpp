@@ -45,7 +45,7 @@ std::vector<ChannelScan::Result> results() {
   a.transmissionMode = 3;
   a.guardInterval = 1;
   a.services = {service(0xE760, "Ostrel HD", 0x111, {{0x1B, 0x111}, {0x0F, 0x112}, {0x06, 0x114}}),
-                service(0xE761, "A:b,c;d", 0x100, {{0x02, 0x120}, {0x03, 0x121}, {0x81, 0x122}}),
+                service(0xE761, "A:b,c;d\n", 0x100, {{0x02, 0x120}, {0x03, 0x121}, {0x81, 0x122}}),
                 service(0xE762, "Only in the SDT", 0, {}, false),
                 service(0xE778, "Ostrel 1seg", 0x181, {{0x1B, 0x181}, {0x0F, 0x183}}, true, true)};
   ChannelScan::Result b;
@@ -68,52 +68,18 @@ struct Expected {
   uint32_t mode, guard, partial;
 };
 
+// clang-format off
 const Expected kExpected[] = {
-    {"Ostrel HD",
-     0xE760,
-     0x0641,
-     0x0640,
-     {0x111},
-     {0x112},
-     {{6, 0x114}},
-     575142857,
-     TRANSMISSION_MODE_8K,
-     GUARD_INTERVAL_1_16,
-     1},
-    {"A:b,c;d",
-     0xE761,
-     0x0641,
-     0x0640,
-     {0x120},
-     {0x121, 0x122},
-     {},
-     575142857,
-     TRANSMISSION_MODE_8K,
-     GUARD_INTERVAL_1_16,
-     1},
-    {"Ostrel 1seg",
-     0xE778,
-     0x0641,
-     0x0640,
-     {0x181},
-     {0x183},
-     {},
-     575142857,
-     TRANSMISSION_MODE_8K,
-     GUARD_INTERVAL_1_16,
-     1},
-    {"Service 3",
-     3,
-     9,
-     7,
-     {},
-     {},
-     {{0x0D, 0x200}, {0x0D, 0x201}},
-     -1,
-     TRANSMISSION_MODE_AUTO,
-     GUARD_INTERVAL_AUTO,
-     0},
+    {"Ostrel HD", 0xE760, 0x0641, 0x0640, {0x111}, {0x112}, {{6, 0x114}}, 575142857,
+     TRANSMISSION_MODE_8K, GUARD_INTERVAL_1_16, 1},
+    {"A:b,c;d ", 0xE761, 0x0641, 0x0640, {0x120}, {0x121, 0x122}, {}, 575142857,
+     TRANSMISSION_MODE_8K, GUARD_INTERVAL_1_16, 1},
+    {"Ostrel 1seg", 0xE778, 0x0641, 0x0640, {0x181}, {0x183}, {}, 575142857,
+     TRANSMISSION_MODE_8K, GUARD_INTERVAL_1_16, 1},
+    {"Service 3", 3, 9, 7, {}, {}, {{0x0D, 0x200}, {0x0D, 0x201}}, -1,
+     TRANSMISSION_MODE_AUTO, GUARD_INTERVAL_AUTO, 0},
 };
+// clang-format on
 
 std::string tempPath(const char* suffix) {
   return std::string("/tmp/scan_channels_test.") + std::to_string(getpid()) + suffix;
@@ -177,7 +143,7 @@ TEST(ChannelFilesTest, VdrLinesHaveVdrsFieldsAndTypes) {
   const char* const expected[][6] = {
       // name, frequency, parameters, vpid, apid, sid
       {"Ostrel HD", "575142857", "B6G16I999T8", "273=27", "274@15", "59232"},
-      {"A|b.c.d", "575142857", "B6G16I999T8", "288+256=2", "289;290", "59233"},
+      {"A|b.c.d ", "575142857", "B6G16I999T8", "288+256=2", "289;290", "59233"},
       {"Ostrel 1seg", "575142857", "B6G16I999T8", "385=27", "387@15", "59256"},
       {"Service 3", "0", "B6I999", "0", "0", "3"},
   };
