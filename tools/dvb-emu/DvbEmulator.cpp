@@ -318,7 +318,7 @@ void DvbEmulator::deliver(DemuxHandle* h, const unsigned char* data, unsigned in
     h->sections.emplace_back(data, data + size);
     h->used += size;
     h->hasDeadline = false;  // the time-out runs only until the first section
-    if (h->params.flags & DMX_ONESHOT) {
+    if (h->kind == DemuxHandle::kSections && (h->params.flags & DMX_ONESHOT)) {
       h->state = DemuxHandle::kDone;
     }
   }
