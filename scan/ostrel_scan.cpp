@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "ChannelFiles.h"
 #include "ChannelScan.h"
 #ifdef OSTREL_HAVE_DVB_SERVER
 #include "DvbServer.h"
@@ -67,6 +68,8 @@ struct Options {
   bool quiet = false;
   bool verbose = false;
   FaultPlan faults;
+  std::string channelsPath;  // --channels
+  int channelsFormat = -1;   // a ChannelFiles::Format; -1: by the file name
 };
 
 // The progress line and log lines share standard error: one at a time, and a
@@ -101,6 +104,10 @@ void usage(std::FILE* to) {
                "                    one tuner each; may be repeated); see docs/dvb.md\n"
                "  --json            print JSON instead of tables\n"
                "  --trace FILE      write every request's life as a Chrome trace (JSON)\n"
+               "  --channels FILE   write the services found as a channel file for dvbv5-zap\n"
+               "                    or VDR (docs/dvb.md)\n"
+               "  --channels-format dvbv5|vdr  its format; default vdr for channels.conf and\n"
+               "                    *.vdr, else dvbv5\n"
                "  --fast            play as fast as possible (default: real time by PCR)\n"
                "  --bitrate BPS     play at this many bits per second (1000 or more)\n"
                "  --once            do not loop a file at its end\n"
@@ -186,6 +193,27 @@ int parse(int argc, char** argv, Options* o) {
       if (!file)
         return kExitUsage;
       o->tracePath = file;
+    } else if (arg == "--channels" || arg == "--channels-format") {
+      ChannelFiles::Format format = ChannelFiles::kDvbv5;
+      const char* text = operand(arg == "--channels" ? "a file to write" : "dvbv5 or vdr");
+      if (!text || (arg != "--channels" && !ChannelFiles::parseFormat(text, &format))) {
+        if (text)
+          std::fprintf(stderr, "ostrel-scan: --channels-format needs dvbv5 or vdr, not %s\n", text);
+        return kExitUsage;
+      }
+      // Checked now, not found unwritable after the scan.
+      std::FILE* out = arg == "--channels" ? std::fopen(text, "a") : NULL;
+      if (out)
+        std::fclose(out);
+      if (arg == "--channels" && !out) {
+        std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
+                     RequestTrace::escape(text).c_str(), std::strerror(errno));
+        return kExitInput;
+      }
+      if (arg == "--channels")
+        o->channelsPath = text;
+      else
+        o->channelsFormat = format;
     } else if (arg == "--fast") {
       o->pacing = ReceiverSimulator::kAsFastAsPossible;
     } else if (arg == "--bitrate") {
@@ -468,6 +496,25 @@ std::vector<int> listTuners(OstrelGingaCommonCore* core) {
   return tuners;
 }
 
+// Writes the channel file of what the tuners found, when asked; false when
+// it cannot be written (said on standard error).
+bool writeChannels(const Options& o, const std::vector<ChannelScan::Result>& results,
+                   bool notes = true) {
+  if (o.channelsPath.empty())
+    return true;
+  for (const std::string& note : notes ? ChannelFiles::gaps(results) : std::vector<std::string>())
+    std::fprintf(stderr, "ostrel-scan: channel file: %s\n", note.c_str());
+  std::string error;
+  const ChannelFiles::Format format = o.channelsFormat < 0
+                                          ? ChannelFiles::formatOf(o.channelsPath)
+                                          : static_cast<ChannelFiles::Format>(o.channelsFormat);
+  if (!ChannelFiles::write(o.channelsPath, format, results, &error)) {
+    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", RequestTrace::escape(error).c_str());
+    return false;
+  }
+  return true;
+}
+
 int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
             RequestTrace* trace) {
   const std::vector<int> tuners = listTuners(core);
@@ -475,11 +522,13 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   int status = tuners.empty() ? kExitInput : kExitOk;
   if (o.json && count > 1)
     std::cout << "[\n";
+  std::vector<ChannelScan::Result> results;
   for (int t = 0; t < count; ++t) {
     ChannelScan::Result r = scanTuner(core, receiver, tuners[t], 1, o, trace);
     if (s_iInterrupted) {
       break;
     }
+    results.push_back(r);
     const std::string error = receiver->error(tuners[t]);
     if (!error.empty()) {
       std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
@@ -490,6 +539,8 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   }
   if (o.json && count > 1)
     std::cout << "]\n";
+  if (!s_iInterrupted && !writeChannels(o, results))
+    return kExitInput;
   return status;
 }
 
@@ -503,6 +554,7 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   bool anyPat = false;
   for (long round = 0; !s_iInterrupted && (o.rounds < 0 || round < o.rounds); ++round) {
     auto started = std::chrono::steady_clock::now();
+    std::vector<ChannelScan::Result> results;
     for (size_t t = 0; t < tuners.size() && !s_iInterrupted; ++t) {
       // After the first round, ask the receiver each time: the cache would
       // keep answering with what it has.
@@ -511,6 +563,7 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
         break;  // a round cut short is no change
       }
       anyPat = anyPat || r.hasPat;
+      results.push_back(r);
       if (round == 0) {
         warnIncomplete(r, tuners[t], receiver->name(tuners[t]));
       }
@@ -529,6 +582,9 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
         std::cout << localClock() << " tuner " << tuners[t] << ": no change" << std::endl;
       }
     }
+    // The channel file follows each whole round.
+    if (!s_iInterrupted && !writeChannels(o, results, round == 0))
+      return kExitInput;
     // An input that has ended says nothing new.
     bool allEnded = true;
     for (size_t t = 0; t < tuners.size(); ++t) {
