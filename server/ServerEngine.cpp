@@ -184,6 +184,27 @@ void ServerEngine::settle() {
   std::this_thread::sleep_until(ready);
 }
 
+void ServerEngine::ownRequestsRecorded() {
+  const Clock::time_point now = Clock::now();
+  const std::thread::id self = std::this_thread::get_id();
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (s_iExecuteDepth > 0) {
+      return;  // inside an execute: the sender has not recorded it yet
+    }
+    for (std::map<Key, Gather>::iterator it = m_mapGathers.begin(); it != m_mapGathers.end();
+         ++it) {
+      for (std::list<Request>::iterator request = it->second.requests.begin();
+           request != it->second.requests.end(); ++request) {
+        if (request->command && request->sender == self && request->passFrom > now) {
+          request->passFrom = now;
+        }
+      }
+    }
+  }
+  m_pSource->interrupt();
+}
+
 // ---- Requests ----
 
 // REQUIRES: m_mutex held.
@@ -558,6 +579,7 @@ int ServerEngine::executeOpenRequest(TDataRequestCommand* command) {
   request.waiter = NULL;
   request.timeOut = std::chrono::seconds(command->getTimeOut() ? command->getTimeOut() : 1);
   request.deadline = now + request.timeOut;
+  request.sender = std::this_thread::get_id();
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_bShutdown) {
@@ -570,6 +592,9 @@ int ServerEngine::executeOpenRequest(TDataRequestCommand* command) {
         fromDelivery ? now : now + std::chrono::milliseconds(m_options.filterStartMs);
     __attach(key, request);
     ++m_counters.requestsOpened;
+    if (fromDelivery) {
+      return 1;  // that thread plans again before it reads the source
+    }
   }
   m_pSource->interrupt();
   return 1;
@@ -619,6 +644,7 @@ bool ServerEngine::waitForSection(int tunerId, short pid, short tableId, short t
   request.passFrom = now;
   request.timeOut = std::chrono::milliseconds(m_options.syncWaitMs);
   request.deadline = now + request.timeOut;
+  request.sender = std::this_thread::get_id();
   std::unique_lock<std::mutex> lock(m_mutex);
   if (m_bShutdown || std::this_thread::get_id() == m_deliveryThreadId) {
     return false;

@@ -112,6 +112,13 @@ class ServerEngine : public GingaServer {
   // loses nothing those requests ask for. Not on the delivery thread.
   void settle();
 
+  // The calling thread has recorded every open request it sent so far (its
+  // executes have returned): they may be answered at once instead of
+  // filterStartMs after they were executed. A scan that sends its first
+  // requests and then starts the source calls it in between, so that the
+  // source's start waits for nothing.
+  void ownRequestsRecorded();
+
   // Stops the delivery thread early (a derived server's destructor calls it
   // before its source goes); idempotent.
   void shutdown();
@@ -135,6 +142,7 @@ class ServerEngine : public GingaServer {
     Clock::time_point passFrom;
     Clock::time_point deadline;
     Clock::duration timeOut;
+    std::thread::id sender;
   };
   struct Key {
     int tunerId;

@@ -130,6 +130,13 @@ bool ReceiverSimulator::Impl::getTuners(std::vector<Tuner>* tuners) {
   return true;
 }
 
+bool ReceiverSimulator::Impl::waitDrained(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  return m_condReader.wait_for(lock, timeout, [this] {
+    return m_bShutdown || (m_dequeQueue.empty() && m_ullDone >= m_ullTaken);
+  });
+}
+
 void ReceiverSimulator::Impl::setFaultPlan(const FaultPlan& plan) {
   std::lock_guard<std::mutex> lock(m_mutex);
   m_faults = plan;

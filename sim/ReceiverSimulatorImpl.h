@@ -56,6 +56,9 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   bool startTuner(int tunerId);
   bool feed(int tunerId, const unsigned char* data, size_t size);
   TunerInput* getTuner(int tunerId) const;
+  // Waits until no section waits in the queue and the engine is back from
+  // the last one it was given; false when timeout passed first.
+  bool waitDrained(std::chrono::milliseconds timeout);
   void setFaultPlan(const FaultPlan& plan);
   void getFaultCounts(uint64_t* dropped, uint64_t* corrupted) const;
   std::string getKeyHolder(unsigned int keyCode) const;
