@@ -274,7 +274,7 @@ void ServerEngine::__take(const SectionSource::Section& section) {
 // where the tuner's demux has room; when it has none, gathers that only
 // linger give theirs up.
 void ServerEngine::__planFilters(CallOut* out) {
-  std::map<int, unsigned int> inUse;
+  bool toOpen = false;
   for (std::map<FilterKey, Filter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();) {
     if (it->second.keys == 0) {
       if (it->second.open) {
@@ -283,8 +283,16 @@ void ServerEngine::__planFilters(CallOut* out) {
       m_mapFilters.erase(it++);
       continue;
     }
-    inUse[it->first.first] += it->second.open ? 1 : 0;
+    toOpen = toOpen || (!it->second.open && !it->second.failed);
     ++it;
+  }
+  if (!toOpen) {
+    return;  // the usual case: every filter needed is open
+  }
+  std::map<int, unsigned int> inUse;
+  for (std::map<FilterKey, Filter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
+       ++it) {
+    inUse[it->first.first] += it->second.open ? 1 : 0;
   }
   for (std::map<FilterKey, Filter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
        ++it) {
@@ -362,7 +370,11 @@ void ServerEngine::__plan(Clock::time_point now, CallOut* out) {
       // only; the delivery thread injects for open requests.
       if (!injection.answered.empty()) {
         ++m_counters.deliveries;
-        out->injections.push_back(injection);
+        out->injections.push_back(CallOut::Injection());
+        CallOut::Injection& moved = out->injections.back();
+        moved.key = injection.key;
+        moved.section.swap(injection.section);
+        moved.answered.swap(injection.answered);
       }
     }
     if (gather.requests.empty() && lastTimeOut != Clock::duration::zero()) {
