@@ -33,8 +33,9 @@ class TDataRequestCommand;
 // key open at that moment, which are then closed (closeOpenRequest); the
 // next section waits for the next request. A request sent from another
 // thread than the delivery thread is answered no sooner than filterStartMs
-// after it was executed, so that its sender records it first; one sent from
-// a notification on the delivery thread is answered at once. A request not
+// after it was executed, so that its sender records it first (or from the
+// moment its sender says it has, ownRequestsRecorded); one sent from a
+// notification on the delivery thread is answered at once. A request not
 // answered by its time-out (the command's seconds) is closed. Once its last
 // request is closed, a key's gatherer keeps its filter open for one more
 // time-out of that request (unless its table has come whole), holding what
