@@ -1,6 +1,7 @@
 #include "ReceiverSimulatorImpl.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "TransportStreamSource.h"
 #include "TsPacket.h"
@@ -31,18 +32,34 @@ inline void relaxCpu() {
 
 // Waits at most kSpinWait, without sleeping, for ready() to hold; true when
 // it did. Sleeping and being woken cost two switches of thread, far more
-// than the engine's work for one section.
+// than the engine's work for one section. On one core the other side cannot
+// run meanwhile, and where waits have not paid lately (a loaded machine, the
+// other side asleep) most waits sleep at once: *misses counts the waits that
+// ran out, and after kMissesToSkip of them only one in kSkipRound waits.
 template <typename Ready>
-bool spinFor(Ready ready) {
+bool spinFor(std::atomic<unsigned int>* misses, Ready ready) {
+  static const bool s_bManyCores = std::thread::hardware_concurrency() > 1;
+  const unsigned int kMissesToSkip = 4;
+  const unsigned int kSkipRound = 64;
+  const unsigned int missed = misses->load(std::memory_order_relaxed);
+  if (!s_bManyCores ||
+      (missed >= kMissesToSkip && (missed - kMissesToSkip) % kSkipRound != kSkipRound - 1)) {
+    if (missed >= kMissesToSkip) {
+      misses->fetch_add(1, std::memory_order_relaxed);
+    }
+    return ready();
+  }
   const std::chrono::steady_clock::time_point until = std::chrono::steady_clock::now() + kSpinWait;
   do {
     for (int i = 0; i < 32; ++i) {
       if (ready()) {
+        misses->store(0, std::memory_order_relaxed);
         return true;
       }
       relaxCpu();
     }
   } while (std::chrono::steady_clock::now() < until);
+  misses->fetch_add(1, std::memory_order_relaxed);
   return false;
 }
 
@@ -62,6 +79,8 @@ ReceiverSimulator::Impl::Impl(const Options& options)
       m_ullTaken(0),
       m_aullDone(0),
       m_aullQueueEvents(0),
+      m_auiReaderMisses(0),
+      m_auiEngineMisses(0),
       m_rng(1),
       m_ullDropped(0),
       m_ullCorrupted(0) {}
@@ -248,7 +267,8 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
       spun = true;
       const uint64_t seen = m_aullQueueEvents.load(std::memory_order_acquire);
       lock.unlock();
-      spinFor([this, seen] { return m_aullQueueEvents.load(std::memory_order_acquire) != seen; });
+      spinFor(&m_auiEngineMisses,
+              [this, seen] { return m_aullQueueEvents.load(std::memory_order_acquire) != seen; });
       lock.lock();
       continue;
     }
@@ -298,7 +318,8 @@ void ReceiverSimulator::Impl::onSection(int tunerId, unsigned short pid, const u
   if (!m_bShutdown && m_ullDone < m_ullPushed && m_faults.delayMs == 0) {
     const uint64_t pushed = m_ullPushed;
     lock.unlock();
-    spinFor([this, pushed] { return m_aullDone.load(std::memory_order_acquire) >= pushed; });
+    spinFor(&m_auiReaderMisses,
+            [this, pushed] { return m_aullDone.load(std::memory_order_acquire) >= pushed; });
     lock.lock();
   }
   m_condReader.wait(

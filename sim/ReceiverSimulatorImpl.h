@@ -124,6 +124,9 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   // interrupt, the shutdown).
   std::atomic<uint64_t> m_aullDone;
   std::atomic<uint64_t> m_aullQueueEvents;
+  // Waits without sleeping that ran out lately, each side's.
+  std::atomic<unsigned int> m_auiReaderMisses;
+  std::atomic<unsigned int> m_auiEngineMisses;
   std::map<CarriedKey, std::vector<unsigned char>> m_mapCarried;
   std::map<int, size_t> m_mapCarriedCount;
   FaultPlan m_faults;
