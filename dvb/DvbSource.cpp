@@ -26,7 +26,8 @@ DvbSource::DvbSource(const std::vector<std::string>& adapters, const Options& op
     : m_vecAdapters(adapters),
       m_options(options),
       m_iWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      m_lastRead(-1, 0) {
+      m_lastRead(-1, 0),
+      m_bInterrupted(false) {
   if (m_iWakeFd < 0) {
     dvbLog("eventfd: ERROR: %s; the delivery thread will poll every %d ms", std::strerror(errno),
            kPollWithoutWakeMs);
@@ -80,13 +81,58 @@ void DvbSource::closeFilter(int tunerId, unsigned short pid) {
 }
 
 void DvbSource::interrupt() {
+  m_bInterrupted = true;
   const uint64_t one = 1;
   if (m_iWakeFd >= 0 && ::write(m_iWakeFd, &one, sizeof(one)) < 0 && errno != EAGAIN) {
     dvbLog("write: ERROR: wake-up event: %s", std::strerror(errno));
   }
 }
 
+bool DvbSource::readReady(ReadResult* result, Section* section) {
+  while (!m_dequeReady.empty()) {
+    const FilterKey key = m_dequeReady.front();
+    m_dequeReady.pop_front();
+    std::map<FilterKey, Filter>::iterator it = m_mapFilters.find(key);
+    if (it == m_mapFilters.end() || it->second.failed) {
+      continue;  // closed, or failed, since the poll
+    }
+    switch (it->second.device->read(&section->data)) {
+      case DvbDemuxFilter::kSection:
+        m_dequeReady.push_back(key);  // more may wait; the others go first
+        m_lastRead = key;
+        section->tunerId = key.first;
+        section->pid = key.second;
+        *result = kSection;
+        return true;
+      case DvbDemuxFilter::kLost:
+        m_dequeReady.push_back(key);
+        *result = kNothing;  // logged; a later repetition answers
+        return true;
+      case DvbDemuxFilter::kFailed:
+        it->second.failed = true;
+        section->tunerId = key.first;
+        section->pid = key.second;
+        *result = kFilterFailed;
+        return true;
+      default:
+        break;  // drained: polled again
+    }
+  }
+  return false;
+}
+
 SectionSource::ReadResult DvbSource::readSection(int timeoutMs, Section* section) {
+  if (m_bInterrupted.exchange(false)) {
+    uint64_t count = 0;
+    if (m_iWakeFd >= 0 && ::read(m_iWakeFd, &count, sizeof(count)) < 0 && errno != EAGAIN) {
+      dvbLog("read: ERROR: wake-up event: %s", std::strerror(errno));
+    }
+    return kNothing;
+  }
+  ReadResult fromReady = kNothing;
+  if (readReady(&fromReady, section)) {
+    return fromReady;
+  }
   std::vector<pollfd> fds(1);
   std::vector<std::map<FilterKey, Filter>::iterator> polled(1, m_mapFilters.end());
   fds[0].fd = m_iWakeFd;  // a negative descriptor is ignored by poll
@@ -112,6 +158,7 @@ SectionSource::ReadResult DvbSource::readSection(int timeoutMs, Section* section
     return kNothing;
   }
   if (fds[0].revents) {
+    m_bInterrupted = false;
     uint64_t count = 0;
     if (::read(m_iWakeFd, &count, sizeof(count)) < 0 && errno != EAGAIN) {
       dvbLog("read: ERROR: wake-up event: %s", std::strerror(errno));
@@ -144,8 +191,17 @@ SectionSource::ReadResult DvbSource::readSection(int timeoutMs, Section* section
       result = DvbDemuxFilter::kFailed;
     }
   }
+  // The other ready filters are read on from the next call, in turn after
+  // this one; this one too while it has sections.
+  for (size_t i = chosen + 1; i < fds.size() + chosen; ++i) {
+    const size_t at = i < fds.size() ? i : i - fds.size() + 1;
+    if (at != chosen && fds[at].revents == POLLIN) {
+      m_dequeReady.push_back(polled[at]->first);
+    }
+  }
   switch (result) {
     case DvbDemuxFilter::kSection:
+      m_dequeReady.push_back(m_lastRead);
       return kSection;
     case DvbDemuxFilter::kFailed:
       filter.failed = true;

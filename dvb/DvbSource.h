@@ -1,6 +1,8 @@
 #ifndef OSTREL_DVB_SOURCE_H
 #define OSTREL_DVB_SOURCE_H
 
+#include <atomic>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,7 +24,11 @@ class DvbDemuxFilter;
 // demux (DvbDemuxFilter: the PID, every section passing, CRC left to the
 // engine). readSection polls every open filter and an eventfd that interrupt
 // writes, and reads one section from a ready filter, taking the ready filters
-// in turn so that a busy PID does not starve the others; a filter whose read
+// in turn so that a busy PID does not starve the others. The filters a poll
+// found ready are read on, one section per call and in turn, until each has
+// nothing left, before the next poll: one poll serves many sections (a poll
+// costs as much as a read). After an interrupt the next call returns
+// kNothing at once. A filter whose read
 // fails, or that poll reports in error or hung up, is reported once as
 // kFilterFailed (logged) and left out of the poll until it is closed. The
 // tuner list reads each adapter's frontend (DvbFrontend). Keys, application
@@ -68,8 +74,14 @@ class DvbSource : public SectionSource {
   const std::vector<std::string> m_vecAdapters;
   const Options m_options;
   int m_iWakeFd;  // eventfd written by interrupt; -1 when it could not be made
+  // REQUIRES: the delivery thread. Reads one section from the filters the
+  // last poll found ready; false when none has one left.
+  bool readReady(ReadResult* result, Section* section);
+
   std::map<FilterKey, Filter> m_mapFilters;
-  FilterKey m_lastRead;  // the filter read last: the next read starts after it
+  FilterKey m_lastRead;                // the filter read last: the next read starts after it
+  std::deque<FilterKey> m_dequeReady;  // found ready by the last poll, not yet drained
+  std::atomic<bool> m_bInterrupted;    // interrupt was called: the next call polls
 };
 
 }  // namespace Ostrel

@@ -39,7 +39,8 @@ const short kPmtTableId = TableKind::named("PMT")->tableIds[0];
 // Request ids are unique in the process, so that scans may overlap.
 std::atomic<unsigned int> s_uiNextRequestId(1);
 
-// How often waitFor asks the carriage probe.
+// How often waitFor asks the carriage probe; a simulated tuner's end wakes it
+// at once.
 const std::chrono::milliseconds kProbeEvery(20);
 // Beyond the receiver's filter start, for the sender to record its request.
 const double kSettleMarginMs = 30;
@@ -68,6 +69,7 @@ struct ChannelScan::State {
   std::mutex mutex;  // guards every field below
   std::condition_variable cond;
   bool closed = false;
+  bool inputEnded = false;  // the tuner's input ended since the last probe
   unsigned int pending = 0;
   Result result;  // the requests; what the tables said is in tables
   ScanTables tables;
@@ -301,7 +303,8 @@ ChannelScan::CarriageProbe ChannelScan::probeOf(ReceiverSimulator* sim, int tune
       return false;
     }
     const TunerInput::Progress progress = tuner->getProgress();
-    sim->waitBusyCommands();
+    // What was played before the progress was read has been delivered.
+    sim->waitDelivered(std::chrono::seconds(1));
     carriage->played = progress.packets;
     carriage->passLength = progress.passPackets;
     carriage->ended = progress.ended;
@@ -344,7 +347,24 @@ const char* ChannelScan::outcomeName(Outcome outcome) {
 
 void ChannelScan::startOn(ReceiverSimulator* sim) {
   setCarriageProbe(probeOf(sim, m_pState->tunerId));
+  // The end of the input ends what it did not carry at once, not at the next
+  // probe.
+  if (TunerInput* tuner = SimulatorTuners::get(*sim, m_pState->tunerId)) {
+    std::weak_ptr<State> weak(m_pState);
+    tuner->setEndListener([weak] {
+      if (std::shared_ptr<State> state = weak.lock()) {
+        {
+          std::lock_guard<std::mutex> lock(state->mutex);
+          state->inputEnded = true;
+        }
+        state->cond.notify_all();
+      }
+    });
+  }
   start();
+  // Sent from here and followed by the core once requestData returned: the
+  // tuner need not wait for the engine's start-up time.
+  sim->ownRequestsRecorded();
   sim->startTuner(m_pState->tunerId);
 }
 
@@ -373,9 +393,11 @@ bool ChannelScan::waitFor(std::chrono::milliseconds limit) {
   }
   for (;;) {
     const auto poll = std::min(deadline, std::chrono::steady_clock::now() + kProbeEvery);
-    if (state.cond.wait_until(lock, poll, done)) {
+    state.cond.wait_until(lock, poll, [&state] { return state.pending == 0 || state.inputEnded; });
+    if (state.pending == 0) {
       return true;
     }
+    state.inputEnded = false;
     if (std::chrono::steady_clock::now() >= deadline) {
       return false;
     }

@@ -417,7 +417,10 @@ class DvbReceiver : public Receiver {
       : m_dvb(adapters, DvbServer::Options()) {}
   GingaServer* server() override { return &m_dvb; }
   std::string name(int tunerId) const override { return m_dvb.getAdapter(tunerId); }
-  void start(ChannelScan* scan, int) override { scan->start(); }
+  void start(ChannelScan* scan, int) override {
+    scan->start();
+    m_dvb.ownRequestsRecorded();  // followed already: no start-up time to wait
+  }
   bool ended(int) const override { return false; }
   std::string error(int) const override { return ""; }
   TunerInput* input(int) const override { return NULL; }

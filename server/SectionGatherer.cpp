@@ -14,15 +14,27 @@ void SectionGatherer::reset() {
   m_usExtension = 0;
   m_ucVersion = 0;
   m_ucLastSection = 0;
+  m_uiDelivered = 0;
   std::fill(m_aullDelivered, m_aullDelivered + 256, 0);
   m_mapWaiting.clear();
 }
 
-// FNV-1a, never 0 (0 marks "not delivered").
+// FNV-1a over 8-byte words (then the remaining bytes), with the size; never 0
+// (0 marks "not delivered").
 uint64_t SectionGatherer::fingerprint(const unsigned char* data, unsigned int size) {
-  uint64_t hash = 14695981039346656037ULL;
-  for (unsigned int i = 0; i < size; ++i) {
-    hash = (hash ^ data[i]) * 1099511628211ULL;
+  const uint64_t kPrime = 1099511628211ULL;
+  uint64_t hash = 14695981039346656037ULL ^ size;
+  unsigned int i = 0;
+  for (; i + 8 <= size; i += 8) {
+    uint64_t word = 0;
+    for (unsigned int b = 0; b < 8; ++b) {
+      word = (word << 8) | data[i + b];
+    }
+    hash = (hash ^ word) * kPrime;
+    hash ^= hash >> 29;
+  }
+  for (; i < size; ++i) {
+    hash = (hash ^ data[i]) * kPrime;
   }
   return hash ? hash : 1;
 }
@@ -54,8 +66,11 @@ bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
   }
   if (m_bShortForm && m_aullDelivered[0] != 0) {
     m_aullDelivered[0] = 0;  // another short-form section: a new table
+    m_uiDelivered = 0;
   }
-  m_mapWaiting[number].assign(section, section + size);
+  Waiting& waiting = m_mapWaiting[number];
+  waiting.print = print;
+  waiting.section.assign(section, section + size);
   return true;
 }
 
@@ -63,24 +78,17 @@ bool SectionGatherer::take(std::vector<unsigned char>* section) {
   if (m_mapWaiting.empty()) {
     return false;
   }
-  std::map<unsigned int, std::vector<unsigned char>>::iterator first = m_mapWaiting.begin();
-  section->swap(first->second);
-  m_aullDelivered[first->first] =
-      fingerprint(&(*section)[0], static_cast<unsigned int>(section->size()));
+  std::map<unsigned int, Waiting>::iterator first = m_mapWaiting.begin();
+  section->swap(first->second.section);
+  uint64_t& delivered = m_aullDelivered[first->first];
+  m_uiDelivered += delivered == 0 ? 1 : 0;
+  delivered = first->second.print;
   m_mapWaiting.erase(first);
   return true;
 }
 
-unsigned int SectionGatherer::getDeliveredCount() const {
-  unsigned int count = 0;
-  for (unsigned int number = 0; m_bTracking && number <= m_ucLastSection; ++number) {
-    count += m_aullDelivered[number] != 0 ? 1 : 0;
-  }
-  return count;
-}
-
 bool SectionGatherer::isComplete() const {
-  return m_bTracking && getDeliveredCount() == m_ucLastSection + 1u;
+  return m_bTracking && m_uiDelivered == m_ucLastSection + 1u;
 }
 
 }  // namespace Ostrel

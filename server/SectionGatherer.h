@@ -44,7 +44,7 @@ class SectionGatherer {
   void reset();
 
   // How many sections of the current table have been delivered, of how many.
-  unsigned int getDeliveredCount() const;
+  unsigned int getDeliveredCount() const { return m_uiDelivered; }
   unsigned int getSectionCount() const { return m_bTracking ? m_ucLastSection + 1u : 0u; }
 
   static uint64_t fingerprint(const unsigned char* data, unsigned int size);
@@ -55,8 +55,14 @@ class SectionGatherer {
   unsigned short m_usExtension;
   unsigned char m_ucVersion;
   unsigned char m_ucLastSection;
+  struct Waiting {
+    uint64_t print;
+    std::vector<unsigned char> section;
+  };
+
+  unsigned int m_uiDelivered;     // section numbers of the current table delivered
   uint64_t m_aullDelivered[256];  // fingerprint per section number; 0: not delivered
-  std::map<unsigned int, std::vector<unsigned char>> m_mapWaiting;
+  std::map<unsigned int, Waiting> m_mapWaiting;
 };
 
 }  // namespace Ostrel

@@ -1,11 +1,16 @@
 #include "SectionMatch.h"
 
+#include "TCrc32.h"
 #include "TableCatalog.h"
 
 namespace Ostrel {
 
 bool SectionMatch::isExtensionCompared(short tableId) {
   return TableKind::isExtensionCompared(tableId);
+}
+
+unsigned int SectionMatch::crc(const unsigned char* data, unsigned int size) {
+  return TCrc32::compute(data, size);
 }
 
 bool SectionMatch::matches(short tableId, short tableIdExt, const unsigned char* section,

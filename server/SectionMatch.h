@@ -4,7 +4,8 @@
 namespace Ostrel {
 
 // Which sections answer a table request (tuner, PID, table id, table id
-// extension), and whether a section's CRC_32 holds. Header-only.
+// extension), and whether a section's CRC_32 holds (the table library's
+// TCrc32).
 //
 // A section answers a request from the same tuner and PID when its table_id
 // equals the table id and, where the extension is compared, its
@@ -16,19 +17,6 @@ namespace Ostrel {
 // whose extensions (transport stream id, network id) a receiver learns only
 // from the table itself.
 struct SectionMatch {
-  struct CrcTable {
-    CrcTable() {
-      for (unsigned int byte = 0; byte < 256; ++byte) {
-        unsigned int crc = byte << 24;
-        for (int bit = 0; bit < 8; ++bit) {
-          crc = (crc & 0x80000000u) ? (crc << 1) ^ 0x04C11DB7u : crc << 1;
-        }
-        entries[byte] = crc;
-      }
-    }
-    unsigned int entries[256];
-  };
-
   // True when the extension of a request for tableId takes part in matching
   // (the table catalog says which tables).
   static bool isExtensionCompared(short tableId);
@@ -45,14 +33,7 @@ struct SectionMatch {
   }
 
   // MPEG-2 CRC_32 over the whole section, its CRC_32 included: 0 when it holds.
-  static unsigned int crc(const unsigned char* data, unsigned int size) {
-    static const CrcTable table;
-    unsigned int crc = 0xFFFFFFFFu;
-    for (unsigned int i = 0; i < size; ++i) {
-      crc = (crc << 8) ^ table.entries[((crc >> 24) ^ data[i]) & 0xFF];
-    }
-    return crc;
-  }
+  static unsigned int crc(const unsigned char* data, unsigned int size);
 
   // Whether a whole section is fit to deliver: long enough for its header
   // and, where it carries one, with a CRC_32 that holds.

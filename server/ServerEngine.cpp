@@ -184,6 +184,27 @@ void ServerEngine::settle() {
   std::this_thread::sleep_until(ready);
 }
 
+void ServerEngine::ownRequestsRecorded() {
+  const Clock::time_point now = Clock::now();
+  const std::thread::id self = std::this_thread::get_id();
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (s_iExecuteDepth > 0) {
+      return;  // inside an execute: the sender has not recorded it yet
+    }
+    for (std::map<Key, Gather>::iterator it = m_mapGathers.begin(); it != m_mapGathers.end();
+         ++it) {
+      for (std::list<Request>::iterator request = it->second.requests.begin();
+           request != it->second.requests.end(); ++request) {
+        if (request->command && request->sender == self && request->passFrom > now) {
+          request->passFrom = now;
+        }
+      }
+    }
+  }
+  m_pSource->interrupt();
+}
+
 // ---- Requests ----
 
 // REQUIRES: m_mutex held.
@@ -253,7 +274,7 @@ void ServerEngine::__take(const SectionSource::Section& section) {
 // where the tuner's demux has room; when it has none, gathers that only
 // linger give theirs up.
 void ServerEngine::__planFilters(CallOut* out) {
-  std::map<int, unsigned int> inUse;
+  bool toOpen = false;
   for (std::map<FilterKey, Filter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();) {
     if (it->second.keys == 0) {
       if (it->second.open) {
@@ -262,8 +283,16 @@ void ServerEngine::__planFilters(CallOut* out) {
       m_mapFilters.erase(it++);
       continue;
     }
-    inUse[it->first.first] += it->second.open ? 1 : 0;
+    toOpen = toOpen || (!it->second.open && !it->second.failed);
     ++it;
+  }
+  if (!toOpen) {
+    return;  // the usual case: every filter needed is open
+  }
+  std::map<int, unsigned int> inUse;
+  for (std::map<FilterKey, Filter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
+       ++it) {
+    inUse[it->first.first] += it->second.open ? 1 : 0;
   }
   for (std::map<FilterKey, Filter>::iterator it = m_mapFilters.begin(); it != m_mapFilters.end();
        ++it) {
@@ -341,7 +370,11 @@ void ServerEngine::__plan(Clock::time_point now, CallOut* out) {
       // only; the delivery thread injects for open requests.
       if (!injection.answered.empty()) {
         ++m_counters.deliveries;
-        out->injections.push_back(injection);
+        out->injections.push_back(CallOut::Injection());
+        CallOut::Injection& moved = out->injections.back();
+        moved.key = injection.key;
+        moved.section.swap(injection.section);
+        moved.answered.swap(injection.answered);
       }
     }
     if (gather.requests.empty() && lastTimeOut != Clock::duration::zero()) {
@@ -558,6 +591,7 @@ int ServerEngine::executeOpenRequest(TDataRequestCommand* command) {
   request.waiter = NULL;
   request.timeOut = std::chrono::seconds(command->getTimeOut() ? command->getTimeOut() : 1);
   request.deadline = now + request.timeOut;
+  request.sender = std::this_thread::get_id();
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_bShutdown) {
@@ -570,6 +604,9 @@ int ServerEngine::executeOpenRequest(TDataRequestCommand* command) {
         fromDelivery ? now : now + std::chrono::milliseconds(m_options.filterStartMs);
     __attach(key, request);
     ++m_counters.requestsOpened;
+    if (fromDelivery) {
+      return 1;  // that thread plans again before it reads the source
+    }
   }
   m_pSource->interrupt();
   return 1;
@@ -619,6 +656,7 @@ bool ServerEngine::waitForSection(int tunerId, short pid, short tableId, short t
   request.passFrom = now;
   request.timeOut = std::chrono::milliseconds(m_options.syncWaitMs);
   request.deadline = now + request.timeOut;
+  request.sender = std::this_thread::get_id();
   std::unique_lock<std::mutex> lock(m_mutex);
   if (m_bShutdown || std::this_thread::get_id() == m_deliveryThreadId) {
     return false;

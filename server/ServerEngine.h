@@ -33,8 +33,9 @@ class TDataRequestCommand;
 // key open at that moment, which are then closed (closeOpenRequest); the
 // next section waits for the next request. A request sent from another
 // thread than the delivery thread is answered no sooner than filterStartMs
-// after it was executed, so that its sender records it first; one sent from
-// a notification on the delivery thread is answered at once. A request not
+// after it was executed, so that its sender records it first (or from the
+// moment its sender says it has, ownRequestsRecorded); one sent from a
+// notification on the delivery thread is answered at once. A request not
 // answered by its time-out (the command's seconds) is closed. Once its last
 // request is closed, a key's gatherer keeps its filter open for one more
 // time-out of that request (unless its table has come whole), holding what
@@ -112,6 +113,13 @@ class ServerEngine : public GingaServer {
   // loses nothing those requests ask for. Not on the delivery thread.
   void settle();
 
+  // The calling thread has recorded every open request it sent so far (its
+  // executes have returned): they may be answered at once instead of
+  // filterStartMs after they were executed. A scan that sends its first
+  // requests and then starts the source calls it in between, so that the
+  // source's start waits for nothing.
+  void ownRequestsRecorded();
+
   // Stops the delivery thread early (a derived server's destructor calls it
   // before its source goes); idempotent.
   void shutdown();
@@ -135,6 +143,7 @@ class ServerEngine : public GingaServer {
     Clock::time_point passFrom;
     Clock::time_point deadline;
     Clock::duration timeOut;
+    std::thread::id sender;
   };
   struct Key {
     int tunerId;

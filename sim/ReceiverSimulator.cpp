@@ -95,6 +95,12 @@ bool ReceiverSimulator::waitForEnd(int tunerId, std::chrono::milliseconds timeou
   return tuner && tuner->waitForEnd(timeout);
 }
 
+bool ReceiverSimulator::waitDelivered(std::chrono::milliseconds timeout) {
+  const bool drained = m_pImpl->waitDrained(timeout);
+  waitBusyCommands();
+  return drained;
+}
+
 size_t ReceiverSimulator::getTunerCount() const {
   return static_cast<size_t>(m_pImpl->getTunerCount());
 }

@@ -100,6 +100,10 @@ class ReceiverSimulator : public ServerEngine {
   // Waits until a tuner's input has ended (a file that does not loop) or
   // failed, or timeout passed; true when it ended.
   bool waitForEnd(int tunerId, std::chrono::milliseconds timeout) const;
+  // Returns once the engine has dealt with every section the tuners handed
+  // over so far (its injections made), or timeout passed; false then.
+  bool waitDelivered(std::chrono::milliseconds timeout);
+
   size_t getTunerCount() const;
 
   // Faults applied from now on, between the filters and the data destination.

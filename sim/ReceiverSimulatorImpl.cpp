@@ -1,6 +1,7 @@
 #include "ReceiverSimulatorImpl.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "TransportStreamSource.h"
 #include "TsPacket.h"
@@ -17,6 +18,51 @@ const unsigned short kExtraSiPids[] = {0x0024, 0x0026};
 
 const unsigned char kPatTableId = 0x00;
 
+// How long one side of the hand-over between a reader and the engine waits
+// without sleeping before it sleeps: about one section's work of the engine.
+const std::chrono::microseconds kSpinWait(20);
+
+inline void relaxCpu() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#elif defined(__aarch64__) || (defined(__arm__) && defined(__ARM_ARCH) && __ARM_ARCH >= 7)
+  __asm__ __volatile__("yield");
+#endif
+}
+
+// Waits at most kSpinWait, without sleeping, for ready() to hold; true when
+// it did. Sleeping and being woken cost two switches of thread, far more
+// than the engine's work for one section. On one core the other side cannot
+// run meanwhile, and where waits have not paid lately (a loaded machine, the
+// other side asleep) most waits sleep at once: *misses counts the waits that
+// ran out, and after kMissesToSkip of them only one in kSkipRound waits.
+template <typename Ready>
+bool spinFor(std::atomic<unsigned int>* misses, Ready ready) {
+  static const bool s_bManyCores = std::thread::hardware_concurrency() > 1;
+  const unsigned int kMissesToSkip = 4;
+  const unsigned int kSkipRound = 64;
+  const unsigned int missed = misses->load(std::memory_order_relaxed);
+  if (!s_bManyCores ||
+      (missed >= kMissesToSkip && (missed - kMissesToSkip) % kSkipRound != kSkipRound - 1)) {
+    if (missed >= kMissesToSkip) {
+      misses->fetch_add(1, std::memory_order_relaxed);
+    }
+    return ready();
+  }
+  const std::chrono::steady_clock::time_point until = std::chrono::steady_clock::now() + kSpinWait;
+  do {
+    for (int i = 0; i < 32; ++i) {
+      if (ready()) {
+        misses->store(0, std::memory_order_relaxed);
+        return true;
+      }
+      relaxCpu();
+    }
+  } while (std::chrono::steady_clock::now() < until);
+  misses->fetch_add(1, std::memory_order_relaxed);
+  return false;
+}
+
 }  // namespace
 
 ReceiverSimulator::Impl::Impl(const Options& options)
@@ -31,6 +77,10 @@ ReceiverSimulator::Impl::Impl(const Options& options)
       m_ullPushed(0),
       m_ullDone(0),
       m_ullTaken(0),
+      m_aullDone(0),
+      m_aullQueueEvents(0),
+      m_auiReaderMisses(0),
+      m_auiEngineMisses(0),
       m_rng(1),
       m_ullDropped(0),
       m_ullCorrupted(0) {}
@@ -39,6 +89,7 @@ ReceiverSimulator::Impl::~Impl() {
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bShutdown = true;
+    ++m_aullQueueEvents;
   }
   m_condReader.notify_all();
   stop();
@@ -130,6 +181,13 @@ bool ReceiverSimulator::Impl::getTuners(std::vector<Tuner>* tuners) {
   return true;
 }
 
+bool ReceiverSimulator::Impl::waitDrained(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  return m_condReader.wait_for(lock, timeout, [this] {
+    return m_bShutdown || (m_dequeQueue.empty() && m_ullDone >= m_ullTaken);
+  });
+}
+
 void ReceiverSimulator::Impl::setFaultPlan(const FaultPlan& plan) {
   std::lock_guard<std::mutex> lock(m_mutex);
   m_faults = plan;
@@ -179,10 +237,12 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
   std::unique_lock<std::mutex> lock(m_mutex);
   // The engine is back: what it was given last has been dealt with.
   m_ullDone = m_ullTaken;
+  m_aullDone.store(m_ullDone, std::memory_order_release);
   m_condReader.notify_all();
   const Clock::time_point limit = timeoutMs < 0
                                       ? Clock::time_point::max()
                                       : Clock::now() + std::chrono::milliseconds(timeoutMs);
+  bool spun = false;
   for (;;) {
     if (m_bInterrupted || m_bShutdown) {
       m_bInterrupted = false;
@@ -201,6 +261,17 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
     if (now >= limit) {
       return kNothing;
     }
+    if (!spun && m_dequeQueue.empty() && limit - now > kSpinWait) {
+      // A reader that was waiting for this call usually queues its next
+      // section within microseconds.
+      spun = true;
+      const uint64_t seen = m_aullQueueEvents.load(std::memory_order_acquire);
+      lock.unlock();
+      spinFor(&m_auiEngineMisses,
+              [this, seen] { return m_aullQueueEvents.load(std::memory_order_acquire) != seen; });
+      lock.lock();
+      continue;
+    }
     const Clock::time_point wake =
         m_dequeQueue.empty() ? limit : std::min(limit, m_dequeQueue.front().due);
     if (wake == Clock::time_point::max()) {
@@ -215,6 +286,7 @@ void ReceiverSimulator::Impl::interrupt() {
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bInterrupted = true;
+    ++m_aullQueueEvents;
   }
   m_condQueue.notify_all();
 }
@@ -242,7 +314,14 @@ void ReceiverSimulator::Impl::onSection(int tunerId, unsigned short pid, const u
   }
   std::unique_lock<std::mutex> lock(m_mutex);
   // One section in the engine's hands at a time, unless a delay fault holds
-  // sections back.
+  // sections back. The engine is usually back within microseconds.
+  if (!m_bShutdown && m_ullDone < m_ullPushed && m_faults.delayMs == 0) {
+    const uint64_t pushed = m_ullPushed;
+    lock.unlock();
+    spinFor(&m_auiReaderMisses,
+            [this, pushed] { return m_aullDone.load(std::memory_order_acquire) >= pushed; });
+    lock.lock();
+  }
   m_condReader.wait(
       lock, [this] { return m_bShutdown || m_ullDone >= m_ullPushed || m_faults.delayMs > 0; });
   __remember(tunerId, pid, data, size);
@@ -255,6 +334,7 @@ void ReceiverSimulator::Impl::onSection(int tunerId, unsigned short pid, const u
     return;  // lost: a later repetition may still pass
   }
   queued.seq = ++m_ullPushed;
+  ++m_aullQueueEvents;
   queued.due = Clock::now() + std::chrono::milliseconds(m_faults.delayMs);
   queued.section.tunerId = tunerId;
   queued.section.pid = pid;

@@ -1,6 +1,7 @@
 #ifndef OSTREL_SIM_RECEIVER_SIMULATOR_IMPL_H
 #define OSTREL_SIM_RECEIVER_SIMULATOR_IMPL_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -36,7 +37,9 @@ class TunerInput;
 // engine has dealt with the one before (it is back in readSection), so that
 // requests sent from a notification see the very next section, as on a
 // receiver whose sections come slower than it answers them. Delayed sections
-// (a fault) do not hold the reader back.
+// (a fault) do not hold the reader back. Played as fast as possible, that
+// hand-over is the whole cost: so each side first waits a few microseconds
+// without sleeping (the other is usually about to answer) before it sleeps.
 //
 // Thread-safe: its own lock guards the filters, the queue, the carried
 // sections and the fault state; it is never held while calling out.
@@ -56,6 +59,9 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   bool startTuner(int tunerId);
   bool feed(int tunerId, const unsigned char* data, size_t size);
   TunerInput* getTuner(int tunerId) const;
+  // Waits until no section waits in the queue and the engine is back from
+  // the last one it was given; false when timeout passed first.
+  bool waitDrained(std::chrono::milliseconds timeout);
   void setFaultPlan(const FaultPlan& plan);
   void getFaultCounts(uint64_t* dropped, uint64_t* corrupted) const;
   std::string getKeyHolder(unsigned int keyCode) const;
@@ -113,6 +119,14 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   uint64_t m_ullPushed;             // sequence of the last section queued
   uint64_t m_ullDone;               // sequence of the last section the engine dealt with
   uint64_t m_ullTaken;              // sequence of the last section readSection gave
+  // Read without the lock by a side that waits without sleeping: m_ullDone,
+  // and a count of what may end readSection's wait (a section queued, an
+  // interrupt, the shutdown).
+  std::atomic<uint64_t> m_aullDone;
+  std::atomic<uint64_t> m_aullQueueEvents;
+  // Waits without sleeping that ran out lately, each side's.
+  std::atomic<unsigned int> m_auiReaderMisses;
+  std::atomic<unsigned int> m_auiEngineMisses;
   std::map<CarriedKey, std::vector<unsigned char>> m_mapCarried;
   std::map<int, size_t> m_mapCarriedCount;
   FaultPlan m_faults;

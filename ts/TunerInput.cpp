@@ -76,7 +76,13 @@ bool TunerInput::waitForEnd(std::chrono::milliseconds timeout) const {
   return m_cond.wait_for(lock, timeout, [this] { return m_progress.ended; });
 }
 
+void TunerInput::setEndListener(const std::function<void()>& listener) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_endListener = listener;
+}
+
 void TunerInput::publish(bool ended, const std::string& error) {
+  std::function<void()> listener;
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_pSource) {
@@ -89,10 +95,14 @@ void TunerInput::publish(bool ended, const std::string& error) {
     if (ended) {
       m_progress.ended = true;
       m_progress.error = error;
+      listener = m_endListener;
     }
   }
   if (ended) {
     m_cond.notify_all();
+  }
+  if (listener) {
+    listener();
   }
 }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -65,6 +66,11 @@ class TunerInput : private TsPacketSink {
   // Waits until the input ended or timeout passed; true when it ended.
   bool waitForEnd(std::chrono::milliseconds timeout) const;
 
+  // Called once the input has ended or failed (getProgress says so already),
+  // on the reader's thread with no lock held; replaces the one set before.
+  // Lets a waiter that polls the progress learn of the end at once.
+  void setEndListener(const std::function<void()>& listener);
+
  private:
   TunerInput(const TunerInput&);
   TunerInput& operator=(const TunerInput&);
@@ -87,6 +93,7 @@ class TunerInput : private TsPacketSink {
   mutable std::condition_variable m_cond;
   bool m_bStop;
   Progress m_progress;
+  std::function<void()> m_endListener;
 };
 
 }  // namespace Ostrel
