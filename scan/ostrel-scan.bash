@@ -1,0 +1,39 @@
+# bash completion for ostrel-scan; installed as
+# share/bash-completion/completions/ostrel-scan.
+_ostrel_scan() {
+  local cur prev words cword
+  _init_completion -s 2>/dev/null || {
+    cur=${COMP_WORDS[COMP_CWORD]}
+    prev=${COMP_WORDS[COMP_CWORD - 1]}
+    COMP_WORDS=("${COMP_WORDS[@]}")
+    cword=$COMP_CWORD
+  }
+  case $prev in
+    --tuner | --trace)
+      compopt -o filenames 2>/dev/null
+      COMPREPLY=($(compgen -f -- "$cur"))
+      return
+      ;;
+    --dvb)
+      compopt -o filenames 2>/dev/null
+      COMPREPLY=($(compgen -d -- "${cur:-/dev/dvb/}"))
+      return
+      ;;
+    --bitrate | --timeout | -t | --interval | --rounds | --drop | --corrupt | --delay | \
+      --hide | --seed)
+      return  # a number
+      ;;
+  esac
+  if [[ $cur == -* ]]; then
+    COMPREPLY=($(compgen -W '--tuner --dvb --json --trace --fast --bitrate --once --timeout
+      --no-latency --interval --rounds --drop --corrupt --delay --hide --seed --quiet --verbose
+      --help --version -j -f -t -q -v -h -V' -- "$cur"))
+    return
+  fi
+  if [ "${cword:-$COMP_CWORD}" -eq 1 ]; then
+    COMPREPLY=($(compgen -W 'scan watch' -- "$cur"))
+  fi
+  compopt -o filenames 2>/dev/null
+  COMPREPLY+=($(compgen -f -X '!*.@(ts|TS|m2ts|mts|trp|tp)' -- "$cur") $(compgen -d -- "$cur"))
+}
+complete -F _ostrel_scan ostrel-scan
