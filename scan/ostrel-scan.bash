@@ -1,13 +1,8 @@
 # bash completion for ostrel-scan; installed as
 # share/bash-completion/completions/ostrel-scan.
+# shellcheck shell=bash disable=SC2207 # compgen prints one completion a line
 _ostrel_scan() {
-  local cur prev words cword
-  _init_completion -s 2>/dev/null || {
-    cur=${COMP_WORDS[COMP_CWORD]}
-    prev=${COMP_WORDS[COMP_CWORD - 1]}
-    COMP_WORDS=("${COMP_WORDS[@]}")
-    cword=$COMP_CWORD
-  }
+  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
   case $prev in
     --tuner | --trace)
       compopt -o filenames 2>/dev/null
@@ -30,7 +25,9 @@ _ostrel_scan() {
       --help --version -j -f -t -q -v -h -V' -- "$cur"))
     return
   fi
-  if [ "${cword:-$COMP_CWORD}" -eq 1 ]; then
+  # The command comes first; then inputs: transport-stream files and folders.
+  COMPREPLY=()
+  if [ "$COMP_CWORD" -eq 1 ]; then
     COMPREPLY=($(compgen -W 'scan watch' -- "$cur"))
   fi
   compopt -o filenames 2>/dev/null
