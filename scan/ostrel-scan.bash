@@ -4,7 +4,7 @@
 _ostrel_scan() {
   local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
   case $prev in
-    --tuner | --trace)
+    --tuner | --trace | --channels | -o)
       compopt -o filenames 2>/dev/null
       COMPREPLY=($(compgen -f -- "$cur"))
       return
@@ -14,15 +14,19 @@ _ostrel_scan() {
       COMPREPLY=($(compgen -d -- "${cur:-/dev/dvb/}"))
       return
       ;;
+    --channels-format)
+      COMPREPLY=($(compgen -W 'dvbv5 vdr' -- "$cur"))
+      return
+      ;;
     --bitrate | --timeout | -t | --interval | --rounds | --drop | --corrupt | --delay | \
       --hide | --seed)
       return  # a number
       ;;
   esac
   if [[ $cur == -* ]]; then
-    COMPREPLY=($(compgen -W '--tuner --dvb --json --trace --fast --bitrate --once --timeout
+    COMPREPLY=($(compgen -W '--tuner --dvb --json --trace --channels --channels-format --fast --bitrate --once --timeout
       --no-latency --interval --rounds --drop --corrupt --delay --hide --seed --quiet --verbose
-      --help --version -j -f -t -q -v -h -V' -- "$cur"))
+      --help --version -j -o -f -t -q -v -h -V' -- "$cur"))
     return
   fi
   # The command comes first; then inputs: transport-stream files and folders.

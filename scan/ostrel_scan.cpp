@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "ChannelFiles.h"
 #include "ChannelScan.h"
 #ifdef OSTREL_HAVE_DVB_SERVER
 #include "DvbServer.h"
@@ -86,6 +87,8 @@ struct Options {
   bool quiet = false;
   bool verbose = false;
   FaultPlan faults;
+  std::string channelsPath;  // --channels
+  int channelsFormat = -1;   // a ChannelFiles::Format; -1: by the file name
 };
 
 // The progress line and log lines share standard error: one at a time, and a
@@ -120,6 +123,10 @@ void usage(std::FILE* to) {
                "                       one tuner each; may be repeated); see docs/dvb.md\n"
                "  -j, --json           print JSON instead of tables\n"
                "  --trace FILE         write every request's life as a Chrome trace (JSON)\n"
+               "  -o, --channels FILE  write the services found as a channel file for dvbv5-zap\n"
+               "                       or VDR (docs/dvb.md)\n"
+               "  --channels-format dvbv5|vdr  its format; default vdr for channels.conf and\n"
+               "                       *.vdr, else dvbv5\n"
                "  -f, --fast           play as fast as possible (default: real time by PCR)\n"
                "  --bitrate BPS        play at this many bits per second (1000 or more)\n"
                "  --once               do not loop a file at its end\n"
@@ -186,6 +193,8 @@ const OptionSpec kOptions[] = {
     {"--dvb", 0, "an adapter directory (/dev/dvb/adapter0)", kAnyMode},
     {"--json", 'j', "", kAnyMode},
     {"--trace", 0, "a file to write", kAnyMode},
+    {"--channels", 'o', "a file to write", kAnyMode},
+    {"--channels-format", 0, "dvbv5 or vdr", kAnyMode},
     {"--fast", 'f', "", kSimOnly},
     {"--bitrate", 0, "a bit rate from 1000 to 1e11 bits per second", kSimOnly},
     {"--once", 0, "", kSimOnly},
@@ -234,6 +243,20 @@ int apply(const OptionSpec& spec, const char* text, Options* o) {
     o->json = true;
   } else if (name == "--trace") {
     o->tracePath = text;
+  } else if (name == "--channels") {
+    // Checked now, not found unwritable after the scan.
+    std::FILE* out = std::fopen(text, "a");
+    if (!out) {
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", RequestTrace::escape(text).c_str(),
+                   std::strerror(errno));
+      return kExitInput;
+    }
+    std::fclose(out);
+    o->channelsPath = text;
+  } else if (name == "--channels-format") {
+    ChannelFiles::Format format = ChannelFiles::kDvbv5;
+    ok = ChannelFiles::parseFormat(text, &format);
+    o->channelsFormat = format;
   } else if (name == "--fast") {
     o->pacing = ReceiverSimulator::kAsFastAsPossible;
   } else if (name == "--bitrate") {
@@ -623,6 +646,25 @@ std::vector<int> listTuners(OstrelGingaCommonCore* core) {
   return tuners;
 }
 
+// Writes the channel file of what the tuners found, when asked; false when
+// it cannot be written (said on standard error).
+bool writeChannels(const Options& o, const std::vector<ChannelScan::Result>& results,
+                   bool notes = true) {
+  if (o.channelsPath.empty())
+    return true;
+  for (const std::string& note : notes ? ChannelFiles::gaps(results) : std::vector<std::string>())
+    std::fprintf(stderr, "ostrel-scan: channel file: %s\n", note.c_str());
+  std::string error;
+  const ChannelFiles::Format format = o.channelsFormat < 0
+                                          ? ChannelFiles::formatOf(o.channelsPath)
+                                          : static_cast<ChannelFiles::Format>(o.channelsFormat);
+  if (!ChannelFiles::write(o.channelsPath, format, results, &error)) {
+    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", RequestTrace::escape(error).c_str());
+    return false;
+  }
+  return true;
+}
+
 int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
             RequestTrace* trace) {
   const std::vector<int> tuners = listTuners(core);
@@ -631,11 +673,15 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   if (o.json && count > 1)
     std::cout << "[\n";
   int printed = 0;
+  std::vector<ChannelScan::Result> results;
   for (int t = 0; t < count; ++t) {
     // On a signal, the tuner being scanned reports what it has; those after
     // it are not scanned.
     ChannelScan::Result r = scanTuner(core, receiver, tuners[t], 1, o, trace);
     const bool interrupted = s_iInterrupted != 0;
+    if (!interrupted) {
+      results.push_back(r);  // the channel file is written of whole scans only
+    }
     const std::string error = receiver->error(tuners[t]);
     if (!error.empty()) {
       std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
@@ -652,6 +698,8 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   }
   if (o.json && count > 1)
     std::cout << "]\n";
+  if (!s_iInterrupted && !writeChannels(o, results))
+    return kExitInput;
   return status;
 }
 
@@ -665,6 +713,7 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   bool anyPat = false;
   for (long round = 0; !s_iInterrupted && (o.rounds < 0 || round < o.rounds); ++round) {
     auto started = std::chrono::steady_clock::now();
+    std::vector<ChannelScan::Result> results;
     for (size_t t = 0; t < tuners.size() && !s_iInterrupted; ++t) {
       // After the first round, ask the receiver each time: the cache would
       // keep answering with what it has.
@@ -673,6 +722,7 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
         break;  // a round cut short is no change
       }
       anyPat = anyPat || r.hasPat;
+      results.push_back(r);
       if (round == 0) {
         warnIncomplete(r, tuners[t], receiver->name(tuners[t]));
       }
@@ -692,6 +742,9 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
         flushOutput();
       }
     }
+    // The channel file follows each whole round.
+    if (!s_iInterrupted && !writeChannels(o, results, round == 0))
+      return kExitInput;
     // An input that has ended says nothing new.
     bool allEnded = true;
     for (size_t t = 0; t < tuners.size(); ++t) {

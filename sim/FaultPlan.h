@@ -7,10 +7,10 @@
 namespace Ostrel {
 
 // Faults that the simulator injects on the way from its section filters to
-// the data destination, to exercise a middleware's error paths. A dropped
+// the server engine, to exercise a middleware's error paths. A dropped
 // section is lost as on a bad reception: a later repetition may still pass. A
-// corrupted one is delivered with a damaged CRC_32 (the parser must refuse
-// it). The choices come from a generator seeded with seed, so a run repeats.
+// corrupted one reaches the engine with a damaged CRC_32, which the engine
+// counts and never delivers. The choices come from a generator seeded with seed, so a run repeats.
 struct FaultPlan {
   double dropShare = 0.0;               // 0..1: share of sections not delivered
   double corruptShare = 0.0;            // 0..1: share of sections delivered with a bad CRC

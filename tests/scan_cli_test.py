@@ -38,6 +38,8 @@ CASES = [
     (["--nope", SAMPLE], 2, "unknown option --nope", ""),
     (["-qx", SAMPLE], 2, "unknown option -x", ""),
     (["--json=yes", SAMPLE], 2, "--json takes no value", ""),
+    (["--channels-format=xyz", SAMPLE], 2, "--channels-format needs dvbv5 or vdr, not xyz", ""),
+    (["-qfo", "/nonexistent/channels.conf", SAMPLE], 1, "cannot write /nonexistent/channels.conf", ""),
     (["--dvb", "/tmp", SAMPLE], 2, "--dvb scans adapters only", ""),
     *[(["--dvb", "/tmp", *o], 2, o[0] + " applies to files and network inputs", "")
       for o in SIM_ONLY],

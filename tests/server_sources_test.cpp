@@ -57,7 +57,10 @@ class TableGatherer : public GingaDataDestination {
     } else if (table.sections.count(data[6]) && table.sections[data[6]] == section) {
       table.faults.push_back("a repetition");
     }
-    table.sections[data[6]] = section, table.last = data[7];
+    // A body that begins 0xBA stands for a section the table library refuses.
+    if (size <= 8 || data[8] != 0xBA) {
+      table.sections[data[6]] = section, table.last = data[7];
+    }
     if (!table.whole()) {
       ask(Key{pid, tableId, ext});
     }
@@ -226,6 +229,10 @@ TEST(ServerSources, EachSourceGathersEveryTableWholeFromOnePass) {
        {{kPat, "whole"}}},
       {"a damaged copy, then the good one",
        {{0, {pat4[0], damaged(pat4[1]), pat4[2], pat4[3], pat4[1]}}},
+       {{kPat, "whole"}}},
+      {"a copy the parser refuses, then a good one of the same version and number",
+       {{0, {pat4[0], longSection(0x00, 0x0640, {0xBA, 0, 0, 0}, 0, 1, 3), pat4[1], pat4[2],
+             pat4[3]}}},
        {{kPat, "whole"}}},
       {"BAT and SDT other beside the SDT actual",
        interleave({{0x11, table(0x4A, 7, 3)}, {0x11, table(0x46, 9, 3)}, {0x11, sdt5}}),

@@ -22,6 +22,7 @@ exceptions='
 ^sim_muxers_test$|skip|a Python script that runs FFmpeg and ostrel-scan: memcheck would watch the interpreter, not the scan, whose code runs under memcheck in the SampleScan cases
 ^dvb_server_test$|--trace-children=yes --trace-children-skip=*/sh,*/ffmpeg,*/ostrel-dvb-emu|run through unshare: memcheck follows it into the test program and leaves the shell, FFmpeg and the emulator alone
 ^dvb_emu_check$|skip|a shell script that mounts the emulated adapter and runs dvb-apps against it: memcheck would watch the shell, not the emulator
+^dvb_zap_check$|skip|a shell script that mounts the emulated adapter and runs ostrel-scan and dvbv5-zap against it: memcheck would watch the shell, not the scan, whose code runs under memcheck in ChannelFilesTest and the SampleScan cases
 '
 
 # OSTREL_MEMCHECK_FILTER=<regex> runs only the tests whose names match (by hand).

@@ -45,16 +45,20 @@ const size_t kChunk = 188 * 20;
 // overflows as it would at a fixed rate.
 const std::chrono::seconds kFastBackPressure(1);
 
-// Inode numbers: 1 the root, then three per adapter (directory, demux0,
-// frontend0).
-enum NodeKind { kDir = 0, kDemux = 1, kFrontend = 2 };
+// The kernel's default dvr buffer (dmxdev: ten times 188 KiB).
+const unsigned int kDvrBufferSize = 10 * 188 * 1024;
+
+// Inode numbers: 1 the root, then four per adapter (directory, demux0,
+// frontend0, dvr0).
+enum NodeKind { kDir = 0, kDemux = 1, kFrontend = 2, kDvr = 3 };
+const unsigned int kNodesPerAdapter = 4;
 const fuse_ino_t kRootIno = 1;
 
 fuse_ino_t inoOf(int adapter, NodeKind kind) {
-  return 2 + 3 * static_cast<fuse_ino_t>(adapter) + kind;
+  return 2 + kNodesPerAdapter * static_cast<fuse_ino_t>(adapter) + kind;
 }
 
-const char* const kNodeNames[] = {"", "demux0", "frontend0"};
+const char* const kNodeNames[] = {"", "demux0", "frontend0", "dvr0"};
 
 DvbEmulator* emulatorOf(fuse_req_t req) {
   return static_cast<DvbEmulator*>(fuse_req_userdata(req));
@@ -82,8 +86,15 @@ struct DvbEmulator::Handle {
 
 struct DvbEmulator::DemuxHandle : DvbEmulator::Handle {
   enum State { kAllocated, kSet, kGo, kDone, kTimedOut };
+  // What the handle carries: sections (DMX_SET_FILTER), transport packets of
+  // a PES filter (DMX_SET_PES_FILTER: read here with DMX_OUT_TSDEMUX_TAP,
+  // sent to dvr0 with DMX_OUT_TS_TAP, dropped for the decoder), or dvr0's
+  // packets. Packets are read as a byte stream, sections one per read.
+  enum Kind { kSections, kPesHere, kPesToDvr, kPesDecoder, kDvrReader };
+  Kind kind = kSections;
   State state = kAllocated;
   struct dmx_sct_filter_params params;  // mode bits inverted, as dmxdev keeps them
+  unsigned int pesPid = 0;              // 0x2000: every PID
   unsigned int bufferSize = kDefaultBufferSize;
   bool started = false;  // the buffer exists once a filter has started
   std::deque<std::vector<unsigned char>> sections;
@@ -95,7 +106,7 @@ struct DvbEmulator::DemuxHandle : DvbEmulator::Handle {
   std::deque<std::pair<fuse_req_t, size_t>> reads;  // blocked reads, in order
 };
 
-struct DvbEmulator::Adapter : SectionSink {
+struct DvbEmulator::Adapter : SectionSink, TsPacketSink {
   DvbEmulator* owner = nullptr;
   int index = 0;
   std::string path;
@@ -120,6 +131,10 @@ struct DvbEmulator::Adapter : SectionSink {
 
   void onSection(int, unsigned short pid, const unsigned char* data, unsigned int size) override {
     owner->onSection(this, pid, data, size);
+  }
+  void onPackets(const unsigned char* first, unsigned int count, unsigned int stride) override {
+    owner->onPackets(this, first, count, stride);
+    demux->onPackets(first, count, stride);
   }
   template <typename F>
   void forEachDemux(F f) {
@@ -229,8 +244,8 @@ void DvbEmulator::onSection(Adapter* a, unsigned short pid, const unsigned char*
     data = damaged.data();
   }
   auto passes = [&](const DemuxHandle* h) {
-    if (h->state != DemuxHandle::kGo || h->error || h->params.pid != pid ||
-        !filterMatches(h->params, data, size)) {
+    if (h->kind != DemuxHandle::kSections || h->state != DemuxHandle::kGo || h->error ||
+        h->params.pid != pid || !filterMatches(h->params, data, size)) {
       return false;
     }
     // The kernel checks the CRC of sections with the syntax indicator only.
@@ -259,6 +274,39 @@ void DvbEmulator::onSection(Adapter* a, unsigned short pid, const unsigned char*
   });
 }
 
+void DvbEmulator::onPackets(Adapter* a, const unsigned char* first, unsigned int count,
+                            unsigned int stride) {
+  if (a->removed) {
+    return;
+  }
+  bool anyPes = false;
+  a->forEachDemux([&](DemuxHandle* h) {
+    anyPes = anyPes || (h->state == DemuxHandle::kGo && h->kind != DemuxHandle::kSections &&
+                        h->kind != DemuxHandle::kDvrReader);
+  });
+  for (unsigned int i = 0; anyPes && i < count; ++i) {
+    const unsigned char* packet = first + static_cast<size_t>(i) * stride;
+    const unsigned int pid = ((packet[1] & 0x1Fu) << 8) | packet[2];
+    bool toDvr = false;
+    a->forEachDemux([&](DemuxHandle* h) {
+      if (h->state != DemuxHandle::kGo || (h->pesPid != pid && h->pesPid != 0x2000)) {
+        return;
+      }
+      if (h->kind == DemuxHandle::kPesHere) {
+        deliver(h, packet, TsPacket::kSize);
+      }
+      toDvr = toDvr || h->kind == DemuxHandle::kPesToDvr;
+    });
+    if (toDvr) {
+      a->forEachDemux([&](DemuxHandle* h) {
+        if (h->kind == DemuxHandle::kDvrReader) {
+          deliver(h, packet, TsPacket::kSize);
+        }
+      });
+    }
+  }
+}
+
 void DvbEmulator::deliver(DemuxHandle* h, const unsigned char* data, unsigned int size) {
   if (!hasRoom(h, size)) {
     // As dmxdev: the buffer is flushed and the next read reports the loss.
@@ -270,7 +318,7 @@ void DvbEmulator::deliver(DemuxHandle* h, const unsigned char* data, unsigned in
     h->sections.emplace_back(data, data + size);
     h->used += size;
     h->hasDeadline = false;  // the time-out runs only until the first section
-    if (h->params.flags & DMX_ONESHOT) {
+    if (h->kind == DemuxHandle::kSections && (h->params.flags & DMX_ONESHOT)) {
       h->state = DemuxHandle::kDone;
     }
   }
@@ -297,6 +345,25 @@ void DvbEmulator::serve(DemuxHandle* h) {
     h->reads.pop_front();
     if (err) {
       fuse_reply_err(req, err);
+      continue;
+    }
+    if (h->kind != DemuxHandle::kSections) {
+      // A byte stream: as much as the read asks and the buffer holds.
+      std::vector<unsigned char> out;
+      while (!h->sections.empty() && out.size() < size) {
+        const std::vector<unsigned char>& p = h->sections.front();
+        const size_t n = std::min(size - out.size(), p.size() - h->offset);
+        out.insert(out.end(), p.begin() + static_cast<long>(h->offset),
+                   p.begin() + static_cast<long>(h->offset + n));
+        h->offset += n;
+        if (h->offset == p.size()) {
+          h->used -= p.size();
+          h->sections.pop_front();
+          h->offset = 0;
+        }
+      }
+      fuse_reply_buf(req, reinterpret_cast<const char*>(out.data()), out.size());
+      a->cv.notify_all();
       continue;
     }
     const std::vector<unsigned char>& s = h->sections.front();
@@ -331,6 +398,10 @@ void DvbEmulator::startFilter(DemuxHandle* h) {
   h->state = DemuxHandle::kGo;
   h->hasDeadline = h->params.timeout != 0;
   h->deadline = Clock::now() + std::chrono::milliseconds(h->params.timeout);
+  if (h->kind != DemuxHandle::kSections) {
+    h->hasDeadline = false;
+    return;
+  }
   h->adapter->demux->enablePid(h->params.pid);
   h->adapter->cv.notify_all();
 }
@@ -432,7 +503,7 @@ void DvbEmulator::pump(Adapter* a) {
     a->played = true;
     const uint64_t before = a->packetizer.getStatistics().packets;
     a->lock = &lock;
-    a->packetizer.process(a->demux.get());
+    a->packetizer.process(a);
     a->lock = nullptr;
     due = pacer.pace(nullptr,
                      static_cast<unsigned int>(a->packetizer.getStatistics().packets - before),
@@ -451,8 +522,8 @@ struct DvbEmuOps {
     if (ino < 2) {
       return nullptr;
     }
-    size_t index = (ino - 2) / 3;
-    *kind = static_cast<NodeKind>((ino - 2) % 3);
+    size_t index = (ino - 2) / kNodesPerAdapter;
+    *kind = static_cast<NodeKind>((ino - 2) % kNodesPerAdapter);
     return index < e->m_vecAdapters.size() ? e->m_vecAdapters[index].get() : nullptr;
   }
 
@@ -481,7 +552,7 @@ struct DvbEmuOps {
         }
       }
     } else if (a && kind == kDir && !a->removed) {
-      for (NodeKind k : {kDemux, kFrontend}) {
+      for (NodeKind k : {kDemux, kFrontend, kDvr}) {
         if (strcmp(name, kNodeNames[k]) == 0) {
           entry.ino = inoOf(a->index, k);
         }
@@ -491,7 +562,7 @@ struct DvbEmuOps {
       fuse_reply_err(req, ENOENT);
       return;
     }
-    fillAttr(entry.ino, entry.ino == inoOf((entry.ino - 2) / 3, kDir), &entry.attr);
+    fillAttr(entry.ino, (entry.ino - 2) % kNodesPerAdapter == kDir, &entry.attr);
     fuse_reply_entry(req, &entry);
   }
 
@@ -524,6 +595,7 @@ struct DvbEmuOps {
       } else if (a && kind == kDir) {
         names.emplace_back(kNodeNames[kDemux], inoOf(a->index, kDemux));
         names.emplace_back(kNodeNames[kFrontend], inoOf(a->index, kFrontend));
+        names.emplace_back(kNodeNames[kDvr], inoOf(a->index, kDvr));
       } else {
         fuse_reply_err(req, ENOTDIR);
         return;
@@ -559,15 +631,22 @@ struct DvbEmuOps {
     }
     bool writable = (fi->flags & O_ACCMODE) != O_RDONLY;
     std::unique_ptr<Handle> h;
-    if (kind == kDemux) {
+    if (kind == kDemux || kind == kDvr) {
       size_t open = 0;
-      a->forEachDemux([&](DemuxHandle*) { ++open; });
-      if (open >= e->m_options.filters) {
+      a->forEachDemux([&](DemuxHandle* d) { open += d->kind != DemuxHandle::kDvrReader; });
+      if (kind == kDemux && open >= e->m_options.filters) {
         fuse_reply_err(req, EMFILE);
         return;
       }
       DemuxHandle* d = new DemuxHandle;
       memset(&d->params, 0, sizeof(d->params));
+      if (kind == kDvr) {
+        // dvr0 carries, from its open on, what the TS_TAP filters pass.
+        d->kind = DemuxHandle::kDvrReader;
+        d->bufferSize = kDvrBufferSize;
+        d->started = true;
+        d->state = DemuxHandle::kGo;
+      }
       h.reset(d);
     } else {
       // One writer at a time on a frontend, any number of readers.
@@ -579,7 +658,7 @@ struct DvbEmuOps {
       h.reset(new Handle);
     }
     h->adapter = a;
-    h->demux = kind == kDemux;
+    h->demux = kind == kDemux || kind == kDvr;
     h->writable = writable;
     fi->fh = reinterpret_cast<uint64_t>(h.get());
     fi->direct_io = 1;
@@ -702,14 +781,19 @@ struct DvbEmuOps {
     Handle* base = reinterpret_cast<Handle*>(fi->fh);
     if (e->m_options.verbose) {
       fprintf(stderr, "ostrel-dvb-emu: adapter%d %s ioctl 0x%08x\n", base->adapter->index,
-              base->demux ? "demux" : "frontend", cmd);
+              base->demux ? "demux/dvr" : "frontend", cmd);
     }
     if (base->adapter->removed) {
       fuse_reply_err(req, ENODEV);
       return;
     }
     if (base->demux) {
-      demuxIoctl(e, req, static_cast<DemuxHandle*>(base), cmd, arg, in, inSize);
+      DemuxHandle* d = static_cast<DemuxHandle*>(base);
+      if (d->kind == DemuxHandle::kDvrReader && cmd != DMX_SET_BUFFER_SIZE) {
+        fuse_reply_err(req, ENOTTY);  // dvr0 takes only its buffer size
+      } else {
+        demuxIoctl(e, req, d, cmd, arg, in, inSize);
+      }
     } else {
       lock.unlock();  // the frontend has no shared state but the options
       frontendIoctl(e, req, base, cmd, arg, in, inSize);
@@ -724,7 +808,7 @@ struct DvbEmuOps {
         unsigned long size = reinterpret_cast<unsigned long>(arg);
         if (size == 0 || size > (1u << 24)) {
           err = EINVAL;
-        } else if (h->state >= DemuxHandle::kGo) {
+        } else if (h->state >= DemuxHandle::kGo && h->kind != DemuxHandle::kDvrReader) {
           err = EBUSY;
         } else {
           h->bufferSize = static_cast<unsigned int>(size);
@@ -748,6 +832,7 @@ struct DvbEmuOps {
           break;
         }
         e->stopFilter(h);
+        h->kind = DemuxHandle::kSections;
         h->params = p;
         for (unsigned char& m : h->params.filter.mode) {
           m ^= 0xFF;
@@ -762,7 +847,8 @@ struct DvbEmuOps {
         break;
       }
       case DMX_START:
-        if (h->state < DemuxHandle::kSet || h->params.pid > 0x1FFF) {
+        if (h->state < DemuxHandle::kSet ||
+            (h->kind == DemuxHandle::kSections ? h->params.pid > 0x1FFF : h->pesPid > 0x2000)) {
           err = EINVAL;
         } else {
           e->startFilter(h);
@@ -771,9 +857,32 @@ struct DvbEmuOps {
       case DMX_STOP:
         e->stopFilter(h);
         break;
-      case DMX_SET_PES_FILTER:
-        err = EINVAL;  // only section filters are emulated
+      case DMX_SET_PES_FILTER: {
+        // Transport packets of one PID (0x2000: all) from the frontend, to
+        // this handle, to dvr0 or to the decoder (dropped); PES payloads
+        // (DMX_OUT_TAP) are not emulated.
+        if (inSize < sizeof(dmx_pes_filter_params)) {
+          err = EFAULT;
+          break;
+        }
+        dmx_pes_filter_params p;
+        memcpy(&p, in, sizeof(p));
+        if (p.input != DMX_IN_FRONTEND || p.pid > 0x2000 || p.output == DMX_OUT_TAP ||
+            p.output > DMX_OUT_TSDEMUX_TAP) {
+          err = EINVAL;
+          break;
+        }
+        e->stopFilter(h);
+        h->kind = p.output == DMX_OUT_TSDEMUX_TAP ? DemuxHandle::kPesHere
+                  : p.output == DMX_OUT_TS_TAP    ? DemuxHandle::kPesToDvr
+                                                  : DemuxHandle::kPesDecoder;
+        h->pesPid = p.pid;
+        h->state = DemuxHandle::kSet;
+        if (p.flags & DMX_IMMEDIATE_START) {
+          e->startFilter(h);
+        }
         break;
+      }
       default:
         err = ENOTTY;
     }

@@ -35,9 +35,10 @@ struct DvbEmuOptions {
   bool verbose = false;
 };
 
-// Linux DVB adapters (adapterN/demux0, adapterN/frontend0) served over FUSE's
-// low-level API from transport-stream files: section filters as the kernel's
-// dmxdev gives them, and a frontend that is always locked.
+// Linux DVB adapters (adapterN/demux0, adapterN/frontend0, adapterN/dvr0)
+// served over FUSE's low-level API from transport-stream files: section and
+// PES filters as the kernel's dmxdev gives them, and a frontend that is
+// always locked.
 class DvbEmulator {
  public:
   explicit DvbEmulator(const DvbEmuOptions& options);
@@ -58,6 +59,8 @@ class DvbEmulator {
   void pump(Adapter* adapter);
   void onSection(Adapter* adapter, unsigned short pid, const unsigned char* data,
                  unsigned int size);
+  void onPackets(Adapter* adapter, const unsigned char* first, unsigned int count,
+                 unsigned int stride);
   void deliver(DemuxHandle* handle, const unsigned char* data, unsigned int size);
   void serve(DemuxHandle* handle);
   void wake(DemuxHandle* handle);

@@ -14,7 +14,7 @@ const char kUsage[] =
     "[--frequency HZ]\n"
     "                      [--fault [ADAPTER:]KIND[=VALUE]...] [--seed N]\n"
     "                      [--ready-file PATH] [--verbose]\n"
-    "Serves DIR/adapterN/demux0 and DIR/adapterN/frontend0, one adapter per FILE\n"
+    "Serves DIR/adapterN/demux0, frontend0 and dvr0, one adapter per FILE\n"
     "(looping; played once with --once). Faults (KIND=VALUE):\n"
     "  refuse-filter[=PID]  DMX_SET_FILTER fails with EINVAL (for PID, or any)\n"
     "  read-error=N         every read after N sections fails with EIO\n"
