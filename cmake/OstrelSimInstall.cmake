@@ -15,7 +15,10 @@
 #                                              Ostrel::OstrelTs, loaded by the
 #                                              core's package when present
 #   <libdir>/pkgconfig/OstrelSim.pc
-#   bin/ostrel-scan, bin/ostrel-mksample
+#   bin/ostrel-scan, bin/ostrel-mksample (bin/ostrel-dvb-emu where built:
+#                                              tools/dvb-emu/CMakeLists.txt)
+#   share/man/man1/ostrel-*.1                  their manual pages
+#   share/bash-completion/completions/ostrel-scan
 
 # Published: what a test binds and plays. The rest (tuners, demultiplexer,
 # filters, controls) stays inside the library.
@@ -36,6 +39,8 @@ install(TARGETS OstrelSim OstrelTs
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Simulator)
 install(TARGETS ostrel-mksample
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Simulator)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/ostrel-mksample.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Simulator)
 foreach(header IN LISTS OSTREL_SIM_PUBLIC_HEADERS)
   install(FILES ${PROJECT_SOURCE_DIR}/${header}
           DESTINATION ${OSTREL_SIM_INSTALL_INCLUDEDIR} COMPONENT Simulator)

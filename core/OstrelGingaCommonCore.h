@@ -29,8 +29,8 @@ typedef int (*RequestNotificationCallback)(unsigned int requestId, unsigned char
 // atomic words, so binding them needs no lock. The instance is never destroyed.
 //
 // Every operation that takes errorCode writes it only when it is not null:
-// 0 on success, or one of -1, -3, -4, -5, -7, -8, -10, -11, -12 (docs/api.md
-// tables them). The library catches no exceptions: one from the allocator or
+// 0 on success, or one of -1, -3, -4, -5, -7, -8, -10, -11, -12 (docs/mainpage.md,
+// "Error codes", tables them). The library catches no exceptions: one from the allocator or
 // the command library passes to the caller.
 class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
  public:
@@ -86,7 +86,8 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
                       short* errorCode);
 
   // The time-out of a request for this PID and table id, in whole seconds
-  // (docs/api.md); 1 s, logged, for a key the follower cannot follow.
+  // (docs/mainpage.md, "Requests that can be followed"); 1 s, logged, for a key
+  // the follower cannot follow.
   static timeval getTimeout(short pid, short tableId, short tableIdExt);
 
   // The tuner's cached table for pid (0), or null (-11 no cache, -12 not

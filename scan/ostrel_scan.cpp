@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -48,8 +49,26 @@ const int kExitNoPat = 3;
 // The signal that ended the run, or 0; the exit status is then 128 + it.
 std::atomic<int> s_iInterrupted(0);
 
+// The first SIGINT or SIGTERM ends the scan, which still prints what it found;
+// a second one ends the program at once (the handler is reset by then).
 void onInterrupt(int signal) {
   s_iInterrupted = signal;
+}
+
+// The first failure to write standard output (errno), or 0.
+int s_iOutputError = 0;
+
+// Hands what was written to standard output on; remembers the first failure.
+// std::cout shares stdout's buffer (synchronised with stdio): stdout is
+// flushed first, so that errno is the system's reason.
+void flushOutput() {
+  if (std::fflush(stdout) != 0 && !s_iOutputError) {
+    s_iOutputError = errno ? errno : EIO;
+  }
+  std::cout.flush();
+  if ((!std::cout || std::ferror(stdout)) && !s_iOutputError) {
+    s_iOutputError = EIO;
+  }
 }
 
 struct Options {
@@ -97,39 +116,51 @@ void usage(std::FILE* to) {
                "scans each tuner through the Ginga common core: PAT, NIT, SDT and TOT,\n"
                "then every PMT.\n"
                "\n"
-               "  scan              print each tuner's channel table and requests (default)\n"
-               "  watch             scan again and again; print what changes\n"
-               "  --tuner FILE      add an input (a tuner); may be repeated\n"
-               "  --dvb ADAPTER     scan a Linux DVB adapter tuned already (/dev/dvb/adapter0,\n"
-               "                    one tuner each; may be repeated); see docs/dvb.md\n"
-               "  --json            print JSON instead of tables\n"
-               "  --trace FILE      write every request's life as a Chrome trace (JSON)\n"
-               "  --channels FILE   write the services found as a channel file for dvbv5-zap\n"
-               "                    or VDR (docs/dvb.md)\n"
+               "  scan                 print each tuner's channel table and requests (default)\n"
+               "  watch                scan again and again; print what changes\n"
+               "  --tuner FILE         add an input (a tuner); may be repeated\n"
+               "  --dvb ADAPTER        scan a Linux DVB adapter tuned already (/dev/dvb/adapter0,\n"
+               "                       one tuner each; may be repeated); see docs/dvb.md\n"
+               "  -j, --json           print JSON instead of tables\n"
+               "  --trace FILE         write every request's life as a Chrome trace (JSON)\n"
+               "  -o, --channels FILE  write the services found as a channel file for dvbv5-zap\n"
+               "                       or VDR (docs/dvb.md)\n"
                "  --channels-format dvbv5|vdr  its format; default vdr for channels.conf and\n"
-               "                    *.vdr, else dvbv5\n"
-               "  --fast            play as fast as possible (default: real time by PCR)\n"
-               "  --bitrate BPS     play at this many bits per second (1000 or more)\n"
-               "  --once            do not loop a file at its end\n"
-               "  --timeout SEC     give up waiting for answers after SEC seconds (70)\n"
-               "  --no-latency      leave latencies out (output that does not vary)\n"
-               "  --interval SEC    watch: seconds between scans (2)\n"
-               "  --rounds N        watch: stop after N scans (1 or more)\n"
-               "  --drop SHARE      fault: drop this share (0..1) of sections\n"
-               "  --corrupt SHARE   fault: damage the CRC of this share of sections\n"
-               "  --delay MS        fault: deliver every section MS (0..60000) milliseconds late\n"
-               "  --hide PID        fault: never deliver this PID (may be repeated)\n"
-               "  --seed N          fault: seed of the fault choices (0..4294967295; 1)\n"
-               "  --quiet           no progress line\n"
-               "  --verbose         show the library's log messages\n"
+               "                       *.vdr, else dvbv5\n"
+               "  -f, --fast           play as fast as possible (default: real time by PCR)\n"
+               "  --bitrate BPS        play at this many bits per second (1000 or more)\n"
+               "  --once               do not loop a file at its end\n"
+               "  -t, --timeout SEC    give up waiting for answers after SEC seconds (70)\n"
+               "  --no-latency         leave latencies out (output that does not vary)\n"
+               "  --interval SEC       watch: seconds between scans (2)\n"
+               "  --rounds N           watch: stop after N scans (1 or more)\n"
+               "  --drop SHARE         fault: drop this share (0..1) of sections\n"
+               "  --corrupt SHARE      fault: damage the CRC of this share of sections\n"
+               "  --delay MS           fault: deliver every section MS (0..60000) ms late\n"
+               "  --hide PID           fault: never deliver this PID (may be repeated)\n"
+               "  --seed N             fault: seed of the fault choices (0..4294967295; 1)\n"
+               "  -q, --quiet          no progress line\n"
+               "  -v, --verbose        show the library's log messages\n"
+               "  -h, --help           print this help\n"
+               "  -V, --version        print the version\n"
+               "\n"
+               "A value follows its option as --timeout 5 or --timeout=5 (-t 5, -t5).\n"
+               "--fast, --bitrate, --once and the faults apply to files and network\n"
+               "inputs, not to --dvb; --interval and --rounds to watch only.\n"
                "\n"
                "Requests for tables that a whole pass of the input did not carry end at\n"
                "once as \"not in the stream\"; tables of which some sections never came\n"
                "are reported incomplete.\n"
                "\n"
                "Exit status: 0 when every tuner's PAT arrived, 1 when an input or an output\n"
-               "file cannot be used, 2 on a usage error, 3 when a PAT did not arrive, 130\n"
-               "when interrupted (143 on SIGTERM).\n");
+               "cannot be used, 2 on a usage error, 3 when a PAT did not arrive, 130 when\n"
+               "interrupted (143 on SIGTERM), after printing what the scan had found.\n");
+}
+
+// A usage error: one line naming the fault and where help is. Gives the exit status.
+int usageError(const std::string& fault) {
+  std::fprintf(stderr, "ostrel-scan: %s; try 'ostrel-scan --help'\n", fault.c_str());
+  return kExitUsage;
 }
 
 // A finite number in [low, high]; integral when asked.
@@ -144,146 +175,255 @@ bool number(const char* text, double low, double high, bool integral, double* ou
   return true;
 }
 
-// Returns -1 when the options are fine, else the exit status.
+// Where an option has an effect.
+enum OptionScope { kAnyMode, kSimOnly, kWatchOnly };
+
+// The options: long name, short letter (0: none), what its value is ("" when
+// it takes none) and where it has an effect.
+struct OptionSpec {
+  const char* name;
+  char letter;
+  const char* value;
+  OptionScope scope;
+};
+const OptionSpec kOptions[] = {
+    {"--help", 'h', "", kAnyMode},
+    {"--version", 'V', "", kAnyMode},
+    {"--tuner", 0, "a file (- for standard input)", kAnyMode},
+    {"--dvb", 0, "an adapter directory (/dev/dvb/adapter0)", kAnyMode},
+    {"--json", 'j', "", kAnyMode},
+    {"--trace", 0, "a file to write", kAnyMode},
+    {"--channels", 'o', "a file to write", kAnyMode},
+    {"--channels-format", 0, "dvbv5 or vdr", kAnyMode},
+    {"--fast", 'f', "", kSimOnly},
+    {"--bitrate", 0, "a bit rate from 1000 to 1e11 bits per second", kSimOnly},
+    {"--once", 0, "", kSimOnly},
+    {"--timeout", 't', "seconds from 0.001 to 86400", kAnyMode},
+    {"--no-latency", 0, "", kAnyMode},
+    {"--interval", 0, "seconds from 0 to 86400", kWatchOnly},
+    {"--rounds", 0, "a whole number from 1 to 1000000000", kWatchOnly},
+    {"--drop", 0, "a share from 0 to 1", kSimOnly},
+    {"--corrupt", 0, "a share from 0 to 1", kSimOnly},
+    {"--delay", 0, "whole milliseconds from 0 to 60000", kSimOnly},
+    {"--hide", 0, "a PID from 0 to 0x1FFF", kSimOnly},
+    {"--seed", 0, "a whole number from 0 to 4294967295", kSimOnly},
+    {"--quiet", 'q', "", kAnyMode},
+    {"--verbose", 'v', "", kAnyMode},
+};
+
+const OptionSpec* findOption(const std::string& name, char letter) {
+  for (const OptionSpec& spec : kOptions) {
+    if (letter ? spec.letter == letter : name == spec.name) {
+      return &spec;
+    }
+  }
+  return NULL;
+}
+
+// Sets the option from its value (NULL for an option that takes none).
+// Returns -1 when it is fine, else the exit status.
+int apply(const OptionSpec& spec, const char* text, Options* o) {
+  const std::string name = spec.name;
+  double v = 0;
+  auto value = [&](double low, double high, bool integral, double* out) {
+    return number(text, low, high, integral, out);
+  };
+  bool ok = true;
+  if (name == "--help") {
+    usage(stdout);
+    return kExitOk;
+  } else if (name == "--version") {
+    std::printf("ostrel-scan %s\n", OSTREL_VERSION);
+    return kExitOk;
+  } else if (name == "--tuner") {
+    o->inputs.push_back(text);
+  } else if (name == "--dvb") {
+    o->adapters.push_back(text);
+  } else if (name == "--json") {
+    o->json = true;
+  } else if (name == "--trace") {
+    o->tracePath = text;
+  } else if (name == "--channels") {
+    // Checked now, not found unwritable after the scan.
+    std::FILE* out = std::fopen(text, "a");
+    if (!out) {
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", RequestTrace::escape(text).c_str(),
+                   std::strerror(errno));
+      return kExitInput;
+    }
+    std::fclose(out);
+    o->channelsPath = text;
+  } else if (name == "--channels-format") {
+    ChannelFiles::Format format = ChannelFiles::kDvbv5;
+    ok = ChannelFiles::parseFormat(text, &format);
+    o->channelsFormat = format;
+  } else if (name == "--fast") {
+    o->pacing = ReceiverSimulator::kAsFastAsPossible;
+  } else if (name == "--bitrate") {
+    ok = value(1000, 1e11, false, &v);
+    o->pacing = ReceiverSimulator::kByBitRate;
+    o->bitRate = static_cast<uint64_t>(v);
+  } else if (name == "--once") {
+    o->loop = false;
+  } else if (name == "--timeout") {
+    ok = value(0.001, 86400, false, &o->timeoutSeconds);
+  } else if (name == "--no-latency") {
+    o->latencies = false;
+  } else if (name == "--interval") {
+    ok = value(0, 86400, false, &o->intervalSeconds);
+  } else if (name == "--rounds") {
+    ok = value(1, 1e9, true, &v);
+    o->rounds = static_cast<long>(v);
+  } else if (name == "--drop") {
+    ok = value(0, 1, false, &o->faults.dropShare);
+  } else if (name == "--corrupt") {
+    ok = value(0, 1, false, &o->faults.corruptShare);
+  } else if (name == "--delay") {
+    ok = value(0, 60000, true, &v);
+    o->faults.delayMs = static_cast<unsigned int>(v);
+  } else if (name == "--hide") {
+    char* end = NULL;
+    const unsigned long pid = std::strtoul(text, &end, 0);
+    ok = end != text && *end == '\0' && text[0] != '-' && pid < 0x2000;
+    o->faults.hiddenPids.insert(static_cast<unsigned short>(pid));
+  } else if (name == "--seed") {
+    ok = value(0, 4294967295.0, true, &v);
+    o->faults.seed = static_cast<uint32_t>(v);
+  } else if (name == "--quiet") {
+    o->quiet = true;
+  } else if (name == "--verbose") {
+    o->verbose = true;
+  }
+  if (!ok) {
+    return usageError(name + " needs " + spec.value + ", not " + text);
+  }
+  return -1;
+}
+
+// A word that can only have been meant as a subcommand: letters alone, and
+// no file of that name.
+bool looksLikeSubcommand(const std::string& arg) {
+  if (arg.empty() || access(arg.c_str(), F_OK) == 0) {
+    return false;
+  }
+  for (char c : arg) {
+    if (!std::isalpha(static_cast<unsigned char>(c))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Returns -1 when the options are fine, else the exit status. Options are
+// given long (--timeout 5, --timeout=5) or short (-t 5, -t5, -qj).
 int parse(int argc, char** argv, Options* o) {
   int i = 1;
   if (i < argc && (std::strcmp(argv[i], "scan") == 0 || std::strcmp(argv[i], "watch") == 0)) {
     o->watch = std::strcmp(argv[i], "watch") == 0;
     ++i;
+  } else if (i < argc && looksLikeSubcommand(argv[i])) {
+    return usageError(std::string("unknown subcommand '") + argv[i] +
+                      "' (scan or watch), and no file of that name");
   }
+  // The options given, in order, as the user spelt them, for the checks of
+  // their combination below.
+  std::vector<std::pair<const OptionSpec*, std::string>> given;
+  bool optionsEnd = false;
   for (; i < argc; ++i) {
-    std::string arg = argv[i];
-    // The option's value; an option in its place is a missing value ("-"
-    // alone is standard input).
-    auto operand = [&](const char* what) -> const char* {
-      if (i + 1 >= argc || (argv[i + 1][0] == '-' && argv[i + 1][1] != '\0')) {
-        std::fprintf(stderr, "ostrel-scan: %s needs %s\n", arg.c_str(), what);
-        return NULL;
+    const std::string arg = argv[i];
+    if (optionsEnd || arg == "-" || arg.empty() || arg[0] != '-') {
+      if (!optionsEnd && (arg == "scan" || arg == "watch") && access(arg.c_str(), F_OK) != 0) {
+        return usageError("the subcommand '" + arg + "' comes first, before any option or file");
       }
-      return argv[++i];
-    };
-    auto value = [&](double low, double high, bool integral, const char* range, double* out) {
-      const char* text = i + 1 < argc ? argv[i + 1] : NULL;
-      if (!text || !number(text, low, high, integral, out)) {
-        std::fprintf(stderr, "ostrel-scan: %s needs %s%s%s\n", arg.c_str(), range,
-                     text ? ", not " : "", text ? text : "");
-        return false;
-      }
-      ++i;
-      return true;
-    };
-    double v = 0;
-    if (arg == "-h" || arg == "--help") {
-      usage(stdout);
-      return kExitOk;
-    } else if (arg == "--tuner") {
-      const char* file = operand("a file (- for standard input)");
-      if (!file)
-        return kExitUsage;
-      o->inputs.push_back(file);
-    } else if (arg == "--dvb") {
-      const char* adapter = operand("an adapter directory (/dev/dvb/adapter0)");
-      if (!adapter)
-        return kExitUsage;
-      o->adapters.push_back(adapter);
-    } else if (arg == "--json") {
-      o->json = true;
-    } else if (arg == "--trace") {
-      const char* file = operand("a file to write");
-      if (!file)
-        return kExitUsage;
-      o->tracePath = file;
-    } else if (arg == "--channels" || arg == "--channels-format") {
-      ChannelFiles::Format format = ChannelFiles::kDvbv5;
-      const char* text = operand(arg == "--channels" ? "a file to write" : "dvbv5 or vdr");
-      if (!text || (arg != "--channels" && !ChannelFiles::parseFormat(text, &format))) {
-        if (text)
-          std::fprintf(stderr, "ostrel-scan: --channels-format needs dvbv5 or vdr, not %s\n", text);
-        return kExitUsage;
-      }
-      // Checked now, not found unwritable after the scan.
-      std::FILE* out = arg == "--channels" ? std::fopen(text, "a") : NULL;
-      if (out)
-        std::fclose(out);
-      if (arg == "--channels" && !out) {
-        std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
-                     RequestTrace::escape(text).c_str(), std::strerror(errno));
-        return kExitInput;
-      }
-      if (arg == "--channels")
-        o->channelsPath = text;
-      else
-        o->channelsFormat = format;
-    } else if (arg == "--fast") {
-      o->pacing = ReceiverSimulator::kAsFastAsPossible;
-    } else if (arg == "--bitrate") {
-      if (!value(1000, 1e11, false, "a bit rate from 1000 to 1e11 bits per second", &v))
-        return kExitUsage;
-      o->pacing = ReceiverSimulator::kByBitRate;
-      o->bitRate = static_cast<uint64_t>(v);
-    } else if (arg == "--once") {
-      o->loop = false;
-    } else if (arg == "--timeout") {
-      if (!value(0.001, 86400, false, "seconds from 0.001 to 86400", &o->timeoutSeconds))
-        return kExitUsage;
-    } else if (arg == "--no-latency") {
-      o->latencies = false;
-    } else if (arg == "--interval") {
-      if (!value(0, 86400, false, "seconds from 0 to 86400", &o->intervalSeconds))
-        return kExitUsage;
-    } else if (arg == "--rounds") {
-      if (!value(1, 1e9, true, "a whole number from 1 to 1000000000", &v))
-        return kExitUsage;
-      o->rounds = static_cast<long>(v);
-    } else if (arg == "--drop") {
-      if (!value(0, 1, false, "a share from 0 to 1", &o->faults.dropShare))
-        return kExitUsage;
-    } else if (arg == "--corrupt") {
-      if (!value(0, 1, false, "a share from 0 to 1", &o->faults.corruptShare))
-        return kExitUsage;
-    } else if (arg == "--delay") {
-      if (!value(0, 60000, true, "whole milliseconds from 0 to 60000", &v))
-        return kExitUsage;
-      o->faults.delayMs = static_cast<unsigned int>(v);
-    } else if (arg == "--hide") {
-      char* end = NULL;
-      unsigned long pid = i + 1 < argc ? std::strtoul(argv[i + 1], &end, 0) : 0x2000;
-      if (i + 1 >= argc || end == argv[i + 1] || *end != '\0' || argv[i + 1][0] == '-' ||
-          pid >= 0x2000) {
-        std::fprintf(stderr, "ostrel-scan: --hide needs a PID from 0 to 0x1FFF\n");
-        return kExitUsage;
-      }
-      ++i;
-      o->faults.hiddenPids.insert(static_cast<unsigned short>(pid));
-    } else if (arg == "--seed") {
-      if (!value(0, 4294967295.0, true, "a whole number from 0 to 4294967295", &v))
-        return kExitUsage;
-      o->faults.seed = static_cast<uint32_t>(v);
-    } else if (arg == "--quiet") {
-      o->quiet = true;
-    } else if (arg == "--verbose") {
-      o->verbose = true;
-    } else if (arg.size() > 1 && arg[0] == '-') {
-      std::fprintf(stderr, "ostrel-scan: unknown option %s\n", arg.c_str());
-      usage(stderr);
-      return kExitUsage;
-    } else {
       o->inputs.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      optionsEnd = true;
+      continue;
+    }
+    // Each option found in this argument, with its value when it has one.
+    std::vector<std::pair<const OptionSpec*, std::string>> found;
+    std::string spelt;
+    if (arg[1] == '-') {
+      const size_t equals = arg.find('=');
+      spelt = arg.substr(0, equals);
+      const OptionSpec* spec = findOption(spelt, 0);
+      if (!spec) {
+        return usageError("unknown option " + spelt);
+      }
+      if (equals != std::string::npos) {
+        if (!*spec->value) {
+          return usageError(spelt + " takes no value");
+        }
+        found.push_back({spec, arg.substr(equals + 1)});
+      } else if (*spec->value) {
+        // An option where the value should be is a missing value, never a
+        // value ("-" alone is standard input).
+        if (i + 1 >= argc || (argv[i + 1][0] == '-' && argv[i + 1][1] != '\0' &&
+                              !std::isdigit(static_cast<unsigned char>(argv[i + 1][1])))) {
+          return usageError(spelt + " needs " + spec->value);
+        }
+        found.push_back({spec, argv[++i]});
+      } else {
+        found.push_back({spec, ""});
+      }
+    } else {
+      for (size_t at = 1; at < arg.size(); ++at) {
+        const OptionSpec* spec = findOption("", arg[at]);
+        if (!spec) {
+          return usageError(std::string("unknown option -") + arg[at]);
+        }
+        if (!*spec->value) {
+          found.push_back({spec, ""});
+          continue;
+        }
+        if (at + 1 < arg.size()) {
+          found.push_back({spec, arg.substr(at + 1)});
+        } else if (i + 1 < argc) {
+          found.push_back({spec, argv[++i]});
+        } else {
+          return usageError(std::string("-") + arg[at] + " (" + spec->name + ") needs " +
+                            spec->value);
+        }
+        break;
+      }
+    }
+    for (const auto& option : found) {
+      const int status =
+          apply(*option.first, *option.first->value ? option.second.c_str() : NULL, o);
+      if (status >= 0) {
+        return status;
+      }
+      given.push_back(option);
     }
   }
+  // Options that would do nothing in the chosen mode are refused.
+  bool fast = false, bitrate = false;
+  for (const auto& option : given) {
+    const std::string name = option.first->name;
+    fast = fast || name == "--fast";
+    bitrate = bitrate || name == "--bitrate";
+    if (option.first->scope == kWatchOnly && !o->watch) {
+      return usageError(name + " applies to watch only");
+    }
+    if (option.first->scope == kSimOnly && !o->adapters.empty()) {
+      return usageError(name + " applies to files and network inputs, not to --dvb adapters");
+    }
+  }
+  if (fast && bitrate) {
+    return usageError("--fast and --bitrate are two pacings: choose one");
+  }
   if (!o->adapters.empty() && !o->inputs.empty()) {
-    std::fprintf(stderr, "ostrel-scan: --dvb scans adapters only: no FILE inputs\n");
-    return kExitUsage;
+    return usageError("--dvb scans adapters only: no FILE inputs");
   }
 #ifndef OSTREL_HAVE_DVB_SERVER
   if (!o->adapters.empty()) {
-    std::fprintf(stderr, "ostrel-scan: built without the DVB server\n");
-    return kExitUsage;
+    return usageError("built without the DVB server: --dvb is not available");
   }
 #endif
   if (o->inputs.empty() && o->adapters.empty()) {
-    usage(stderr);
-    return kExitUsage;
+    return usageError("no input: give a FILE, -, --tuner FILE or --dvb ADAPTER");
   }
   return -1;
 }
@@ -456,31 +596,41 @@ void warnIncomplete(const ChannelScan::Result& r, int tunerId, const std::string
   }
 }
 
-void print(const ChannelScan::Result& r, const Options& o, const std::string& heading) {
+// A scan cut short by a signal says so: a line after the tables, a field of
+// the JSON object.
+void print(const ChannelScan::Result& r, const Options& o, const std::string& heading,
+           bool interrupted) {
   if (o.json) {
-    std::cout << ScanReport::json(r, o.latencies);
-    return;
+    std::string json = ScanReport::json(r, o.latencies);
+    if (interrupted) {
+      json.insert(json.find('{') + 1, "\n  \"interrupted\": true,");
+    }
+    std::cout << json;
+  } else {
+    std::cout << heading << "\n\n"
+              << ScanReport::channelTable(r) << "\n"
+              << ScanReport::requestTable(r, o.latencies);
+    if (interrupted) {
+      std::cout << "\nInterrupted: the scan of this tuner was cut short\n";
+    }
   }
-  std::cout << heading << "\n\n"
-            << ScanReport::channelTable(r) << "\n"
-            << ScanReport::requestTable(r, o.latencies) << std::flush;
+  flushOutput();
 }
 
 // One tuner's result in a list of tuners: what stayed incomplete and a missing
-// PAT on standard error, the table (or JSON object) on standard output. False
-// when no PAT arrived.
-bool report(const ChannelScan::Result& r, const Options& o, int index, int tuners, int tunerId,
-            const std::string& name) {
+// PAT on standard error, the table (or JSON object) on standard output, after
+// a separator when others came before (printed of them). False when no PAT
+// arrived.
+bool report(const ChannelScan::Result& r, const Options& o, int printed, int tunerId,
+            const std::string& name, bool interrupted) {
   warnIncomplete(r, tunerId, name);
-  if (!r.hasPat) {
+  if (!r.hasPat && !interrupted) {
     std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", tunerId,
                  RequestTrace::escape(name).c_str());
   }
-  if (o.json && tuners > 1 && index > 0)
-    std::cout << ",\n";
-  print(r, o, "Tuner " + std::to_string(tunerId) + ": " + RequestTrace::escape(name));
-  if (!o.json && index + 1 < tuners)
-    std::cout << "\n";
+  if (printed > 0)
+    std::cout << (o.json ? ",\n" : "\n");
+  print(r, o, "Tuner " + std::to_string(tunerId) + ": " + RequestTrace::escape(name), interrupted);
   return r.hasPat;
 }
 
@@ -525,19 +675,28 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   int status = tuners.empty() ? kExitInput : kExitOk;
   if (o.json && count > 1)
     std::cout << "[\n";
+  int printed = 0;
   std::vector<ChannelScan::Result> results;
   for (int t = 0; t < count; ++t) {
+    // On a signal, the tuner being scanned reports what it has; those after
+    // it are not scanned.
     ChannelScan::Result r = scanTuner(core, receiver, tuners[t], 1, o, trace);
-    if (s_iInterrupted) {
-      break;
+    const bool interrupted = s_iInterrupted != 0;
+    if (!interrupted) {
+      results.push_back(r);  // the channel file is written of whole scans only
     }
-    results.push_back(r);
     const std::string error = receiver->error(tuners[t]);
     if (!error.empty()) {
       std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
     }
-    if (!report(r, o, t, count, tuners[t], receiver->name(tuners[t])) && status != kExitInput) {
+    if (!error.empty() && !r.hasPat) {
+      status = kExitInput;  // an input that failed has no table to show
+    } else if (!report(r, o, printed++, tuners[t], receiver->name(tuners[t]), interrupted) &&
+               status != kExitInput && !interrupted) {
       status = error.empty() ? kExitNoPat : kExitInput;
+    }
+    if (interrupted) {
+      break;
     }
   }
   if (o.json && count > 1)
@@ -573,16 +732,17 @@ int runWatch(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
       std::string table = o.json ? ScanReport::json(r, false) : ScanReport::channelTable(r);
       if (table != last[t]) {
         if (o.json) {
-          std::cout << table << std::flush;
+          std::cout << table;
         } else {
           std::cout << localClock() << " tuner " << tuners[t] << (round == 0 ? "" : ": changed")
                     << "\n"
-                    << table << "\n"
-                    << std::flush;
+                    << table << "\n";
         }
+        flushOutput();
         last[t] = table;
       } else if (!o.json) {
-        std::cout << localClock() << " tuner " << tuners[t] << ": no change" << std::endl;
+        std::cout << localClock() << " tuner " << tuners[t] << ": no change\n";
+        flushOutput();
       }
     }
     // The channel file follows each whole round.
@@ -612,11 +772,22 @@ int finish(std::unique_ptr<Receiver> receiver, RequestTrace* trace, const Option
   receiver.reset();
   RequestFollower::destroy();
   ostrel_log_set_sink(NULL, NULL);
+  bool written = true;
   if (trace && !trace->writeTo(o.tracePath)) {
-    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", o.tracePath.c_str());
-    return kExitInput;
+    std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
+                 RequestTrace::escape(o.tracePath).c_str(), std::strerror(errno ? errno : EIO));
+    written = false;
   }
-  return s_iInterrupted ? 128 + s_iInterrupted : status;
+  flushOutput();
+  if (s_iOutputError) {
+    std::fprintf(stderr, "ostrel-scan: cannot write standard output: %s\n",
+                 std::strerror(s_iOutputError));
+    written = false;
+  }
+  if (s_iInterrupted) {
+    return 128 + s_iInterrupted;
+  }
+  return written ? status : kExitInput;
 }
 
 }  // namespace
@@ -678,8 +849,13 @@ int main(int argc, char** argv) {
     }
     receiver = std::move(sim);
   }
-  signal(SIGINT, onInterrupt);
-  signal(SIGTERM, onInterrupt);
+  struct sigaction action;
+  std::memset(&action, 0, sizeof(action));
+  action.sa_handler = onInterrupt;
+  action.sa_flags = SA_RESETHAND;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, NULL);
+  sigaction(SIGTERM, &action, NULL);
 
   core->setServer(receiver->server());
   receiver->server()->setDataDestination(core);

@@ -7,6 +7,8 @@ if(TARGET OstrelDvbServer AND TARGET OstrelSim AND TARGET ostrel-dvb-emu)
     OSTREL_SAMPLE_STREAM="${OSTREL_SAMPLE_STREAM}" OSTREL_TEST_WORK="${CMAKE_CURRENT_BINARY_DIR}")
   ostrel_tool_settings(dvb_server_test)
   add_dependencies(dvb_server_test ostrel-sample ostrel-dvb-emu)
-  add_test(NAME dvb_server_test COMMAND unshare -m $<TARGET_FILE:dvb_server_test>)
+  # dvb_needs.sh says what is missing (root, /dev/fuse, a mount namespace) before unshare fails.
+  add_test(NAME dvb_server_test COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/dvb_needs.sh
+                                        unshare -m $<TARGET_FILE:dvb_server_test>)
   set_tests_properties(dvb_server_test PROPERTIES TIMEOUT 120)
 endif()

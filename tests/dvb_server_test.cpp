@@ -130,7 +130,8 @@ TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
     const auto before = held();
     {
       Emulator emulator(stream, c.options);
-      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
+      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted. "
+                               << emulatorUnavailable();
       Destination destination;
       DvbServer dvb({emulator.adapter()}, DvbServer::Options());
       destination.server = &dvb;
@@ -163,7 +164,8 @@ TEST(DvbServerTest, TunerListSynchronousRequestsAndControlsAnswerOnTheCallersThr
   const auto before = held();
   {
     Emulator emulator(testStream(), "");
-    ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
+    ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted. "
+                             << emulatorUnavailable();
     DvbServer::Options options;
     options.syncTimeoutMs = 300;
     DvbServer dvb({emulator.adapter(), emulator.m_root + "/adapter9"}, options);

@@ -129,7 +129,7 @@ struct DvbRig : Rig {
   DvbRig(const std::string& path, unsigned int pids)
       : emulator(path, " --fast --once --start-with " + std::to_string(pids)),
         dvb(std::vector<std::string>(1, emulator.adapter()), DvbServer::Options()) {
-    EXPECT_TRUE(emulator.ok);
+    EXPECT_TRUE(emulator.ok) << emulatorUnavailable();
   }
   ServerEngine* server() override { return &dvb; }
   void start() override {}

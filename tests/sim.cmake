@@ -21,3 +21,12 @@ if(TARGET ostrel-scan AND OSTREL_PYTHON3 AND NOT CMAKE_CROSSCOMPILING)
   set_tests_properties(sim_muxers_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)
 endif()
 
+
+# ostrel-scan's command line: options, usage errors, failed inputs and
+# outputs, interrupts (one table of cases).
+if(TARGET ostrel-scan AND OSTREL_PYTHON3 AND NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME scan_cli_test
+           COMMAND ${OSTREL_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/scan_cli_test.py
+                   $<TARGET_FILE:ostrel-scan> ${OSTREL_SAMPLE_STREAM})
+  set_tests_properties(scan_cli_test PROPERTIES TIMEOUT 120)
+endif()

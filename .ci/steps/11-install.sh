@@ -7,7 +7,8 @@
 # every example that uses the package (the consumer, the integration guide's
 # file server on the server engine, the middleware test on the simulator) from
 # the prefix alone, once through the CMake package and once through
-# pkg-config, and run each build.
+# pkg-config, and run each build. The programs' manual pages render and the
+# scan's bash completion parses; an unknown component of the package is named.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 scripts/deps build install
@@ -107,6 +108,40 @@ pkg-config --exact-version=2.0.0 OstrelGingaCommonCore
 "$prefix/bin/ostrel-mksample" "$work/sample.ts"
 timeout 60 "$prefix/bin/ostrel-scan" --fast --once --no-latency --quiet "$work/sample.ts" |
   grep -q "Ostrel HD" || { echo "the installed ostrel-scan does not scan the sample"; exit 1; }
+"$prefix/bin/ostrel-scan" --version | grep -qx "ostrel-scan $(pkg-config --modversion OstrelGingaCommonCore)"
+
+echo "-- manual pages (man finds and renders them, groff warns of nothing) and bash completion"
+pages=(ostrel-scan ostrel-mksample)
+[ -x "$prefix/bin/ostrel-dvb-emu" ] && pages+=(ostrel-dvb-emu)
+for page in "${pages[@]}"; do
+  file=$prefix/share/man/man1/$page.1
+  [ -f "$file" ] || { echo "$page: no manual page installed"; exit 1; }
+  warnings=$(groff -man -Tutf8 -ww -z "$file" 2>&1)
+  [ -z "$warnings" ] || { echo "$page.1: $warnings"; exit 1; }
+  MANPATH=$prefix/share/man man -P cat "$page" 2>/dev/null | grep -q "^NAME" ||
+    { echo "man does not find $page under $prefix/share/man"; exit 1; }
+done
+completion=$prefix/share/bash-completion/completions/ostrel-scan
+bash -n "$completion"
+bash -c 'shopt -s extglob; source "$1"; COMP_WORDS=(ostrel-scan --jso); COMP_CWORD=1
+  _ostrel_scan; [ "${COMPREPLY[*]}" = --json ]' _ "$completion" ||
+  { echo "the completion does not complete --jso"; exit 1; }
+echo "${pages[*]}: manual pages render; completion parses"
+
+echo "-- an unknown component is refused by name, with the known ones"
+mkdir -p "$work/component"
+cat >"$work/component/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(component LANGUAGES CXX)
+find_package(OstrelGingaCommonCore 2 CONFIG REQUIRED COMPONENTS Simulatr)
+CMAKE
+if timeout 120 cmake -S "$work/component" -B "$work/component/build" -G Ninja \
+  -DCMAKE_PREFIX_PATH="$prefix" >"$work/component.log" 2>&1; then
+  echo "find_package accepted the unknown component Simulatr"; exit 1
+fi
+grep -q "no component Simulatr in this package (its components: Simulator)" "$work/component.log" ||
+  { cat "$work/component.log"; echo "the unknown component is not named"; exit 1; }
+
 example consumer consumer c++11 OstrelGingaCommonCore consumer.cpp
 example file_server file_server c++11 "OstrelGingaCommonCore OstrelServer" '*.cpp' "$work/sample.ts"
 example middleware_test middleware_test c++17 OstrelSim '*.cpp' "$work/sample.ts"

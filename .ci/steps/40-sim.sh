@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The scan program end to end on the sample stream: exact channel table, fast
 # and in real time, once and looping; valid JSON and trace; exit statuses and
-# messages for bad options, unreadable input and an interrupt; the sample read
+# messages for bad options, unreadable input and an interrupt (and the command
+# line's table of cases); the demo given a capture; the sample read
 # from standard input and as 204-byte packets; and, in real time, FFmpeg's and
 # GStreamer's streams against FFprobe (the test suite runs them fast).
 set -euo pipefail
@@ -79,6 +80,14 @@ sleep 3
 kill -INT $pid
 status=0; wait $pid || status=$?
 [ "$status" -eq 130 ] && ! grep -q changed "$work/watch.txt" || { echo "watch: exit $status"; exit 1; }
+
+# The demo scans the input it is given alone, else the sample.
+scripts/demo --fast --once -q --no-latency "$work/notot.ts" >"$work/demo.txt"
+[ "$(grep -c '^Tuner' "$work/demo.txt")" -eq 1 ] && grep -q "^Tuner 0: $work/notot.ts\$" "$work/demo.txt"
+scripts/demo --fast --once -q --no-latency | grep -q "^Tuner 0: build/default/ts/sample.ts\$"
+
+# The command line, table-driven: options, usage errors, failed outputs, interrupts.
+python3 tests/scan_cli_test.py "$scan" "$sample"
 
 # Standard input, not looped, paced by its PCR.
 timeout 60 "$scan" --quiet --no-latency - <"$sample" | grep -q '^PAT            0x0000  0x00   delivered$'

@@ -5,6 +5,22 @@ if(NOT OSTREL_CROSS_TRIPLE OR NOT OSTREL_CROSS_QEMU)
   message(FATAL_ERROR "Set OSTREL_CROSS_TRIPLE and OSTREL_CROSS_QEMU before including OstrelCross.cmake")
 endif()
 
+# Without the cross packages, say so first: CMake would otherwise go on and
+# report a missing build program instead.
+if(NOT OSTREL_CROSS_CPU)
+  set(OSTREL_CROSS_CPU ${CMAKE_SYSTEM_PROCESSOR})
+endif()
+find_program(OSTREL_CROSS_CXX_PROGRAM ${OSTREL_CROSS_TRIPLE}-g++)
+if(NOT OSTREL_CROSS_CXX_PROGRAM)
+  message(FATAL_ERROR "the ${OSTREL_CROSS_CPU} cross compiler is missing "
+                      "(${OSTREL_CROSS_TRIPLE}-g++): run scripts/deps cross")
+endif()
+find_program(OSTREL_QEMU_PROGRAM ${OSTREL_CROSS_QEMU})
+if(NOT OSTREL_QEMU_PROGRAM)
+  message(FATAL_ERROR "${OSTREL_CROSS_QEMU}, which runs the ${OSTREL_CROSS_CPU} tests, is missing: "
+                      "run scripts/deps cross")
+endif()
+
 set(CMAKE_C_COMPILER ${OSTREL_CROSS_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${OSTREL_CROSS_TRIPLE}-g++)
 set(CMAKE_AR ${OSTREL_CROSS_TRIPLE}-ar CACHE FILEPATH "")
@@ -23,5 +39,4 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # -L makes qemu load the target's dynamic loader and libraries from the
 # sysroot; the build tree's own libraries are found through their RPATH.
-find_program(OSTREL_QEMU_PROGRAM ${OSTREL_CROSS_QEMU} REQUIRED)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${OSTREL_QEMU_PROGRAM};-L;${OSTREL_CROSS_SYSROOT})

@@ -5,6 +5,7 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(OSTREL_CROSS_TRIPLE arm-linux-gnueabihf)
 set(OSTREL_CROSS_QEMU qemu-arm)
+set(OSTREL_CROSS_CPU ARM)
 include(${CMAKE_CURRENT_LIST_DIR}/OstrelCross.cmake)
 
 # GCC notes that the passing of some 64-bit members changed in GCC 7.1 (an

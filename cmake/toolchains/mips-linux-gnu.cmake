@@ -5,6 +5,7 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mips)
 set(OSTREL_CROSS_TRIPLE mips-linux-gnu)
 set(OSTREL_CROSS_QEMU qemu-mips)
+set(OSTREL_CROSS_CPU MIPS)
 include(${CMAKE_CURRENT_LIST_DIR}/OstrelCross.cmake)
 
 # 32-bit MIPS has no 64-bit atomic instructions: std::atomic of a 64-bit type

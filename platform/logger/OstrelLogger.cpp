@@ -15,7 +15,9 @@ pthread_mutex_t s_sinkMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 ostrel_log_sink_t s_pfSink = NULL;
 void* s_pSinkContext = NULL;
 
-void writeToStandardError(const char* module, const char* message) {
+// The message begins with its module already (the library's convention), so
+// the line is the time stamp and the message alone.
+void writeToStandardError(const char* message) {
   struct timeval now;
   gettimeofday(&now, NULL);
   time_t seconds = now.tv_sec;
@@ -23,8 +25,7 @@ void writeToStandardError(const char* module, const char* message) {
   localtime_r(&seconds, &parts);
   char stamp[32];
   strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &parts);
-  fprintf(stderr, "%s.%03ld %s %s\n", stamp, static_cast<long>(now.tv_usec / 1000),
-          module ? module : "-", message);
+  fprintf(stderr, "%s.%03ld %s\n", stamp, static_cast<long>(now.tv_usec / 1000), message);
 }
 
 void deliver(int level, const char* module, const char* message) {
@@ -32,7 +33,7 @@ void deliver(int level, const char* module, const char* message) {
   if (s_pfSink) {
     s_pfSink(level, module, message, s_pSinkContext);
   } else {
-    writeToStandardError(module, message);
+    writeToStandardError(message);
   }
   pthread_mutex_unlock(&s_sinkMutex);
 }

@@ -14,7 +14,8 @@ typedef void (*ostrel_log_sink_t)(int level, const char* module, const char* mes
                                   void* context);
 
 // Formats the message and delivers it to the sink, or to standard error as
-// "YYYY-MM-DD hh:mm:ss.mmm <module> <message>". Thread-safe.
+// "YYYY-MM-DD hh:mm:ss.mmm <message>" (the library's messages begin with their
+// module: "GingaCommonCore: requestData: ..."). Thread-safe.
 void ostrel_log_std_generic(int level, const char* module, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 

@@ -5,9 +5,22 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
+
+// Why the emulator cannot mount here (not root, no /dev/fuse), or "".
+inline std::string emulatorUnavailable() {
+  std::string why;
+  if (geteuid() != 0) {
+    why += " Not root: the emulator mounts a FUSE file system, which needs root.";
+  }
+  if (access("/dev/fuse", R_OK | W_OK) != 0) {
+    why += std::string(" /dev/fuse: ") + strerror(errno) + ".";
+  }
+  return why.empty() ? why : "The emulated DVB adapter cannot run here." + why;
+}
 
 // ostrel-dvb-emu serving one adapter from stream, with options (faults);
 // stopped on destruction. The shell prints its pid, then becomes the emulator.

@@ -5,10 +5,42 @@
 
 #include "SampleStream.h"
 
+namespace {
+
+const char kUsage[] =
+    "usage: ostrel-mksample OUTPUT.ts\n"
+    "\n"
+    "Writes the sample ISDB-Tb multiplex to OUTPUT.ts: 1,000,160 bytes, two\n"
+    "seconds at 4 Mbit/s that loop seamlessly. Network \"Rede Ostrel\" (0x0640),\n"
+    "four programmes in the PAT (full-seg HD, data, one-seg, and \"Ostrel Extra\"\n"
+    "whose PMT is never carried), NIT and SDT in two sections each, a TOT, and\n"
+    "stand-in audio and video. Scan it with ostrel-scan OUTPUT.ts.\n"
+    "\n"
+    "  -h, --help     print this help\n"
+    "  -V, --version  print the version\n"
+    "\n"
+    "Exit status: 0 when written, 1 when the file cannot be written, 2 on a\n"
+    "usage error.\n";
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  if (argc != 2 || std::strcmp(argv[1], "--help") == 0) {
-    std::fprintf(stderr, "usage: ostrel-mksample OUTPUT.ts\n");
-    return argc == 2 ? 0 : 2;
+  if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+    std::fputs(kUsage, stdout);
+    return 0;
+  }
+  if (argc == 2 && (std::strcmp(argv[1], "--version") == 0 || std::strcmp(argv[1], "-V") == 0)) {
+    std::printf("ostrel-mksample %s\n", OSTREL_VERSION);
+    return 0;
+  }
+  if (argc != 2) {
+    std::fprintf(stderr, "ostrel-mksample: give one OUTPUT.ts; try 'ostrel-mksample --help'\n");
+    return 2;
+  }
+  if (argv[1][0] == '-' && argv[1][1] != '\0') {
+    std::fprintf(stderr, "ostrel-mksample: unknown option %s; try 'ostrel-mksample --help'\n",
+                 argv[1]);
+    return 2;
   }
   std::vector<unsigned char> stream = Ostrel::SampleStream::build();
   std::FILE* out = std::fopen(argv[1], "wb");
