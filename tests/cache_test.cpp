@@ -106,6 +106,9 @@ TEST_F(CacheTest, TheBoundKeepsTheMostRecentlyUsedEntries) {
       {{1000, 1000, 48}, {1, 2, 3}, 0},
       {{1000, 1000, 49}, {2, 3}, 1},
       {{600, 600, 600, 600}, {2, 3, 4}, 1},
+      {{1000, 1000, 2000}, {3}, 2},         // one add evicts two entries
+      {{500, 500, 500, 2049}, {}, 4},       // and every entry, the new one last
+      {{500, 500, 1048, 1000}, {3, 4}, 2},  // two, down to the bound exactly
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.sizes));

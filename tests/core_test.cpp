@@ -171,9 +171,12 @@ class Requests : public CoreTest {
     Cacher::getInstance(1)->add(pid, 2, 0, table, 100);
     return table;
   }
+  // Also checks the error code of the lookup: 0 on a hit, -12 on a miss.
   bool cached(short pid, int tuner = 1) {
-    short error = 0;
-    return m_core->getFromCache(tuner, pid, 0, 0, nullptr, &error) != nullptr;
+    short error = 5;
+    const bool hit = m_core->getFromCache(tuner, pid, 0, 0, nullptr, &error) != nullptr;
+    EXPECT_EQ(hit ? 0 : -12, error);
+    return hit;
   }
   int inject(short pid, short tableId, short ext, const std::vector<unsigned char>& section,
              int tuner = 1) {
@@ -405,6 +408,7 @@ TEST_F(Commands, BindingsNullServerIsRefusedNullCallbackClears) {
   EXPECT_EQ(0, m_server.waitCount());
 
   LogCapture log;
+  error = -3;
   EXPECT_EQ(1, m_core->dispatchRequestFeedback(1, 0, nullptr, nullptr, &error));
   EXPECT_EQ(0, error);
   EXPECT_EQ(1, m_core->setRequestNotificationCallback(nullptr));
