@@ -21,5 +21,7 @@ if(TARGET ostrel-scan AND TARGET ostrel-dvb-emu AND TARGET OstrelDvbServer)
            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/dvb_needs.sh
                    ${CMAKE_CURRENT_SOURCE_DIR}/dvb_zap_check.sh $<TARGET_FILE:ostrel-dvb-emu>
                    $<TARGET_FILE:ostrel-scan> ${OSTREL_SAMPLE_STREAM})
-  set_tests_properties(dvb_zap_check PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)
+  # Both checks bind the emulator at the machine's /dev/dvb: one at a time.
+  set_tests_properties(dvb_zap_check PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120
+                                               RESOURCE_LOCK dev_dvb)
 endif()
