@@ -21,6 +21,7 @@
 #include "TPMTBuilder.h"
 #include "TSDTBuilder.h"
 #include "TSectionWriter.h"
+#include "TTOTBuilder.h"
 
 using namespace Ostrel;
 
@@ -34,6 +35,7 @@ const unsigned short kPcrPid = 0x01FF;
 const unsigned short kNitPid = 0x0010;
 const unsigned short kSdtPid = 0x0011;
 const unsigned short kNullPid = 0x1FFF;
+const unsigned short kTotPid = 0x0014;
 
 struct Service {
   unsigned short id;
@@ -346,6 +348,8 @@ std::vector<Case> cases() {
     Case c;
     c.name = name, c.about = about;
     make(&c);
+    // A TOT last, so that every request of a scan can end once a pass is played.
+    c.mux.section(kTotPid, TTOTBuilder().setUtcSeconds(1772377200).build());
     all.push_back(std::move(c));
   };
   const char* layouts[] = {"back-to-back", "interleaved", "far-apart"};
