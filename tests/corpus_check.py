@@ -12,10 +12,10 @@ root and /dev/fuse, run under unshare -m). For each stream and run:
 - each of PAT, SDT, NIT is reported complete, "K of N" sections (once) or
   incomplete (looped), or missing, as the truth says;
 - no name from a section that failed its CRC, of another table or of a version
-  not current (the truth's traps, named "BAD");
+  not current (the truth's traps, named "BAD"), nor names of two versions;
 - with the PAT complete: the transport stream id, the services and their PMT
   PIDs; with the SDT complete: every name one the truth allows; looped: every
-  PMT the stream carries delivered;
+  PMT the stream carries delivered, and no other;
 - the exit status: 3 without a PAT, 4 when the NIT or the SDT is missing or a
   table incomplete, else 0.
 
@@ -74,10 +74,14 @@ def compare(case, mode, report, status):
         if t is None:
             faults.append(f"service {s['id']:#06x} not in the stream")
             continue
-        if s["name"] and s["name"] not in t["names"]:
+        if s["name"] and s["name"] not in t["names"] + (t["loopNames"] if mode == "loop" else []):
             faults.append(f"service {s['id']:#06x} named {s['name']!r}, expected {t['names']}")
         if s["pmtPid"] is not None and s["pmtPid"] != t["pmtPid"]:
             faults.append(f"service {s['id']:#06x} PMT PID {s['pmtPid']}, expected {t['pmtPid']}")
+    tags = {tag for tag in case["versionTags"] for s in report["services"]
+            if s["name"].endswith(tag)}
+    if len(tags) > 1:
+        faults.append(f"names of versions {sorted(tags)} mixed")
     reported = {s["id"]: s for s in report["services"]}
     if truth_states["PAT"] == "complete":
         ts = report["transportStream"]
@@ -90,13 +94,17 @@ def compare(case, mode, report, status):
                           f"{sorted(want - have)} missing")
     if truth_states["SDT"] == "complete":
         for t in case["services"]:
-            if t["names"] and reported.get(t["id"], {}).get("name") not in t["names"]:
+            if t["names"] and reported.get(t["id"], {}).get("name") not in t["names"] + (
+                    t["loopNames"] if mode == "loop" else []):
                 faults.append(f"service {t['id']:#06x} has no name from the SDT")
     if mode == "loop":
         for t in case["services"]:
             s = reported.get(t["id"])
-            if t["pmt"] and s is not None and s["pmt"] != "delivered":
-                faults.append(f"PMT of {t['id']:#06x} {s['pmt']}, expected delivered")
+            if s is None or t["pmtPid"] is None:
+                continue
+            if t["pmt"] != (s["pmt"] in ("delivered", "from cache")):
+                faults.append(f"PMT of {t['id']:#06x} {s['pmt']}, expected "
+                              + ("delivered" if t["pmt"] else "none"))
     # Looped, every PMT the stream carries comes; once, a PMT carried before
     # its request could see it may be missed: the report says which came.
     if mode == "loop":

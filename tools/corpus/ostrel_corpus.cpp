@@ -275,11 +275,14 @@ struct Truth {
   int tsId = kTsId;  // -1: no PAT
   struct Entry {
     unsigned short id;
-    int pmtPid;                      // -1: not in the PAT
-    std::vector<std::string> names;  // any of them; empty: not in the SDT
-    bool pmt;                        // its PMT comes, looped
+    int pmtPid;                               // -1: not in the PAT
+    std::vector<std::string> names;           // any of them; empty: not in the SDT
+    bool pmt;                                 // its PMT comes, looped
+    std::vector<std::string> loopNames = {};  // right too when looped
   };
   std::vector<Entry> services;
+  // Marks of versions at the end of names: the names reported carry one.
+  std::vector<std::string> versionTags;
 };
 
 struct Case {
@@ -392,10 +395,13 @@ std::vector<Case> cases() {
   add("version-change-new-incomplete",
       "SDT version 0 sections 0 and 1 of 4, then version 1 sections 0..2 of 4: never a mixture",
       [](Case* c) {
-        const auto v0 = services(8, " v0 BAD"), v1 = services(8, " v1");
+        // Looped, the stream's end returns to version 0: that one may be the
+        // one reported, alone.
+        const auto v0 = services(8, " v0"), v1 = services(8, " v1");
         c->mux.sections(0, pat(v1, 2));
         const auto old = sdt(v0, 4, 0), now = sdt(v1, 4, 1);
         c->mux.sections(kSdtPid, {old[0], old[1], now[0], now[1], now[2]});
+        c->truth.versionTags = {" v0", " v1"};
         c->mux.sections(kNitPid, nit(2));
         pmts(&c->mux, v1);
         allTables(&c->truth, "complete");
@@ -405,6 +411,8 @@ std::vector<Case> cases() {
               {v1[i].id, v1[i].pmtPid,
                i % 4 == 3 ? std::vector<std::string>() : std::vector<std::string>{v1[i].name},
                true});
+          if (i % 4 < 2)
+            c->truth.services.back().loopNames.push_back(v0[i].name);
         }
       });
   add("pat-version-change-mid-gather",
@@ -769,8 +777,14 @@ int main(int argc, char** argv) {
               ", \"pmt\": " + (e.pmt ? "true" : "false") + ", \"names\": [";
       for (size_t k = 0; k < e.names.size(); ++k)
         json += (k ? ", " : "") + quoted(e.names[k]);
+      json += "], \"loopNames\": [";
+      for (size_t k = 0; k < e.loopNames.size(); ++k)
+        json += (k ? ", " : "") + quoted(e.loopNames[k]);
       json += "]}";
     }
+    json += "],\n   \"versionTags\": [";
+    for (size_t k = 0; k < c.truth.versionTags.size(); ++k)
+      json += (k ? ", " : "") + quoted(c.truth.versionTags[k]);
     json += "]}";
   }
   json += "\n]\n";
