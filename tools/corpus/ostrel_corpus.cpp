@@ -279,6 +279,7 @@ struct Truth {
     std::vector<std::string> names;           // any of them; empty: not in the SDT
     bool pmt;                                 // its PMT comes, looped
     std::vector<std::string> loopNames = {};  // right too when looped
+    bool loopOptional = false;                // looped, the PAT caught may be one without it
   };
   std::vector<Entry> services;
   // Marks of versions at the end of names: the names reported carry one.
@@ -448,6 +449,7 @@ std::vector<Case> cases() {
         pmts(&c->mux, svcs);
         allTables(&c->truth, "complete");
         expect(&c->truth, svcs);
+        c->truth.services[2].loopOptional = true;
       });
   add("bat-and-sdt-other", "a BAT (0x4A) and an SDT other (0x46) beside the SDT actual on 0x11",
       [](Case* c) {
@@ -777,7 +779,8 @@ int main(int argc, char** argv) {
               ", \"pmt\": " + (e.pmt ? "true" : "false") + ", \"names\": [";
       for (size_t k = 0; k < e.names.size(); ++k)
         json += (k ? ", " : "") + quoted(e.names[k]);
-      json += "], \"loopNames\": [";
+      json += std::string("], \"loopOptional\": ") + (e.loopOptional ? "true" : "false") +
+              ", \"loopNames\": [";
       for (size_t k = 0; k < e.loopNames.size(); ++k)
         json += (k ? ", " : "") + quoted(e.loopNames[k]);
       json += "]}";
