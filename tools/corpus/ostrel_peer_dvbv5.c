@@ -3,7 +3,9 @@
  * ostrel-peer-dvbpsi: PAT, SDT (actual) and NIT (actual) "complete" or
  * "missing", the transport stream id, the services and their PMTs.
  *
- *   ostrel-peer-dvbv5 DEMUX [TIMEOUT-SECONDS]   e.g. DIR/adapter0/demux0 */
+ *   ostrel-peer-dvbv5 DEMUX [TIMEOUT-SECONDS [--pmts]]   e.g. DIR/adapter0/demux0
+ *
+ * The PMTs are read with --pmts only (one read each: slow on many services). */
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -54,10 +56,11 @@ static void quoted(const char* text) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    fprintf(stderr, "usage: ostrel-peer-dvbv5 DEMUX [TIMEOUT-SECONDS]\n");
+    fprintf(stderr, "usage: ostrel-peer-dvbv5 DEMUX [TIMEOUT-SECONDS [--pmts]]\n");
     return 2;
   }
   const unsigned timeout = argc > 2 ? (unsigned)atoi(argv[2]) : 5;
+  const int readPmts = argc > 3 && !strcmp(argv[3], "--pmts");
   const int fd = open(argv[1], O_RDWR);
   if (fd < 0) {
     perror(argv[1]);
@@ -78,12 +81,14 @@ int main(int argc, char** argv) {
     if (!s)
       continue;
     s->pmtPid = program->pid;
-    struct dvb_table_pmt* pmt = NULL;
-    dvb_read_section_with_id(parms, fd, DVB_TABLE_PMT, program->pid, program->service_id,
-                             (void**)&pmt, timeout);
-    s->pmt = pmt != NULL;
-    if (pmt)
-      dvb_table_pmt_free(pmt);
+    if (readPmts) {
+      struct dvb_table_pmt* pmt = NULL;
+      dvb_read_section_with_id(parms, fd, DVB_TABLE_PMT, program->pid, program->service_id,
+                               (void**)&pmt, timeout);
+      s->pmt = pmt != NULL;
+      if (pmt)
+        dvb_table_pmt_free(pmt);
+    }
   }
   dvb_sdt_service_foreach(entry, sdt) {
     Service* s = service(entry->service_id);
@@ -107,7 +112,9 @@ int main(int argc, char** argv) {
       printf("null");
     else
       printf("%d", s_services[i].pmtPid);
-    printf(", \"pmt\": \"%s\", \"name\": ", s_services[i].pmt ? "delivered" : "missing");
+    printf(", \"pmt\": \"%s\", \"name\": ", s_services[i].pmt ? "delivered"
+                                            : readPmts        ? "missing"
+                                                              : "not read");
     quoted(s_services[i].name);
     printf(", \"provider\": ");
     quoted(s_services[i].provider);

@@ -70,6 +70,8 @@ def dvbv5_view(path, emu, peer, work):
             return None
         out, _ = run([peer, root + "/adapter0/demux0", "2"])
         return json.loads(out)
+    except subprocess.TimeoutExpired:
+        return None
     finally:
         e.terminate()
         e.wait(10)
