@@ -128,16 +128,19 @@ static void onNewTable(dvbpsi_t* handle, uint8_t tableId, uint16_t ext, void* da
     dvbpsi_nit_attach(handle, tableId, ext, onNit, NULL);
 }
 
-/* The stride (188, 192, 204) and first packet's offset at which sync repeats
- * five times from at, or 0. */
+/* The stride (188, 192, 204) and the first packet's offset at which sync
+ * repeats five times from at (as many as the file still holds, when fewer),
+ * or 0. */
 static unsigned frame(const uint8_t* b, size_t size, size_t at, size_t* sync) {
   static const unsigned strides[] = {188, 192, 204};
-  for (size_t i = at; i + 5 * 204 <= size || i < size; ++i) {
+  for (size_t i = at; i < size; ++i) {
     for (int k = 0; k < 3; ++k) {
       const unsigned st = strides[k];
       const size_t lead = st == 192 ? 4 : 0;
-      bool ok = i + lead + 4 * st < size;
-      for (int n = 0; ok && n < 5; ++n)
+      const size_t room = size > i + lead ? (size - i - lead) / st : 0;
+      const size_t runs = room < 5 ? room : 5;
+      bool ok = runs > 0;
+      for (size_t n = 0; ok && n < runs; ++n)
         ok = b[i + lead + n * st] == 0x47;
       if (ok) {
         *sync = i + lead;

@@ -55,7 +55,8 @@ def scan_view(path, scan):
 def ffprobe_view(path):
     out, _ = run(["ffprobe", "-v", "quiet", "-show_programs", "-of", "json", path])
     progs = json.loads(out or "{}").get("programs", [])
-    return {"services": [{"id": p["program_id"], "pmtPid": p["pmt_pid"],
+    # A service only the SDT names comes as a programme of PMT PID 0.
+    return {"services": [{"id": p["program_id"], "pmtPid": p["pmt_pid"] or None,
                           "name": p.get("tags", {}).get("service_name", ""),
                           "provider": p.get("tags", {}).get("service_provider", "")}
                          for p in progs]}
@@ -127,6 +128,7 @@ def main():
     ap.add_argument("--work")
     ap.add_argument("--only", default="")
     ap.add_argument("--real")
+    ap.add_argument("--readers", default="ostrel-scan,libdvbpsi,libdvbv5,ffprobe")
     o = ap.parse_args()
     b = o.bin
     corpus, scan = b + "/tools/corpus/ostrel-corpus", b + "/scan/ostrel-scan"
@@ -142,10 +144,11 @@ def main():
     tally = {}
     for case in cases:
         path = os.path.join(work, case["file"])
-        views = {"ostrel-scan": scan_view(path, scan),
-                 "libdvbpsi": json.loads(run([dvbpsi, path])[0]),
-                 "libdvbv5": dvbv5_view(path, emu, dvbv5, work) if os.path.exists(dvbv5) else None,
-                 "ffprobe": ffprobe_view(path)}
+        readers = {"ostrel-scan": lambda: scan_view(path, scan),
+                   "libdvbpsi": lambda: json.loads(run([dvbpsi, path])[0]),
+                   "libdvbv5": lambda: dvbv5_view(path, emu, dvbv5, work),
+                   "ffprobe": lambda: ffprobe_view(path)}
+        views = {k: (f() if k in o.readers.split(",") else None) for k, f in readers.items()}
         cells = []
         for name, view in views.items():
             verdict = "no answer" if view is None else judge(
