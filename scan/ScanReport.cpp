@@ -76,15 +76,17 @@ std::string frequencyText(unsigned long long hz) {
   return text;
 }
 
+// Where a service's PMT stands, in the same words in the text and the JSON.
+std::string pmtState(const ChannelScan::Service& service) {
+  return service.inPat ? ChannelScan::outcomeName(service.pmt) : "not in the PAT";
+}
+
 std::string streamsText(const ChannelScan::Service& service) {
-  if (service.pmt == ChannelScan::kTimedOut) {
-    return "PMT timed out";
+  if (!service.inPat) {
+    return pmtState(service);
   }
-  if (service.pmt == ChannelScan::kNotCarried) {
-    return "PMT not in the stream";
-  }
-  if (service.pmt == ChannelScan::kPending) {
-    return service.inPat ? "PMT not received" : "not in the PAT";
+  if (service.pmt != ChannelScan::kDelivered && service.pmt != ChannelScan::kFromCache) {
+    return "PMT " + pmtState(service);
   }
   std::string text;
   for (size_t i = 0; i < service.streams.size(); ++i) {
@@ -277,6 +279,18 @@ std::string ScanReport::json(const ChannelScan::Result& r, bool latencies) {
   } else {
     out << "null";
   }
+  // The delivery the NIT gives, as the text's Delivery line: with or without a PAT.
+  out << ",\n  \"delivery\": ";
+  if (!r.frequenciesHz.empty()) {
+    out << "{\"frequenciesHz\": [";
+    for (size_t i = 0; i < r.frequenciesHz.size(); ++i) {
+      out << (i ? ", " : "") << r.frequenciesHz[i];
+    }
+    out << "], \"transmissionMode\": " << r.transmissionMode
+        << ", \"guardInterval\": " << quoted(guardIntervalName(r.guardInterval)) << "}";
+  } else {
+    out << "null";
+  }
   out << ",\n  \"time\": ";
   if (r.hasTot) {
     out << "{\"utc\": " << quoted(formatTime(r.utcSeconds)) << ", \"utcSeconds\": " << r.utcSeconds;
@@ -300,7 +314,7 @@ std::string ScanReport::json(const ChannelScan::Result& r, bool latencies) {
         << ", \"name\": " << quoted(s.name) << ", \"provider\": " << quoted(s.provider)
         << ", \"oneSeg\": " << (s.partialReception ? "true" : "false")
         << ", \"pmtPid\": " << (s.inPat ? std::to_string(s.pmtPid) : "null")
-        << ", \"pmt\": " << quoted(ChannelScan::outcomeName(s.pmt));
+        << ", \"pmt\": " << quoted(pmtState(s));
     if (s.pmt == ChannelScan::kDelivered) {
       out << ", \"pcrPid\": " << s.pcrPid << ", \"streams\": [";
       for (size_t k = 0; k < s.streams.size(); ++k) {

@@ -45,6 +45,9 @@ const int kExitOk = 0;
 const int kExitInput = 1;
 const int kExitUsage = 2;
 const int kExitNoPat = 3;
+// The PAT came, but a table stayed incomplete (some sections of the PAT, NIT
+// or SDT, not all) or a PMT the PAT names did not come.
+const int kExitIncomplete = 4;
 
 // The signal that ended the run, or 0; the exit status is then 128 + it.
 std::atomic<int> s_iInterrupted(0);
@@ -634,6 +637,16 @@ bool report(const ChannelScan::Result& r, const Options& o, int printed, int tun
   return r.hasPat;
 }
 
+// Whether every table the scan needed came whole: the PAT, NIT and SDT that
+// came, and every PMT the PAT names.
+bool whole(const ChannelScan::Result& r) {
+  for (const ChannelScan::Service& s : r.services) {
+    if (s.inPat && s.pmt != ChannelScan::kDelivered && s.pmt != ChannelScan::kFromCache)
+      return false;
+  }
+  return r.hasPat && r.incomplete.empty();
+}
+
 // The tuners the core lists; says so on standard error when there are none.
 std::vector<int> listTuners(OstrelGingaCommonCore* core) {
   int* ids = NULL;
@@ -694,6 +707,8 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
     } else if (!report(r, o, printed++, tuners[t], receiver->name(tuners[t]), interrupted) &&
                status != kExitInput && !interrupted) {
       status = error.empty() ? kExitNoPat : kExitInput;
+    } else if (status == kExitOk && !whole(r)) {
+      status = kExitIncomplete;
     }
     if (interrupted) {
       break;

@@ -312,11 +312,15 @@ void ServerEngine::__planFilters(CallOut* out) {
       filter.waited = true;
       ++m_counters.filterWaits;
     }
-    // A lingering gather alone on its PID frees a filter for this one.
+    // A lingering gather alone on its PID frees a filter for this one; never
+    // one half way through its table, whose next request is on its way (its
+    // sections would pass unseen while the filter serves another).
     for (std::map<Key, Gather>::iterator gather = m_mapGathers.begin();
          gather != m_mapGathers.end(); ++gather) {
       const FilterKey other(gather->first.tunerId, static_cast<unsigned short>(gather->first.pid));
-      if (other.first == it->first.first && gather->second.requests.empty() &&
+      const SectionGatherer& sections = gather->second.gatherer;
+      const bool halfWay = sections.getDeliveredCount() > 0 && !sections.isComplete();
+      if (other.first == it->first.first && gather->second.requests.empty() && !halfWay &&
           m_mapFilters[other].keys == 1 && m_mapFilters[other].open) {
         __dropGather(gather);
         break;  // closed by the next plan, which opens this one

@@ -82,7 +82,8 @@ void SectionDemux::onPackets(const unsigned char* first, unsigned int count, uns
 void SectionDemux::pushPacket(const unsigned char* packet) {
   ++m_stats.packets;
   unsigned short pid = TsPacket::getPid(packet);
-  if (m_aEnabled[pid].load(std::memory_order_relaxed) == 0) {
+  // A null packet's payload is stuffing, never a section, whatever it holds.
+  if (pid == TsPacket::kNullPid || m_aEnabled[pid].load(std::memory_order_relaxed) == 0) {
     return;
   }
   PidState* state = getState(pid);

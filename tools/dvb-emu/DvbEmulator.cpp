@@ -490,6 +490,11 @@ void DvbEmulator::pump(Adapter* a) {
     TransportStreamSource::ReadResult result = a->source->read(&a->packetizer, kChunk, 0);
     lock.lock();
     if (result == TransportStreamSource::kEnd && m_options.once) {
+      // The last packets, held until a sync byte after them would confirm
+      // them, go now (as the simulator's tuner does at the end).
+      a->lock = &lock;
+      a->packetizer.finish(a->demux.get());
+      a->lock = nullptr;
       failed = true;  // played once: silence from now on, deadlines still kept
       continue;
     }

@@ -1,0 +1,177 @@
+#!/usr/bin/env python3
+"""The field's decoders and ostrel-scan on the robustness corpus: a Markdown
+table of each case, what each reported, right or wrong (docs/robustness-corpus.md).
+
+  peers.py --bin BUILD-DIR [--work DIR] [--only TEXT] [--real DIR]
+
+BUILD-DIR holds tools/corpus/ostrel-corpus, ostrel-peer-dvbpsi,
+ostrel-peer-dvbv5, tools/dvb-emu/ostrel-dvb-emu and scan/ostrel-scan.
+Readers, each on the stream played once unless said:
+  ostrel-scan  the simulator, --fast --once (and the exit status)
+  libdvbpsi    ostrel-peer-dvbpsi FILE (its PAT, SDT, NIT and PMT decoders)
+  libdvbv5     ostrel-peer-dvbv5 on ostrel-dvb-emu looping the file at 40 Mbit/s
+               (dvb_read_section, 2 s time-outs);
+               needs root and /dev/fuse, run under unshare -m
+  ffprobe      ffprobe -show_programs (programmes and their names; no table states)
+A reader is right when it calls a table complete exactly when the truth does
+(libdvbpsi, libdvbv5 and ffprobe hand on whole tables only: for them an
+incomplete table must stay unreported), reports no trap ("BAD"), and, for a
+complete PAT and SDT, the truth's transport stream id, services, PMT PIDs and
+names. --real adds the captures of DIR (no truth: what each reported).
+"""
+
+import argparse
+import json
+import os
+import subprocess
+import sys
+import tempfile
+
+TABLES = ("PAT", "SDT", "NIT")
+
+
+def run(args, timeout=90):
+    p = subprocess.run(args, capture_output=True, text=True, timeout=timeout)
+    return p.stdout, p.returncode
+
+
+def scan_view(path, scan):
+    out, status = run([scan, "--json", "--no-latency", "--quiet", "--fast", "--once",
+                       "--timeout", "30", path])
+    r = json.loads(out)
+    view = {"services": [{"id": s["id"], "pmtPid": s["pmtPid"], "name": s["name"],
+                          "provider": s["provider"]} for s in r["services"]],
+            "tsId": r["transportStream"] and r["transportStream"]["id"], "status": status}
+    for t in TABLES:
+        view[t] = "missing"
+        if any(q["what"] == t and q["outcome"] == "delivered" for q in r["requests"]):
+            view[t] = "complete"
+        for note in r["incomplete"]:
+            if note.startswith(t + ":"):
+                view[t] = note.split(": ")[1].replace(" sections", "")
+    return view
+
+
+def ffprobe_view(path):
+    out, _ = run(["ffprobe", "-v", "quiet", "-show_programs", "-of", "json", path])
+    progs = json.loads(out or "{}").get("programs", [])
+    # A service only the SDT names comes as a programme of PMT PID 0.
+    return {"services": [{"id": p["program_id"], "pmtPid": p["pmt_pid"] or None,
+                          "name": p.get("tags", {}).get("service_name", ""),
+                          "provider": p.get("tags", {}).get("service_provider", "")}
+                         for p in progs]}
+
+
+def dvbv5_view(path, emu, peer, work):
+    root = tempfile.mkdtemp(dir=work)
+    e = subprocess.Popen([emu, "--root", root, "--adapter", path, "--bitrate", "40000000"],
+                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    try:
+        if not e.stdout.readline().startswith("ready"):
+            return None
+        out, _ = run([peer, root + "/adapter0/demux0", "2"])
+        return json.loads(out)
+    except subprocess.TimeoutExpired:
+        return None
+    finally:
+        e.terminate()
+        e.wait(10)
+        os.rmdir(root)
+
+
+def judge(case, view, states=True, mode="once"):
+    """'right', or what was wrong."""
+    wrong = []
+    if states:
+        for t in TABLES:
+            want = case[mode][t]
+            have = view[t]
+            if (want == "complete") != (have == "complete") or (
+                    " of " in want and " of " in have and want != have):
+                wrong.append(f"{t} {have} (truth {want})")
+    truth = {s["id"]: s for s in case["services"]}
+    got = {s["id"]: s for s in view["services"]}
+    bad = sorted({s["name"] for s in view["services"] if "BAD" in s["name"] + s["provider"]})
+    if bad:
+        wrong.append("reports " + ", ".join(bad[:2]))
+    if case["once"]["PAT"] == "complete":
+        if states and view.get("tsId") != case["tsId"]:
+            wrong.append(f"ts id {view.get('tsId')}")
+        want = {i: s["pmtPid"] for i, s in truth.items() if s["pmtPid"] is not None}
+        have = {i: s["pmtPid"] for i, s in got.items() if s["pmtPid"] is not None}
+        if want != have:
+            extra = sorted(set(have) - set(want))
+            lost = sorted(set(want) - set(have))
+            wrong.append(f"programmes: {len(extra)} extra, {len(lost)} missing"
+                         if extra or lost else "PMT PIDs differ")
+    if case["once"]["SDT"] == "complete":
+        named = [i for i, s in truth.items() if s["names"] and
+                 (s["pmtPid"] is not None or states)]
+        off = [i for i in named if got.get(i, {}).get("name") not in truth[i]["names"]]
+        if off:
+            wrong.append(f"{len(off)} names wrong or missing")
+    return "right" if not wrong else "WRONG: " + "; ".join(wrong)
+
+
+def summary(view):
+    if view is None:
+        return "no answer"
+    parts = [f"{t} {view[t]}" for t in TABLES if t in view]
+    named = sum(1 for s in view["services"] if s["name"])
+    parts.append(f"{len(view['services'])} services, {named} named")
+    return ", ".join(parts)
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--bin", required=True)
+    ap.add_argument("--work")
+    ap.add_argument("--only", default="")
+    ap.add_argument("--real")
+    ap.add_argument("--readers", default="ostrel-scan,libdvbpsi,libdvbv5,ffprobe")
+    o = ap.parse_args()
+    b = o.bin
+    corpus, scan = b + "/tools/corpus/ostrel-corpus", b + "/scan/ostrel-scan"
+    dvbpsi, dvbv5 = b + "/tools/corpus/ostrel-peer-dvbpsi", b + "/tools/corpus/ostrel-peer-dvbv5"
+    emu = b + "/tools/dvb-emu/ostrel-dvb-emu"
+    work = o.work or tempfile.mkdtemp(prefix="ostrel-peers-")
+    os.makedirs(work, exist_ok=True)
+    subprocess.run([corpus, work], check=True, stdout=subprocess.DEVNULL)
+    with open(os.path.join(work, "truth.json")) as f:
+        cases = [c for c in json.load(f) if o.only in c["file"]]
+    print("| case | ostrel-scan | libdvbpsi | libdvbv5 | ffprobe |")
+    print("|---|---|---|---|---|")
+    tally = {}
+    for case in cases:
+        path = os.path.join(work, case["file"])
+        readers = {"ostrel-scan": lambda: scan_view(path, scan),
+                   "libdvbpsi": lambda: json.loads(run([dvbpsi, path])[0]),
+                   "libdvbv5": lambda: dvbv5_view(path, emu, dvbv5, work),
+                   "ffprobe": lambda: ffprobe_view(path)}
+        views = {k: (f() if k in o.readers.split(",") else None) for k, f in readers.items()}
+        cells = []
+        for name, view in views.items():
+            verdict = "no answer" if view is None else judge(
+                case, view, name != "ffprobe", "loop" if name == "libdvbv5" else "once")
+            tally.setdefault(name, 0)
+            tally[name] += verdict == "right"
+            cells.append("right" if verdict == "right" else verdict.replace("|", "/"))
+        print(f"| {case['file'][:-3]} | " + " | ".join(cells) + " |", flush=True)
+    print()
+    print("Right, of %d: " % len(cases) + ", ".join(f"{k} {v}" for k, v in tally.items()))
+    if o.real:
+        print("\n| capture | ostrel-scan | libdvbpsi | libdvbv5 | ffprobe |")
+        print("|---|---|---|---|---|")
+        for name in sorted(os.listdir(o.real)):
+            if not name.endswith(".ts"):
+                continue
+            path = os.path.join(o.real, name)
+            s = scan_view(path, scan)
+            cells = [summary(s) + f", exit {s['status']}", summary(json.loads(run([dvbpsi, path])[0])),
+                     summary(dvbv5_view(path, emu, dvbv5, work)), summary(ffprobe_view(path))]
+            print(f"| {name} | " + " | ".join(cells) + " |", flush=True)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
