@@ -155,9 +155,11 @@ void usage(std::FILE* to) {
                "once as \"not in the stream\"; tables of which some sections never came\n"
                "are reported incomplete.\n"
                "\n"
-               "Exit status: 0 when every tuner's PAT arrived, 1 when an input or an output\n"
-               "cannot be used, 2 on a usage error, 3 when a PAT did not arrive, 130 when\n"
-               "interrupted (143 on SIGTERM), after printing what the scan had found.\n");
+               "Exit status: 0 when every tuner's tables came whole, 1 when an input or an\n"
+               "output cannot be used, 2 on a usage error, 3 when a PAT did not arrive, 4\n"
+               "when the PAT came but a table stayed incomplete or a PMT it names did not\n"
+               "come, 130 when interrupted (143 on SIGTERM), after printing what the scan\n"
+               "had found.\n");
 }
 
 // A usage error: one line naming the fault and where help is. Gives the exit status.

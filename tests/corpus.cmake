@@ -1,17 +1,20 @@
 # The robustness corpus (tools/corpus) through the scan and the truth of each
 # stream: on the simulator, and on an emulated DVB adapter (root, /dev/fuse, a
-# private mount namespace; fails, never skips, without them).
+# private mount namespace; fails, never skips, without them). Minutes, not
+# seconds: labelled "corpus", left out of the presets' test runs and run by
+# the CI step .ci/steps/42-corpus.sh (ctest -L corpus).
 find_program(OSTREL_PYTHON3 python3)
 if(TARGET ostrel-corpus AND TARGET ostrel-scan AND OSTREL_PYTHON3 AND NOT CMAKE_CROSSCOMPILING)
   set(corpus_check ${OSTREL_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/corpus_check.py
       --corpus $<TARGET_FILE:ostrel-corpus> --scan $<TARGET_FILE:ostrel-scan>)
-  add_test(NAME corpus_sim COMMAND ${corpus_check} --sources sim
+  add_test(NAME corpus_sim COMMAND ${corpus_check} --sources sim --jobs 2
                                    --keep ${CMAKE_CURRENT_BINARY_DIR}/corpus_sim)
-  set_tests_properties(corpus_sim PROPERTIES TIMEOUT 300)
+  set_tests_properties(corpus_sim PROPERTIES TIMEOUT 300 LABELS corpus)
   if(TARGET ostrel-dvb-emu)
-    add_test(NAME corpus_dvb COMMAND unshare -m ${corpus_check} --sources dvb
+    # One scan at a time: emulators playing as fast as possible take a core each.
+    add_test(NAME corpus_dvb COMMAND unshare -m ${corpus_check} --sources dvb --jobs 1
                                      --emu $<TARGET_FILE:ostrel-dvb-emu>
                                      --keep ${CMAKE_CURRENT_BINARY_DIR}/corpus_dvb)
-    set_tests_properties(corpus_dvb PROPERTIES TIMEOUT 1200)
+    set_tests_properties(corpus_dvb PROPERTIES TIMEOUT 1200 LABELS corpus RUN_SERIAL ON)
   endif()
 endif()

@@ -25,6 +25,7 @@ Prints one line per failure and a summary; exit status 1 on any failure.
 """
 
 import argparse
+import concurrent.futures
 import json
 import os
 import re
@@ -181,6 +182,7 @@ def main():
     ap.add_argument("--modes", default="once,loop")
     ap.add_argument("--only", default="")
     ap.add_argument("--keep")
+    ap.add_argument("--jobs", type=int, default=4)
     opts = ap.parse_args()
     work = opts.keep or tempfile.mkdtemp(prefix="ostrel-corpus-")
     os.makedirs(work, exist_ok=True)
@@ -188,31 +190,36 @@ def main():
     with open(os.path.join(work, "truth.json")) as f:
         cases = [c for c in json.load(f) if opts.only in c["file"]]
     failures = runs = 0
-    for source in opts.sources.split(","):
-        for mode in opts.modes.split(","):
-            bad = 0
-            for case in cases:
-                path = os.path.join(work, case["file"])
-                if source == "sim":
-                    report, status, err = scan_sim(opts, path, mode)
-                else:
-                    report, status, err = scan_dvb(opts, path, mode, work)
-                runs += 1
-                if report and source == "sim" and mode == "once":
-                    text = subprocess.run([opts.scan, "--no-latency", "--quiet", "--fast",
-                                           "--once", path], capture_output=True, text=True,
-                                          timeout=60).stdout
-                    faults = parity(report, text)
-                else:
-                    faults = []
-                faults += compare(case, mode, report, status) if report else [
-                    f"no report (status {status}): {err.strip()[:200]}"]
-                for fault in faults:
-                    print(f"FAIL {source} {mode} {case['file']}: {fault}")
-                bad += bool(faults)
-            print(f"{source} {mode}: {len(cases) - bad} of {len(cases)} streams right",
-                  flush=True)
-            failures += bad
+
+    def check(source, mode, case):
+        path = os.path.join(work, case["file"])
+        if source == "sim":
+            report, status, err = scan_sim(opts, path, mode)
+        else:
+            report, status, err = scan_dvb(opts, path, mode, work)
+        faults = []
+        if report and source == "sim" and mode == "once":
+            text = subprocess.run([opts.scan, "--no-latency", "--quiet", "--fast", "--once", path],
+                                  capture_output=True, text=True, timeout=60).stdout
+            faults = parity(report, text)
+        faults += compare(case, mode, report, status) if report else [
+            f"no report (status {status}): {err.strip()[:200]}"]
+        return faults
+
+    # The scans mostly wait (for time-outs, for the emulator): several at once.
+    with concurrent.futures.ThreadPoolExecutor(max_workers=opts.jobs) as pool:
+        for source in opts.sources.split(","):
+            for mode in opts.modes.split(","):
+                results = pool.map(lambda case: check(source, mode, case), cases)
+                bad = 0
+                for case, faults in zip(cases, results):
+                    runs += 1
+                    for fault in faults:
+                        print(f"FAIL {source} {mode} {case['file']}: {fault}")
+                    bad += bool(faults)
+                print(f"{source} {mode}: {len(cases) - bad} of {len(cases)} streams right",
+                      flush=True)
+                failures += bad
     print(f"{runs - failures} of {runs} runs right")
     return 1 if failures else 0
 

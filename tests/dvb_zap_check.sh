@@ -51,8 +51,11 @@ done
 export SYSTEMD_DEVICE_VERIFY_SYSFS=0
 
 channels=$work/dvb_channel.conf
+# The sample never carries one PMT it names: the scan says so with status 4.
+status=0
 "$scan" --quiet --timeout 20 --dvb /dev/dvb/adapter0 --channels "$channels" >"$work/scan.txt" 2>&1 ||
-  fail "the scan of the emulated adapter failed"
+  status=$?
+[ "$status" = 4 ] || fail "the scan of the emulated adapter gave status $status, not 4"
 # The service's PIDs as the channel file gives them, and another service's.
 pids() { sed -n "/^\[$1\]/,/^\$/s/^\t\(VIDEO\|AUDIO\)_PID = //p" "$channels" | tr '\n' ' '; }
 want=$(pids "Ostrel HD") other=$(pids "Ostrel 1seg")

@@ -106,8 +106,12 @@ example() {
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 pkg-config --exact-version=2.0.0 OstrelGingaCommonCore
 "$prefix/bin/ostrel-mksample" "$work/sample.ts"
-timeout 60 "$prefix/bin/ostrel-scan" --fast --once --no-latency --quiet "$work/sample.ts" |
-  grep -q "Ostrel HD" || { echo "the installed ostrel-scan does not scan the sample"; exit 1; }
+# Status 4: the sample never carries one PMT its PAT names.
+status=0
+timeout 60 "$prefix/bin/ostrel-scan" --fast --once --no-latency --quiet "$work/sample.ts" \
+  >"$work/scan.txt" || status=$?
+[ "$status" = 4 ] && grep -q "Ostrel HD" "$work/scan.txt" ||
+  { echo "the installed ostrel-scan does not scan the sample (status $status)"; exit 1; }
 "$prefix/bin/ostrel-scan" --version | grep -qx "ostrel-scan $(pkg-config --modversion OstrelGingaCommonCore)"
 
 echo "-- manual pages (man finds and renders them, groff warns of nothing) and bash completion"
