@@ -4,8 +4,7 @@
 namespace Ostrel {
 
 // Which sections answer a table request (tuner, PID, table id, table id
-// extension), and whether a section's CRC_32 holds (the table library's
-// TCrc32).
+// extension), and whether a section's CRC_32 holds.
 //
 // A section answers a request from the same tuner and PID when its table_id
 // equals the table id and, where the extension is compared, its
