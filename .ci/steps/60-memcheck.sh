@@ -24,7 +24,7 @@ exceptions='
 ^dvb_emu_check$|skip|a shell script that mounts the emulated adapter and runs dvb-apps against it: memcheck would watch the shell, not the emulator
 ^dvb_zap_check$|skip|a shell script that mounts the emulated adapter and runs ostrel-scan and dvbv5-zap against it: memcheck would watch the shell, not the scan, whose code runs under memcheck in ChannelFilesTest and the SampleScan cases
 ^scan_cli_test$|skip|a Python script that runs ostrel-scan: memcheck would watch the interpreter; the scan code runs under memcheck in the SampleScan cases
-^corpus_(sim|dvb)$|skip|Python scripts that run ostrel-scan on 51 streams, minutes each natively: memcheck would watch the interpreter; the engine and the scan run under memcheck in server_sources_test and the SampleScan cases
+^corpus_|skip|Python scripts that run ostrel-scan on 51 streams, minutes each natively: memcheck would watch the interpreter; the engine and the scan run under memcheck in server_sources_test and the SampleScan cases
 '
 
 # OSTREL_MEMCHECK_FILTER=<regex> runs only the tests whose names match (by hand).
