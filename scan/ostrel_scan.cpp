@@ -185,13 +185,13 @@ enum OptionScope { kAnyMode, kSimOnly, kWatchOnly };
 
 // The options: long name, short letter (0: none), what its value is ("" when
 // it takes none) and where it has an effect.
-struct OptionSpec {
+struct OptionRule {
   const char* name;
   char letter;
   const char* value;
   OptionScope scope;
 };
-const OptionSpec kOptions[] = {
+const OptionRule kOptions[] = {
     {"--help", 'h', "", kAnyMode},
     {"--version", 'V', "", kAnyMode},
     {"--tuner", 0, "a file (- for standard input)", kAnyMode},
@@ -216,10 +216,10 @@ const OptionSpec kOptions[] = {
     {"--verbose", 'v', "", kAnyMode},
 };
 
-const OptionSpec* findOption(const std::string& name, char letter) {
-  for (const OptionSpec& spec : kOptions) {
-    if (letter ? spec.letter == letter : name == spec.name) {
-      return &spec;
+const OptionRule* findOption(const std::string& name, char letter) {
+  for (const OptionRule& rule : kOptions) {
+    if (letter ? rule.letter == letter : name == rule.name) {
+      return &rule;
     }
   }
   return NULL;
@@ -227,8 +227,8 @@ const OptionSpec* findOption(const std::string& name, char letter) {
 
 // Sets the option from its value (NULL for an option that takes none).
 // Returns -1 when it is fine, else the exit status.
-int apply(const OptionSpec& spec, const char* text, Options* o) {
-  const std::string name = spec.name;
+int apply(const OptionRule& rule, const char* text, Options* o) {
+  const std::string name = rule.name;
   double v = 0;
   auto value = [&](double low, double high, bool integral, double* out) {
     return number(text, low, high, integral, out);
@@ -300,7 +300,7 @@ int apply(const OptionSpec& spec, const char* text, Options* o) {
     o->verbose = true;
   }
   if (!ok) {
-    return usageError(name + " needs " + spec.value + ", not " + text);
+    return usageError(name + " needs " + rule.value + ", not " + text);
   }
   return -1;
 }
@@ -332,7 +332,7 @@ int parse(int argc, char** argv, Options* o) {
   }
   // The options given, in order, as the user spelt them, for the checks of
   // their combination below.
-  std::vector<std::pair<const OptionSpec*, std::string>> given;
+  std::vector<std::pair<const OptionRule*, std::string>> given;
   bool optionsEnd = false;
   for (; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -348,48 +348,48 @@ int parse(int argc, char** argv, Options* o) {
       continue;
     }
     // Each option found in this argument, with its value when it has one.
-    std::vector<std::pair<const OptionSpec*, std::string>> found;
+    std::vector<std::pair<const OptionRule*, std::string>> found;
     std::string spelt;
     if (arg[1] == '-') {
       const size_t equals = arg.find('=');
       spelt = arg.substr(0, equals);
-      const OptionSpec* spec = findOption(spelt, 0);
-      if (!spec) {
+      const OptionRule* rule = findOption(spelt, 0);
+      if (!rule) {
         return usageError("unknown option " + spelt);
       }
       if (equals != std::string::npos) {
-        if (!*spec->value) {
+        if (!*rule->value) {
           return usageError(spelt + " takes no value");
         }
-        found.push_back({spec, arg.substr(equals + 1)});
-      } else if (*spec->value) {
+        found.push_back({rule, arg.substr(equals + 1)});
+      } else if (*rule->value) {
         // An option where the value should be is a missing value, never a
         // value ("-" alone is standard input).
         if (i + 1 >= argc || (argv[i + 1][0] == '-' && argv[i + 1][1] != '\0' &&
                               !std::isdigit(static_cast<unsigned char>(argv[i + 1][1])))) {
-          return usageError(spelt + " needs " + spec->value);
+          return usageError(spelt + " needs " + rule->value);
         }
-        found.push_back({spec, argv[++i]});
+        found.push_back({rule, argv[++i]});
       } else {
-        found.push_back({spec, ""});
+        found.push_back({rule, ""});
       }
     } else {
       for (size_t at = 1; at < arg.size(); ++at) {
-        const OptionSpec* spec = findOption("", arg[at]);
-        if (!spec) {
+        const OptionRule* rule = findOption("", arg[at]);
+        if (!rule) {
           return usageError(std::string("unknown option -") + arg[at]);
         }
-        if (!*spec->value) {
-          found.push_back({spec, ""});
+        if (!*rule->value) {
+          found.push_back({rule, ""});
           continue;
         }
         if (at + 1 < arg.size()) {
-          found.push_back({spec, arg.substr(at + 1)});
+          found.push_back({rule, arg.substr(at + 1)});
         } else if (i + 1 < argc) {
-          found.push_back({spec, argv[++i]});
+          found.push_back({rule, argv[++i]});
         } else {
-          return usageError(std::string("-") + arg[at] + " (" + spec->name + ") needs " +
-                            spec->value);
+          return usageError(std::string("-") + arg[at] + " (" + rule->name + ") needs " +
+                            rule->value);
         }
         break;
       }
