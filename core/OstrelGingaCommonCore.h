@@ -66,7 +66,11 @@ class OSTREL_EXPORT OstrelGingaCommonCore : public GingaDataDestination {
   // - Answered from the cache (modes 0 and 1): the callback gets status 0 and
   //   the cached table on this thread; the result is its verdict (0 with no
   //   callback or a refusal, logged), errorCode is left as it was, and the
-  //   server is not asked even when the notification failed.
+  //   server is not asked even when the notification failed. The cache keeps
+  //   one table per PID: its answer is the table it holds under pid, whatever
+  //   that table's id and extension (the PAT when pid is 0, another
+  //   programme's PMT on a shared PID). Check the table's ids, or ask in mode
+  //   2, where another table may share the PID.
   // - Mode 0 and not cached: 0 with -11 (no cache for the tuner) or -12.
   // - Sent to the server: followed until a table answers it (status 0, on the
   //   delivery thread) or its time-out (status 1, on the monitor thread). 0

@@ -13,6 +13,7 @@
 #include "RequestTrace.h"
 #include "ScanTables.h"
 #include "SimulatorTuners.h"
+#include "TLongSectionTable.h"
 #include "TNITTable.h"
 #include "TPATTable.h"
 #include "TPMTTable.h"
@@ -83,8 +84,14 @@ struct ChannelScan::State {
 
   void send(const std::shared_ptr<State>& self, const std::string& what, signed char sendMode,
             short pid, short tableId, short tableIdExt);
+  // Sends recorded request id; a refusal ends it as failed.
+  void ask(const std::shared_ptr<State>& self, unsigned int id, const std::string& what,
+           signed char sendMode, short pid, short tableId, short tableIdExt);
   void answer(const std::shared_ptr<State>& self, unsigned int requestId, unsigned char status,
               TISDBTTable* table);
+  static bool answers(const Request& request, const TISDBTTable& table);
+  bool read(const Request& request, TISDBTTable* table,
+            std::vector<ScanTables::PatEntry>* more);  // REQUIRES: mutex held.
   // Ends open requests as not carried: every one when all, else those that
   // have seen a whole pass of the stream.
   void takeBack(bool all, const Carriage& carriage);
@@ -112,6 +119,12 @@ void ChannelScan::State::send(const std::shared_ptr<State>& self, const std::str
     result.requests.push_back(request);
     ++pending;
   }
+  ask(self, id, what, sendMode, pid, tableId, tableIdExt);
+}
+
+void ChannelScan::State::ask(const std::shared_ptr<State>& self, unsigned int id,
+                             const std::string& what, signed char sendMode, short pid,
+                             short tableId, short tableIdExt) {
   if (trace) {
     char args[64];
     std::snprintf(args, sizeof(args), "pid 0x%04X table 0x%02X ext 0x%04X",
@@ -155,6 +168,7 @@ void ChannelScan::State::answer(const std::shared_ptr<State>& self, unsigned int
                                 unsigned char status, TISDBTTable* table) {
   std::vector<ScanTables::PatEntry> more;
   bool again = false;
+  unsigned int reaskId = 0;
   Request request;
   {
     std::lock_guard<std::mutex> lock(mutex);
@@ -166,32 +180,37 @@ void ChannelScan::State::answer(const std::shared_ptr<State>& self, unsigned int
     if (held.outcome != kPending) {
       return;  // taken back already
     }
-    held.endedMs = elapsedMs();
     since.erase(requestId);
-    if (status == 0 && table) {
-      held.outcome = t_uiSending == requestId ? kFromCache : kDelivered;
-      if (const TPATTable* p = held.pid == kPatPid ? dynamic_cast<TPATTable*>(table) : NULL) {
-        again = tables.readPat(*p, &more);
-      } else if (const TNITTable* n =
-                     held.pid == kNitPid ? dynamic_cast<TNITTable*>(table) : NULL) {
-        again = tables.readNit(*n);
-      } else if (const TSDTTable* d =
-                     held.pid == kSdtPid ? dynamic_cast<TSDTTable*>(table) : NULL) {
-        again = tables.readSdt(*d);
-      } else if (const TTOTTable* t =
-                     held.pid == kTotPid ? dynamic_cast<TTOTTable*>(table) : NULL) {
-        tables.readTot(*t);
-      } else if (const TPMTTable* m =
-                     held.tableId == kPmtTableId ? dynamic_cast<TPMTTable*>(table) : NULL) {
-        tables.readPmt(*m);
-      }
+    if (status == 0 && table && !answers(held, *table)) {
+      // The cache keeps one table per PID, whatever its ids, and held another
+      // table under this one: the same request goes to the receiver.
+      reaskId = s_uiNextRequestId.fetch_add(1);
+      requestIndex[reaskId] = found->second;
+      requestIndex.erase(found);
+      held.id = reaskId;
+      ++pending;
+      request = held;
     } else {
-      held.outcome = kTimedOut;
-      if (held.tableId == kPmtTableId) {
-        tables.endPmt(static_cast<unsigned short>(held.tableIdExt), kTimedOut);
+      held.endedMs = elapsedMs();
+      if (status == 0 && table) {
+        held.outcome = t_uiSending == requestId ? kFromCache : kDelivered;
+        again = read(held, table, &more);
+      } else {
+        held.outcome = kTimedOut;
+        if (held.tableId == kPmtTableId) {
+          tables.endPmt(static_cast<unsigned short>(held.tableIdExt), kTimedOut);
+        }
       }
+      request = held;
     }
-    request = held;
+  }
+  if (reaskId != 0) {
+    if (trace) {
+      trace->instant("cache held another table", request.what);
+    }
+    ask(self, reaskId, request.what, 2, request.pid, request.tableId, request.tableIdExt);
+    finish(requestId);
+    return;
   }
   if (trace) {
     if (request.outcome == kFromCache) {
@@ -212,6 +231,42 @@ void ChannelScan::State::answer(const std::shared_ptr<State>& self, unsigned int
     send(self, what, 2, request.pid, request.tableId, request.tableIdExt);
   }
   finish(requestId);
+}
+
+// A table answers a request when it is of the request's kind with its table
+// id, and its extension where the extension selects the table.
+bool ChannelScan::State::answers(const Request& request, const TISDBTTable& table) {
+  const TableKind& kind = TableKind::of(request.pid, request.tableId);
+  if (table.getType() != kind.typeCode) {
+    return false;
+  }
+  const TLongSectionTable* section = dynamic_cast<const TLongSectionTable*>(&table);
+  return !section ||
+         (section->getTableId() == static_cast<unsigned char>(request.tableId) &&
+          (!kind.extensionCompared ||
+           section->getTableIdExtension() == static_cast<unsigned short>(request.tableIdExt)));
+}
+
+// REQUIRES: mutex held. Reads the table that answered request; true when
+// more of its sections are to be asked for.
+bool ChannelScan::State::read(const Request& request, TISDBTTable* table,
+                              std::vector<ScanTables::PatEntry>* more) {
+  if (const TPATTable* p = request.pid == kPatPid ? dynamic_cast<TPATTable*>(table) : NULL) {
+    return tables.readPat(*p, more);
+  }
+  if (const TNITTable* n = request.pid == kNitPid ? dynamic_cast<TNITTable*>(table) : NULL) {
+    return tables.readNit(*n);
+  }
+  if (const TSDTTable* d = request.pid == kSdtPid ? dynamic_cast<TSDTTable*>(table) : NULL) {
+    return tables.readSdt(*d);
+  }
+  if (const TTOTTable* t = request.pid == kTotPid ? dynamic_cast<TTOTTable*>(table) : NULL) {
+    tables.readTot(*t);
+  } else if (const TPMTTable* m =
+                 request.tableId == kPmtTableId ? dynamic_cast<TPMTTable*>(table) : NULL) {
+    tables.readPmt(*m);
+  }
+  return false;
 }
 
 void ChannelScan::State::finish(unsigned int) {

@@ -11,6 +11,9 @@
 #include "SampleStream.h"
 #include "ScanReport.h"
 #include "TCommand.h"
+#include "TPATBuilder.h"
+#include "TPMTBuilder.h"
+#include "TsPacketWriter.h"
 
 using namespace Ostrel;
 typedef ChannelScan::Outcome Outcome;
@@ -187,6 +190,39 @@ TEST_F(SampleScan, SecondScanIsAnsweredFromTheCacheThenTheReceiverForMoreSection
     EXPECT_EQ(ChannelScan::kFromCache, got[what]) << what;
   }
   EXPECT_EQ(kDel, got["SDT (more)"]);
+}
+
+TEST_F(SampleScan, ACacheAnswerThatIsAnotherTableIsAskedOfTheReceiver) {
+  // The cache keeps one table per PID: the PAT under PID 0, which this PAT
+  // also names as programme 1's PMT PID, and one of the two PMTs that share
+  // PID 0x0100.
+  std::vector<unsigned char> stream;
+  TsPacketWriter writer(&stream);
+  const std::vector<unsigned char> pat = TPATBuilder()
+                                             .setTransportStreamId(1)
+                                             .addProgram(1, 0x0000)
+                                             .addProgram(2, 0x0100)
+                                             .addProgram(3, 0x0100)
+                                             .build();
+  for (int round = 0; round < 4; ++round) {
+    writer.writeSection(0x0000, pat);
+    for (unsigned short program : {2, 3}) {
+      writer.writeSection(0x0100, TPMTBuilder()
+                                      .setProgramNumber(program)
+                                      .setPcrPid(0x1FFF)
+                                      .addStream(0x1B, static_cast<unsigned short>(0x200 + program))
+                                      .build());
+    }
+  }
+  play(0, true, stream);
+  const std::string first = ScanReport::channelTable(scan(1));
+  EXPECT_NE(std::string::npos, first.find("0x0202")) << first;
+  EXPECT_NE(std::string::npos, first.find("0x0203")) << first;
+  for (int i = 0; i < 2; ++i) {  // the second time from the cache, as far as it holds
+    ChannelScan::Result result = scan(1);
+    EXPECT_EQ(first, ScanReport::channelTable(result));
+    EXPECT_EQ(kOut, outcomes(result)["PMT 0x0001"]);
+  }
 }
 
 TEST(ScanReportTime, FormatsDatesBeyondThirtyTwoBitsAndBeforeTheEpoch) {
