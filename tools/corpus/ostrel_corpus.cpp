@@ -312,6 +312,26 @@ void expect(Truth* t, const std::vector<Service>& svcs, bool inSdt = true, bool 
   }
 }
 
+// Every table complete; every service of svcs as expect() has it.
+void whole(Case* c, const std::vector<Service>& svcs) {
+  allTables(&c->truth, "complete");
+  expect(&c->truth, svcs);
+}
+
+// The SDT's section missing (of sections, services dealt round them) never
+// came: "K of N" played once, incomplete looped; its services have no name.
+void sdtSectionMissing(Case* c, const std::vector<Service>& svcs, size_t sections, size_t missing) {
+  allTables(&c->truth, "complete");
+  c->truth.once["SDT"] = std::to_string(sections - 1) + " of " + std::to_string(sections);
+  c->truth.loop["SDT"] = "incomplete";
+  for (size_t i = 0; i < svcs.size(); ++i) {
+    c->truth.services.push_back({svcs[i].id, svcs[i].pmtPid,
+                                 i % sections == missing ? std::vector<std::string>()
+                                                         : std::vector<std::string>{svcs[i].name},
+                                 true});
+  }
+}
+
 void pmts(Mux* m, const std::vector<Service>& svcs) {
   for (const Service& s : svcs) {
     m->section(s.pmtPid, pmt(s));
@@ -320,18 +340,25 @@ void pmts(Mux* m, const std::vector<Service>& svcs) {
 
 enum Layout { kBackToBack, kInterleaved, kFarApart };
 
+// The PAT, SDT and NIT of listed laid out as told (far apart: gap packets
+// between sections), then the PMTs of listed; every table complete.
+void laidOut(Case* c, const std::vector<Service>& listed, const std::vector<Bytes>& sdtSections,
+             int n, Layout layout, int gap) {
+  const auto p = pat(listed, n), q = nit(n);
+  if (layout == kBackToBack) {
+    c->mux.sections(0, p), c->mux.sections(kSdtPid, sdtSections), c->mux.sections(kNitPid, q);
+  } else {
+    c->mux.interleave({{0, p}, {kSdtPid, sdtSections}, {kNitPid, q}},
+                      layout == kFarApart ? gap : 0);
+  }
+  pmts(&c->mux, listed);
+  whole(c, listed);
+}
+
 // PAT, SDT and NIT of n sections each, laid out as told, then the PMTs.
 void sized(Case* c, int n, Layout layout) {
   const auto svcs = services(std::max(3, n));
-  const auto p = pat(svcs, n), s = sdt(svcs, n), q = nit(n);
-  if (layout == kBackToBack) {
-    c->mux.sections(0, p), c->mux.sections(kSdtPid, s), c->mux.sections(kNitPid, q);
-  } else {
-    c->mux.interleave({{0, p}, {kSdtPid, s}, {kNitPid, q}}, layout == kFarApart ? 60 : 0);
-  }
-  pmts(&c->mux, svcs);
-  allTables(&c->truth, "complete");
-  expect(&c->truth, svcs);
+  laidOut(c, svcs, sdt(svcs, n), n, layout, 60);
 }
 
 // The usual small stream: PAT, SDT, NIT of 2 sections, 4 services.
@@ -367,15 +394,7 @@ std::vector<Case> cases() {
         std::string("an SDT of 256 sections (0..255), one service each, ") + layouts[layout],
         [=](Case* c) {
           const auto svcs = services(256), listed = services(8);
-          const auto p = pat(listed, 1), s = sdt(svcs, 256), q = nit(1);
-          if (layout == kBackToBack) {
-            c->mux.sections(0, p), c->mux.sections(kSdtPid, s), c->mux.sections(kNitPid, q);
-          } else {
-            c->mux.interleave({{0, p}, {kSdtPid, s}, {kNitPid, q}}, layout == kFarApart ? 40 : 0);
-          }
-          pmts(&c->mux, listed);
-          allTables(&c->truth, "complete");
-          expect(&c->truth, listed);
+          laidOut(c, listed, sdt(svcs, 256), 1, static_cast<Layout>(layout), 40);
           for (size_t i = listed.size(); i < svcs.size(); ++i) {
             c->truth.services.push_back({svcs[i].id, -1, {svcs[i].name}, false});
           }
@@ -390,8 +409,7 @@ std::vector<Case> cases() {
         c->mux.sections(kSdtPid, sdt(v1, 4, 1));
         c->mux.sections(kNitPid, nit(2));
         pmts(&c->mux, v1);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, v1);
+        whole(c, v1);
       });
   add("version-change-new-incomplete",
       "SDT version 0 sections 0 and 1 of 4, then version 1 sections 0..2 of 4: never a mixture",
@@ -405,15 +423,10 @@ std::vector<Case> cases() {
         c->truth.versionTags = {" v0", " v1"};
         c->mux.sections(kNitPid, nit(2));
         pmts(&c->mux, v1);
-        allTables(&c->truth, "complete");
-        c->truth.once["SDT"] = "3 of 4", c->truth.loop["SDT"] = "incomplete";
+        sdtSectionMissing(c, v1, 4, 3);
         for (size_t i = 0; i < v1.size(); ++i) {
-          c->truth.services.push_back(
-              {v1[i].id, v1[i].pmtPid,
-               i % 4 == 3 ? std::vector<std::string>() : std::vector<std::string>{v1[i].name},
-               true});
           if (i % 4 < 2)
-            c->truth.services.back().loopNames.push_back(v0[i].name);
+            c->truth.services[i].loopNames.push_back(v0[i].name);
         }
       });
   add("pat-version-change-mid-gather",
@@ -423,15 +436,13 @@ std::vector<Case> cases() {
         c->mux.sections(0, pat(now, 2, 4));
         c->mux.sections(kSdtPid, sdt(now, 1)), c->mux.sections(kNitPid, nit(1));
         pmts(&c->mux, now);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, now);
+        whole(c, now);
       });
   add("changes-without-new-version",
       "SDT section 1 carried again with other names under the same version", [](Case* c) {
         const auto svcs = base(c), other = services(4, " changed");
         c->mux.section(kSdtPid, sdt(other, 2)[1]);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
         for (size_t i = 1; i < 4; i += 2) {
           c->truth.services[i].names.push_back(other[i].name);
         }
@@ -447,8 +458,7 @@ std::vector<Case> cases() {
         pmts(&c->mux, two);
         c->mux.sections(0, pat(svcs, 1, 2));
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
         c->truth.services[2].loopOptional = true;
       });
   add("bat-and-sdt-other", "a BAT (0x4A) and an SDT other (0x46) beside the SDT actual on 0x11",
@@ -459,8 +469,7 @@ std::vector<Case> cases() {
                            {kSdtPid, sdt(bad, 3, 0, false)},
                            {kSdtPid, sdt(svcs, 3)}});
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("crc-one-copy-bad", "SDT section 1 fails its CRC once; a good copy follows", [](Case* c) {
     const auto svcs = services(6), bad = services(6, " BAD");
@@ -468,8 +477,7 @@ std::vector<Case> cases() {
     const auto s = sdt(svcs, 3);
     c->mux.sections(kSdtPid, {s[0], damaged(sdt(bad, 3)[1]), s[2], s[1]});
     pmts(&c->mux, svcs);
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("crc-every-copy-bad", "SDT section 1 fails its CRC in every copy", [](Case* c) {
     const auto svcs = services(6), bad = services(6, " BAD");
@@ -496,15 +504,13 @@ std::vector<Case> cases() {
         }
         c->mux.sections(kSdtPid, sdt(svcs, 3));
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("crc-pat-bad-once", "PAT section 0 fails its CRC once (BAD services)", [](Case* c) {
     const auto svcs = services(4), bad = services(4, " BAD", 0x0901);
     c->mux.section(0, damaged(pat(bad, 2)[0]));
     base(c);
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("continuity-error", "a continuity jump inside an SDT section; the table carried twice",
       [](Case* c) {
@@ -516,8 +522,7 @@ std::vector<Case> cases() {
         c->mux.jumpContinuity(c->mux.of(kSdtPid, at)[2], 3);
         c->mux.sections(kSdtPid, s);
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
         for (size_t i = 4; i < big.size(); ++i) {
           c->truth.services.push_back({big[i].id, -1, {big[i].name}, false});
         }
@@ -535,8 +540,7 @@ std::vector<Case> cases() {
         }
         c->mux.packets = out;
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("packet-lost-mid-section", "the middle packet of SDT section 1 (of 3) lost; carried once",
       [](Case* c) {
@@ -549,14 +553,7 @@ std::vector<Case> cases() {
         c->mux.packets.erase(c->mux.packets.begin() + c->mux.of(kSdtPid, at)[1]);
         c->mux.section(kSdtPid, s[2]);
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        c->truth.once["SDT"] = "2 of 3", c->truth.loop["SDT"] = "incomplete";
-        for (size_t i = 0; i < svcs.size(); ++i) {
-          c->truth.services.push_back(
-              {svcs[i].id, svcs[i].pmtPid,
-               i % 3 == 1 ? std::vector<std::string>() : std::vector<std::string>{svcs[i].name},
-               true});
-        }
+        sdtSectionMissing(c, svcs, 3, 1);
       });
   add("packet-lost-then-repeated", "a packet of SDT section 1 lost in the first copy only",
       [](Case* c) {
@@ -567,8 +564,7 @@ std::vector<Case> cases() {
         c->mux.packets.erase(c->mux.packets.begin() + c->mux.of(kSdtPid, at)[3]);
         c->mux.sections(kSdtPid, s);
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("packed-sections",
       "sections packed back to back: one ends in a packet, the next starts there", [](Case* c) {
@@ -577,8 +573,7 @@ std::vector<Case> cases() {
         c->mux.sections(kSdtPid, sdt(svcs, 5), true);
         c->mux.sections(kNitPid, nit(4), true);
         pmts(&c->mux, svcs);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("several-sections-in-one-packet", "a PAT of 8 tiny sections, all in one packet", [](Case* c) {
     const auto svcs = services(8);
@@ -586,14 +581,12 @@ std::vector<Case> cases() {
     c->mux.sections(kSdtPid, sdt(svcs, 4), true);
     c->mux.sections(kNitPid, nit(3), true);
     pmts(&c->mux, svcs);
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("stuffing-after-section", "every section followed by stuffing up to its packet's end",
       [](Case* c) {
         const auto svcs = base(c);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("pmt-before-pat", "one PMT carried once, before the PAT", [](Case* c) {
     const auto svcs = services(3);
@@ -601,8 +594,7 @@ std::vector<Case> cases() {
     c->mux.sections(0, pat(svcs, 1));
     c->mux.sections(kSdtPid, sdt(svcs, 1)), c->mux.sections(kNitPid, nit(1));
     pmts(&c->mux, {svcs[1], svcs[2]});
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("pmt-pid-never-carried", "the PAT names a PMT PID that is never carried", [](Case* c) {
     auto svcs = services(3);
@@ -610,8 +602,7 @@ std::vector<Case> cases() {
     c->mux.sections(0, pat(svcs, 1));
     c->mux.sections(kSdtPid, sdt(svcs, 1)), c->mux.sections(kNitPid, nit(1));
     pmts(&c->mux, {svcs[0], svcs[1]});
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
     c->truth.services[2].pmt = false;
   });
   add("pmt-on-null-pid", "the PAT names PID 0x1FFF for a PMT (a PMT written there)", [](Case* c) {
@@ -620,28 +611,24 @@ std::vector<Case> cases() {
     c->mux.sections(0, pat(svcs, 1));
     c->mux.sections(kSdtPid, sdt(svcs, 1)), c->mux.sections(kNitPid, nit(1));
     pmts(&c->mux, svcs);
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
     c->truth.services[2].pmt = false;
   });
   add("pat-next-version-first", "a PAT version 1 not yet current (BAD services) before version 0",
       [](Case* c) {
         c->mux.sections(0, pat(services(4, " BAD", 0x0901), 2, 1, kTsId, false));
         const auto svcs = base(c);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("packets-192", "192-byte packets (a 4-byte time code before each)", [](Case* c) {
     const auto svcs = base(c);
     c->packetSize = 192;
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("packets-204", "204-byte packets (16 parity bytes after each)", [](Case* c) {
     const auto svcs = base(c);
     c->packetSize = 204;
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("sync-lost", "sync lost for 1000 bytes in the first copy of the tables, then found",
       [](Case* c) {
@@ -651,8 +638,7 @@ std::vector<Case> cases() {
           junk[i] = static_cast<unsigned char>(i * 13 + 5);
         c->junkBefore[3] = junk;
         base(c);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("garbage-between-packets", "a few bytes of garbage (with 0x47) between some packets",
       [](Case* c) {
@@ -660,21 +646,18 @@ std::vector<Case> cases() {
         for (size_t k = 2; k < c->mux.packets.size(); k += 5)
           c->junkBefore[k] = Bytes{0x47, 0x00, 0x11, 0x47, 0x12};
         base(c);
-        allTables(&c->truth, "complete");
-        expect(&c->truth, svcs);
+        whole(c, svcs);
       });
   add("no-pcr", "no PCR anywhere", [](Case* c) {
     c->mux.withPcr = false;
     const auto svcs = base(c);
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("ts-id-changes", "PAT of ts 0x0641 section 0 (BAD), then ts 0x0640 whole", [](Case* c) {
     const auto bad = services(4, " BAD", 0x0901);
     c->mux.section(0, pat(bad, 2, 0, 0x0641)[0]);
     const auto svcs = base(c);
-    allTables(&c->truth, "complete");
-    expect(&c->truth, svcs);
+    whole(c, svcs);
   });
   add("no-pat", "an SDT and a NIT, no PAT", [](Case* c) {
     const auto svcs = services(3);
