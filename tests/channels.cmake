@@ -13,15 +13,14 @@ if(TARGET OstrelScan)
   endif()
 endif()
 
-# dvbv5-zap records a service from the channel file of a scan of the emulated
-# adapter (root, a private mount namespace: dvb_needs.sh says what is missing;
-# skipped, 77, without dvbv5-zap).
+# The emulated adapter read by dvb-apps' scan and dvbdate, and dvbv5-zap
+# recording a service from the channel file of a scan of it (root, a private
+# mount namespace: dvb_needs.sh says what is missing; skipped, 77, without
+# dvbv5-zap).
 if(TARGET ostrel-scan AND TARGET ostrel-dvb-emu AND TARGET OstrelDvbServer)
-  add_test(NAME dvb_zap_check
+  add_test(NAME dvb_clients_check
            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/dvb_needs.sh
-                   ${CMAKE_CURRENT_SOURCE_DIR}/dvb_zap_check.sh $<TARGET_FILE:ostrel-dvb-emu>
-                   $<TARGET_FILE:ostrel-scan> ${OSTREL_SAMPLE_STREAM})
-  # Both checks bind the emulator at the machine's /dev/dvb: one at a time.
-  set_tests_properties(dvb_zap_check PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120
-                                               RESOURCE_LOCK dev_dvb)
+                   ${CMAKE_CURRENT_SOURCE_DIR}/dvb_clients_check.sh $<TARGET_FILE:ostrel-dvb-emu>
+                   $<TARGET_FILE:ostrel-scan> $<TARGET_FILE:ostrel-mksample>)
+  set_tests_properties(dvb_clients_check PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)
 endif()

@@ -60,8 +60,16 @@ std::vector<Bytes> pat() {
   return sections;
 }
 
-std::vector<std::pair<unsigned short, Bytes>> pmts() {
+std::vector<std::pair<unsigned short, Bytes>> pmts(bool everyPmt) {
   std::vector<std::pair<unsigned short, Bytes>> out;
+  if (everyPmt) {
+    out.push_back(std::make_pair(SampleStream::kMissingPmtPid,
+                                 TPMTBuilder()
+                                     .setProgramNumber(SampleStream::kMissingService)
+                                     .setPcrPid(SampleStream::kPcrPid)
+                                     .addStream(0x1B, SampleStream::kPcrPid, streamId(0x00))
+                                     .build()));
+  }
   out.push_back(std::make_pair(SampleStream::kHdPmtPid,
                                TPMTBuilder()
                                    .setProgramNumber(SampleStream::kHdService)
@@ -206,9 +214,9 @@ class Filler {
 
 }  // namespace
 
-std::vector<unsigned char> SampleStream::build() {
+std::vector<unsigned char> SampleStream::build(bool everyPmt) {
   const std::vector<Bytes> patSections = pat();
-  const std::vector<std::pair<unsigned short, Bytes>> pmtSections = pmts();
+  const std::vector<std::pair<unsigned short, Bytes>> pmtSections = pmts(everyPmt);
   const std::vector<Bytes> nitSections = nit();
   const std::vector<Bytes> sdtSections = sdt();
   const Bytes totSection = tot();

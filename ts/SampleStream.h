@@ -42,8 +42,10 @@ class SampleStream {
   static constexpr unsigned int kBitRate = 4000000;
   static constexpr unsigned int kPacketCount = 5320;
 
-  // The whole stream, the same bytes on every call.
-  static std::vector<unsigned char> build();
+  // The whole stream, the same bytes on every call. everyPmt carries Ostrel
+  // Extra's PMT too (its video shared with Ostrel HD's), so that a scan of
+  // it waits for no time-out.
+  static std::vector<unsigned char> build(bool everyPmt = false);
 };
 
 }  // namespace Ostrel

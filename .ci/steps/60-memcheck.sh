@@ -21,8 +21,7 @@ exceptions='
 ^SampleScan\.SecondScanIsAnsweredFromTheCache|skip|two real-time scans back to back: under memcheck a request can miss its deadline, which the test rightly counts as a failure
 ^sim_muxers_test$|skip|a Python script that runs FFmpeg and ostrel-scan: memcheck would watch the interpreter, not the scan, whose code runs under memcheck in the SampleScan cases
 ^dvb_server_test$|--trace-children=yes --trace-children-skip=*/sh,*/ffmpeg,*/ostrel-dvb-emu|run through unshare: memcheck follows it into the test program and leaves the shell, FFmpeg and the emulator alone
-^dvb_emu_check$|skip|a shell script that mounts the emulated adapter and runs dvb-apps against it: memcheck would watch the shell, not the emulator
-^dvb_zap_check$|skip|a shell script that mounts the emulated adapter and runs ostrel-scan and dvbv5-zap against it: memcheck would watch the shell, not the scan, whose code runs under memcheck in ChannelFilesTest and the SampleScan cases
+^dvb_clients_check$|skip|a shell script that mounts the emulated adapter and runs dvb-apps, ostrel-scan and dvbv5-zap against it: memcheck would watch the shell, not the emulator or the scan, whose code runs under memcheck in ChannelFilesTest and the SampleScan cases
 ^scan_cli_test$|skip|a Python script that runs ostrel-scan: memcheck would watch the interpreter; the scan code runs under memcheck in the SampleScan cases
 ^corpus_|skip|Python scripts that run ostrel-scan on 51 streams, minutes each natively: memcheck would watch the interpreter; the engine and the scan run under memcheck in server_sources_test and the SampleScan cases
 '

@@ -1,18 +1,22 @@
 #!/usr/bin/env bash
-# ostrel-scan's channel file used by dvbv5-zap (libdvbv5), unmodified, to tune
-# and record a service on the emulated adapter. libdvbv5 finds adapters through
-# libudev, which reads /sys/class/dvb: in a private mount namespace a tmpfs
-# over /sys/class holds the entries a kernel adapter has (uevent: the device
-# number, DEVNAME and the DVB_* properties), and SYSTEMD_DEVICE_VERIFY_SYSFS=0
-# lets libudev take entries that are not on sysfs. Needs root; skipped (77)
-# only when dvbv5-zap is missing (dvb-tools, scripts/packages.d/dvb.txt).
-# Usage: dvb_zap_check.sh OSTREL-DVB-EMU OSTREL-SCAN SAMPLE.ts
+# The emulated DVB adapter read by the field's own clients, unmodified, in a
+# private mount namespace where the emulator's root is bind-mounted at
+# /dev/dvb: dvb-apps' scan and dvbdate, and dvbv5-zap (libdvbv5) tuning and
+# recording a service from the channel file of ostrel-scan's scan of the
+# adapter. libdvbv5 finds adapters through libudev, which reads
+# /sys/class/dvb: a tmpfs over /sys/class holds the entries a kernel adapter
+# has (uevent: the device number, DEVNAME and the DVB_* properties), and
+# SYSTEMD_DEVICE_VERIFY_SYSFS=0 lets libudev take entries that are not on
+# sysfs. The sample played carries every PMT (ostrel-mksample --every-pmt), so
+# that no client waits for a time-out. Fails when the mounts cannot be made;
+# skipped (77) only when dvbv5-zap is missing (dvb-tools).
+# Usage: dvb_clients_check.sh OSTREL-DVB-EMU OSTREL-SCAN OSTREL-MKSAMPLE
 set -euo pipefail
 if [ -z "${OSTREL_DVB_NS:-}" ]; then
   command -v dvbv5-zap >/dev/null || { echo "dvbv5-zap missing (dvb-tools)"; exit 77; }
   exec env OSTREL_DVB_NS=1 unshare -m --propagation private "$0" "$@"
 fi
-emu=$1 scan=$2 sample=$3
+emu=$1 scan=$2 mksample=$3
 work=$(mktemp -d) pid="" made=""
 fail() { echo "FAIL: $*"; tail -n 40 "$work"/*.txt 2>/dev/null; exit 1; }
 cleanup() {
@@ -23,15 +27,22 @@ cleanup() {
 }
 trap cleanup EXIT
 
+"$mksample" --every-pmt "$work/sample.ts" || fail "ostrel-mksample failed"
 # A channel file that cannot be written is named, with exit status 1.
 status=0
-"$scan" --channels /nonexistent/c.conf "$sample" 2>"$work/nowrite.txt" || status=$?
+"$scan" --channels /nonexistent/c.conf "$work/sample.ts" 2>"$work/nowrite.txt" || status=$?
 [ "$status" = 1 ] && grep -q "/nonexistent/c.conf" "$work/nowrite.txt" ||
   fail "an unwritable channel file gave status $status"
-
+# The sample carries a TOT only; dvbdate reads a TDT: a second adapter plays one
+# (2026-03-01 15:00:00 UTC: MJD 0xEEAC), sixteen packets for the continuity counter.
+for cc in $(seq 0 15); do
+  printf "\x47\x40\x14\x$(printf %x $((0x10 + cc)))\x00\x70\x70\x05\xee\xac\x15\x00\x00"
+  head -c 175 /dev/zero | tr '\0' '\377'
+done >"$work/tdt.ts"
 mkdir -p "$work/root"
 [ -d /dev/dvb ] || { mkdir /dev/dvb && made=1; }
-"$emu" --root "$work/root" --adapter "$sample" --ready-file "$work/ready" >"$work/emu.txt" 2>&1 &
+"$emu" --root "$work/root" --adapter "$work/sample.ts" --adapter "$work/tdt.ts" \
+  --ready-file "$work/ready" >"$work/emu.txt" 2>&1 &
 pid=$!
 for _ in $(seq 100); do
   [ -s "$work/ready" ] || ! kill -0 "$pid" 2>/dev/null && break
@@ -50,18 +61,21 @@ for node in frontend demux dvr; do
 done
 export SYSTEMD_DEVICE_VERIFY_SYSFS=0
 
+scan -c -a 0 >"$work/scan.txt" 2>&1 || fail "scan failed"
+for service in "Ostrel HD" "Ostrel Extra" "Ostrel Dados" "Ostrel 1seg"; do
+  grep -q "^$service .*(0x" "$work/scan.txt" || fail "scan did not list $service"
+done
+dvbdate -a 1 -p -t 5 >"$work/dvbdate.txt" 2>&1 || fail "dvbdate failed"
+grep -q "Mar  1 15:00:00 2026" "$work/dvbdate.txt" || fail "dvbdate did not read the time"
+
 channels=$work/dvb_channel.conf
-# The sample never carries one PMT it names: the scan says so with status 4.
-status=0
-"$scan" --quiet --timeout 20 --dvb /dev/dvb/adapter0 --channels "$channels" >"$work/scan.txt" 2>&1 ||
-  status=$?
-[ "$status" = 4 ] || fail "the scan of the emulated adapter gave status $status, not 4"
+"$scan" --quiet --timeout 20 --dvb /dev/dvb/adapter0 --channels "$channels" >"$work/oscan.txt" 2>&1 ||
+  fail "the scan of the emulated adapter gave status $?"
 # The service's PIDs as the channel file gives them, and another service's.
 pids() { sed -n "/^\[$1\]/,/^\$/s/^\t\(VIDEO\|AUDIO\)_PID = //p" "$channels" | tr '\n' ' '; }
 want=$(pids "Ostrel HD") other=$(pids "Ostrel 1seg")
 [ -n "$want" ] && [ -n "$other" ] || fail "the channel file lacks Ostrel HD's or Ostrel 1seg's PIDs"
-
-timeout 60 dvbv5-zap -c "$channels" -o "$work/rec.ts" -t 3 "Ostrel HD" >"$work/zap.txt" 2>&1 ||
+timeout 60 dvbv5-zap -c "$channels" -o "$work/rec.ts" -t 1 "Ostrel HD" >"$work/zap.txt" 2>&1 ||
   fail "dvbv5-zap failed"
 grep -qi "using demux 'dvb0.demux0'" "$work/zap.txt" || fail "libdvbv5 did not find the adapter"
 python3 - "$work/rec.ts" "$want" "$other" <<'PY' || fail "the recording is wrong"
@@ -79,4 +93,4 @@ umount /dev/dvb
 kill -TERM "$pid"
 wait "$pid" || fail "the emulator did not end cleanly"
 pid=""
-echo "dvbv5-zap recorded Ostrel HD from ostrel-scan's channel file"
+echo "scan, dvbdate and dvbv5-zap (from ostrel-scan's channel file) read the emulated adapters"
