@@ -94,26 +94,31 @@ for extra in ([], ["--json"]):
           "cannot write standard output: No space left on device", "", None)
 
 # An interrupted scan (in real time, a second into a scan of two tuners)
-# prints the tuner it was scanning, marked, and stops there.
+# prints the tuner it was scanning, marked, and stops there. The four run at
+# once.
+runs = []
 for sig, want_status in ((signal.SIGINT, 130), (signal.SIGTERM, 143)):
     for extra, want_out in (([], r"^Tuner 0: .*\nInterrupted: the scan of this tuner was cut short\n$"),
                             (["--json"], "json")):
         p = subprocess.Popen([SCAN, "-q", "--no-latency", *extra, "--tuner", SAMPLE, "--tuner",
                               SAMPLE], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        time.sleep(1)
-        p.send_signal(sig)
-        out, err = p.communicate(timeout=60)
-        name = f"{sig.name} {' '.join(extra)}"
-        check(name, p.returncode, want_status, err, None, out, None)
-        if want_out == "json":
-            try:
-                doc = json.loads(out)
-                if len(doc) != 1 or doc[0].get("interrupted") is not True:
-                    failures.append(f"{name}: not one tuner marked interrupted: {out[:300]!r}")
-            except ValueError as e:
-                failures.append(f"{name}: not JSON ({e}): {out[:300]!r}")
-        elif not re.search(want_out, out, re.S) or "Tuner 1" in out:
-            failures.append(f"{name}: the first tuner, marked, alone: {out[-300:]!r}")
+        runs.append((p, sig, want_status, extra, want_out))
+time.sleep(1)
+for p, sig, *_ in runs:
+    p.send_signal(sig)
+for p, sig, want_status, extra, want_out in runs:
+    out, err = p.communicate(timeout=60)
+    name = f"{sig.name} {' '.join(extra)}"
+    check(name, p.returncode, want_status, err, None, out, None)
+    if want_out == "json":
+        try:
+            doc = json.loads(out)
+            if len(doc) != 1 or doc[0].get("interrupted") is not True:
+                failures.append(f"{name}: not one tuner marked interrupted: {out[:300]!r}")
+        except ValueError as e:
+            failures.append(f"{name}: not JSON ({e}): {out[:300]!r}")
+    elif not re.search(want_out, out, re.S) or "Tuner 1" in out:
+        failures.append(f"{name}: the first tuner, marked, alone: {out[-300:]!r}")
 
 for f in failures:
     print("FAIL " + f)
