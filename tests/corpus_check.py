@@ -143,7 +143,7 @@ def parity(report, text):
 
 
 def run_scan(scan, args, timeout):
-    p = subprocess.run([scan, "--json", "--no-latency", "--quiet"] + args,
+    p = subprocess.run(scan + ["--json", "--no-latency", "--quiet"] + args,
                        capture_output=True, text=True, timeout=timeout)
     try:
         return json.loads(p.stdout), p.returncode, p.stderr
@@ -186,7 +186,10 @@ def main():
     opts = ap.parse_args()
     work = opts.keep or tempfile.mkdtemp(prefix="ostrel-corpus-")
     os.makedirs(work, exist_ok=True)
-    subprocess.run([opts.corpus, work], check=True, stdout=subprocess.DEVNULL)
+    # A program may be a command: words separated by ";" (a CMake list), such
+    # as qemu-arm -L SYSROOT PROGRAM on a cross build.
+    opts.scan, opts.corpus = opts.scan.split(";"), opts.corpus.split(";")
+    subprocess.run(opts.corpus + [work], check=True, stdout=subprocess.DEVNULL)
     with open(os.path.join(work, "truth.json")) as f:
         cases = [c for c in json.load(f) if opts.only in c["file"]]
     failures = runs = 0
@@ -199,7 +202,7 @@ def main():
             report, status, err = scan_dvb(opts, path, mode, work)
         faults = []
         if report and source == "sim" and mode == "once":
-            text = subprocess.run([opts.scan, "--no-latency", "--quiet", "--fast", "--once", path],
+            text = subprocess.run(opts.scan + ["--no-latency", "--quiet", "--fast", "--once", path],
                                   capture_output=True, text=True, timeout=60).stdout
             faults = parity(report, text)
         faults += compare(case, mode, report, status) if report else [
