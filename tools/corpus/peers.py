@@ -201,7 +201,7 @@ def main():
     if "dvbv5-scan" in readers:
         bind_sysfs()
     print("| case | " + " | ".join(readers) + " |")
-    print("|---" * len(readers) + "|")
+    print("|---" * (len(readers) + 1) + "|")
     tally = {}
     for case in cases:
         path = os.path.join(work, case["file"])
