@@ -65,13 +65,16 @@ int s_iOutputError = 0;
 // Hands what was written to standard output on; remembers the first failure.
 // std::cout shares stdout's buffer (synchronised with stdio): stdout is
 // flushed first, so that errno is the system's reason.
+// A write that failed while the text was written (a long JSON) left its
+// reason in errno.
 void flushOutput() {
+  const int earlier = errno;
   if (std::fflush(stdout) != 0 && !s_iOutputError) {
     s_iOutputError = errno ? errno : EIO;
   }
   std::cout.flush();
   if ((!std::cout || std::ferror(stdout)) && !s_iOutputError) {
-    s_iOutputError = EIO;
+    s_iOutputError = earlier ? earlier : EIO;
   }
 }
 
@@ -653,7 +656,9 @@ void print(const ChannelScan::Result& r, const StreamHealth& health, const Optio
       json.insert(json.find('{') + 1, "\n  \"interrupted\": true,");
     }
     if (o.json) {
+      errno = 0;
       std::cout << json;
+      flushOutput();  // while errno still says why a write failed
     }
     s_vecJsonFile.push_back(json);
   }
