@@ -25,15 +25,15 @@ StreamHealthMeter::StreamHealthMeter()
       m_vecRepeats(TsPacket::kPidCount, 0),
       m_vecPackets(TsPacket::kPidCount, 0),
       m_vecCcErrors(TsPacket::kPidCount, 0),
-      m_bStarted(false),
-      m_llNow(0),
+      m_uiStride(TsPacket::kSize),
+      m_ullPacket(0),
+      m_llAnchorTicks(0),
+      m_ullAnchorPacket(1),
       m_iPcrPid(-1),
       m_bHavePcr(false),
       m_ullLastPcr(0),
-      m_llLastPcrNow(0),
-      m_ullSincePcr(0),
+      m_ullLastPcrPacket(0),
       m_dTicksPerPacket(0),
-      m_dCarry(0),
       m_bByPcr(false) {
   for (unsigned short pid : kSectionPids) {
     m_demux.enablePid(pid);
@@ -56,15 +56,16 @@ void StreamHealthMeter::restart() {
 void StreamHealthMeter::onPackets(const unsigned char* first, unsigned int count,
                                   unsigned int stride) {
   std::lock_guard<std::mutex> lock(m_mutex);
+  m_uiStride = stride;
   for (unsigned int i = 0; i < count; ++i) {
-    __packet(first + static_cast<size_t>(i) * stride, stride);
+    __packet(first + static_cast<size_t>(i) * stride);
   }
 }
 
 // REQUIRES: m_mutex held.
-void StreamHealthMeter::__packet(const unsigned char* p, unsigned int stride) {
+void StreamHealthMeter::__packet(const unsigned char* p) {
   const unsigned short pid = TsPacket::getPid(p);
-  __clock(p, pid, stride);
+  __clock(p, pid);
   ++m_vecPackets[pid];
   // The counter advances with payload only; packets without payload are not
   // checked (writers differ on their counter), a discontinuity flag resets it.
@@ -89,38 +90,42 @@ void StreamHealthMeter::__packet(const unsigned char* p, unsigned int stride) {
   m_demux.pushPacket(p);
 }
 
-// REQUIRES: m_mutex held. Sets m_llNow to the stream time of this packet.
-void StreamHealthMeter::__clock(const unsigned char* p, unsigned short pid, unsigned int stride) {
-  if (m_dTicksPerPacket <= 0) {
+// REQUIRES: m_mutex held. The stream time of the packet being looked at.
+int64_t StreamHealthMeter::__now() const {
+  double perPacket = m_dTicksPerPacket;
+  if (perPacket <= 0) {
     const uint64_t rate = m_ullBitRate ? m_ullBitRate : kDefaultBitRate;
-    m_dTicksPerPacket = static_cast<double>(stride) * 8.0 * kTicksPerSecond / rate;
+    perPacket = static_cast<double>(m_uiStride) * 8.0 * kTicksPerSecond / rate;
   }
-  if (m_bStarted) {
-    m_dCarry += m_dTicksPerPacket;
-    const int64_t whole = static_cast<int64_t>(m_dCarry);
-    m_llNow += whole;
-    m_dCarry -= static_cast<double>(whole);
-  }
-  m_bStarted = true;
-  ++m_ullSincePcr;
+  return m_llAnchorTicks +
+         static_cast<int64_t>(static_cast<double>(m_ullPacket - m_ullAnchorPacket) * perPacket);
+}
+
+// REQUIRES: m_mutex held. Counts the packet; a PCR of the clock's PID sets
+// the clock (and the rate between it and the one before).
+void StreamHealthMeter::__clock(const unsigned char* p, unsigned short pid) {
+  ++m_ullPacket;
   uint64_t pcr = 0;
-  if ((m_iPcrPid >= 0 && pid != m_iPcrPid) || !TsPacket::getPcr(p, &pcr)) {
+  if (!TsPacket::hasAdaptationField(p) || (m_iPcrPid >= 0 && pid != m_iPcrPid) ||
+      !TsPacket::getPcr(p, &pcr)) {
     return;
   }
   m_iPcrPid = pid;
+  int64_t now = __now();
   if (m_bHavePcr) {
     const uint64_t delta = (pcr + kPcrWrap - m_ullLastPcr) % kPcrWrap;
-    if (delta > 0 && delta < kPcrJumpTicks) {
-      m_dTicksPerPacket = static_cast<double>(delta) / static_cast<double>(m_ullSincePcr);
-      m_llNow = m_llLastPcrNow + static_cast<int64_t>(delta);
-      m_dCarry = 0;
+    if (delta > 0 && delta < kPcrJumpTicks && m_ullPacket > m_ullLastPcrPacket) {
+      m_dTicksPerPacket =
+          static_cast<double>(delta) / static_cast<double>(m_ullPacket - m_ullLastPcrPacket);
+      now = m_llAnchorTicks + static_cast<int64_t>(delta);
       m_bByPcr = true;
     }
   }
   m_bHavePcr = true;
   m_ullLastPcr = pcr;
-  m_llLastPcrNow = m_llNow;
-  m_ullSincePcr = 0;
+  m_ullLastPcrPacket = m_ullPacket;
+  m_llAnchorTicks = now;
+  m_ullAnchorPacket = m_ullPacket;
 }
 
 // On the packet that completes the section (m_mutex held by onPackets).
@@ -130,20 +135,21 @@ void StreamHealthMeter::onSection(int, unsigned short pid, const unsigned char* 
   const bool longForm = (data[1] & 0x80) != 0 && size >= 8;
   const unsigned short ext = longForm ? static_cast<unsigned short>((data[3] << 8) | data[4]) : 0;
   const unsigned char number = longForm ? data[6] : 0;
+  const int64_t now = __now();
   TableState& table = m_mapTables[TableKey(pid, std::make_pair(tableId, ext))];
   ++table.sections;
   if (table.lastTicks >= 0) {
-    const int64_t gap = m_llNow - table.lastTicks;
+    const int64_t gap = now - table.lastTicks;
     table.minTicks = table.minTicks < 0 || gap < table.minTicks ? gap : table.minTicks;
   }
-  table.lastTicks = m_llNow;
+  table.lastTicks = now;
   std::map<unsigned char, int64_t>::iterator copy = table.lastBySection.find(number);
   if (copy != table.lastBySection.end()) {
-    const int64_t gap = m_llNow - copy->second;
+    const int64_t gap = now - copy->second;
     table.maxTicks = gap > table.maxTicks ? gap : table.maxTicks;
-    copy->second = m_llNow;
+    copy->second = now;
   } else {
-    table.lastBySection[number] = m_llNow;
+    table.lastBySection[number] = now;
   }
   // A PAT names the PMT PIDs to read.
   if (pid == 0x0000 && tableId == 0x00 && longForm) {
@@ -162,7 +168,7 @@ StreamHealth StreamHealthMeter::snapshot() const {
   std::lock_guard<std::mutex> lock(m_mutex);
   StreamHealth out;
   out.measured = true;
-  out.streamSeconds = static_cast<double>(m_llNow) / kTicksPerSecond;
+  out.streamSeconds = m_ullPacket ? static_cast<double>(__now()) / kTicksPerSecond : 0;
   out.byPcr = m_bByPcr;
   for (unsigned int pid = 0; pid < TsPacket::kPidCount; ++pid) {
     if (m_vecPackets[pid] == 0) {

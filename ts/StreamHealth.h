@@ -79,8 +79,9 @@ class StreamHealthMeter : private SectionSink {
   StreamHealthMeter& operator=(const StreamHealthMeter&);
 
   // REQUIRES: m_mutex held.
-  void __packet(const unsigned char* p, unsigned int stride);
-  void __clock(const unsigned char* p, unsigned short pid, unsigned int stride);
+  void __packet(const unsigned char* p);
+  void __clock(const unsigned char* p, unsigned short pid);
+  int64_t __now() const;
   virtual void onSection(int tunerId, unsigned short pid, const unsigned char* data,
                          unsigned int size);
 
@@ -92,16 +93,17 @@ class StreamHealthMeter : private SectionSink {
   std::vector<unsigned char> m_vecRepeats;
   std::vector<uint64_t> m_vecPackets;
   std::vector<uint64_t> m_vecCcErrors;
-  // Stream time in 27 MHz ticks of the packet being looked at.
-  bool m_bStarted;
-  int64_t m_llNow;
-  int m_iPcrPid;
+  // Stream time in 27 MHz ticks: the packet being looked at (counted from 1)
+  // is m_ullPacket - m_ullAnchorPacket packets past m_llAnchorTicks.
+  unsigned int m_uiStride;
+  uint64_t m_ullPacket;
+  int64_t m_llAnchorTicks;
+  uint64_t m_ullAnchorPacket;
+  int m_iPcrPid;  // the PID whose PCRs run the clock, or -1
   bool m_bHavePcr;
   uint64_t m_ullLastPcr;
-  int64_t m_llLastPcrNow;
-  uint64_t m_ullSincePcr;  // packets since the last PCR
-  double m_dTicksPerPacket;
-  double m_dCarry;  // fractions of a tick not yet added
+  uint64_t m_ullLastPcrPacket;
+  double m_dTicksPerPacket;  // 0: from the bit rate
   bool m_bByPcr;
   std::map<TableKey, TableState> m_mapTables;
 };
