@@ -253,7 +253,7 @@ void addHealth(const StreamHealth* health, ReportModel* model) {
     const TableLimit limit = limitOf(t.tableId);
     const std::string name = *limit.name ? limit.name : "table " + hex(t.tableId, 2);
     ReportModel::Record r;
-    r.push_back(fact("table", quoted(name), name, 0));
+    r.push_back(fact("tableName", quoted(name), name, 0));
     r.push_back(fact("pid", number(t.pid), hex(t.pid, 4), 1));
     r.push_back(fact("tableId", number(t.tableId), "", 0));
     r.push_back(fact("tableIdExt", number(t.tableIdExt), hex(t.tableIdExt, 4), 2));
