@@ -84,7 +84,7 @@ struct Options {
   std::vector<std::string> adapters;  // --dvb
   bool json = false;
   bool health = false;   // --health: the text shows the stream's health
-  std::string jsonPath;  // --json-file: the JSON also goes there
+  std::string jsonPath;  // --save-json: the JSON also goes there
   std::string tracePath;
   ReceiverSimulator::Pacing pacing = ReceiverSimulator::kByPcr;
   uint64_t bitRate = 0;
@@ -131,7 +131,7 @@ void usage(std::FILE* to) {
                "  --dvb ADAPTER        scan a Linux DVB adapter tuned already (/dev/dvb/adapter0,\n"
                "                       one tuner each; may be repeated); see docs/dvb.md\n"
                "  -j, --json           print JSON instead of tables\n"
-               "  --json-file FILE     scan: also write the JSON to FILE (tables on standard\n"
+               "  --save-json FILE     scan: also write the JSON to FILE (tables on standard\n"
                "                       output)\n"
                "  --health             scan: print the stream's health after the tables (CRC\n"
                "                       and continuity errors per PID, how often each table\n"
@@ -208,7 +208,7 @@ const OptionRule kOptions[] = {
     {"--tuner", 0, "a file (- for standard input)", kAnyMode},
     {"--dvb", 0, "an adapter directory (/dev/dvb/adapter0)", kAnyMode},
     {"--json", 'j', "", kAnyMode},
-    {"--json-file", 0, "a file to write", kScanOnly},
+    {"--save-json", 0, "a file to write", kScanOnly},
     {"--health", 0, "", kScanOnly},
     {"--trace", 0, "a file to write", kAnyMode},
     {"--channels", 'o', "a file to write", kAnyMode},
@@ -259,7 +259,7 @@ int apply(const OptionRule& rule, const char* text, Options* o) {
     o->adapters.push_back(text);
   } else if (name == "--json") {
     o->json = true;
-  } else if (name == "--json-file") {
+  } else if (name == "--save-json") {
     o->jsonPath = text;
   } else if (name == "--health") {
     o->health = true;
@@ -642,7 +642,7 @@ void warnIncomplete(const ChannelScan::Result& r, int tunerId, const std::string
   }
 }
 
-// The JSON of the tuners so far, for --json-file.
+// The JSON of the tuners so far, for --save-json.
 std::vector<std::string> s_vecJsonFile;
 
 // A scan cut short by a signal says so: a line after the tables, a field of
@@ -676,7 +676,7 @@ void print(const ChannelScan::Result& r, const StreamHealth& health, const Optio
   flushOutput();
 }
 
-// Writes --json-file: one object for one tuner, an array for several. False
+// Writes --save-json: one object for one tuner, an array for several. False
 // when it cannot be written (said on standard error).
 bool writeJsonFile(const Options& o, int tuners) {
   if (o.jsonPath.empty()) {

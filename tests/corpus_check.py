@@ -19,7 +19,7 @@ root and /dev/fuse, run under unshare -m). For each stream and run:
 - the exit status: 3 without a PAT, 4 when a table stayed incomplete or a
   PMT the PAT names did not come, else 0;
 - simulator, once: the text (with --health) and the JSON of the same scan
-  (--json-file) say the same, fact by fact: every JSON record has a text line
+  (--save-json) say the same, fact by fact: every JSON record has a text line
   that shows each of its facts, and every text line is such a line.
 
 Prints one line per failure and a summary; exit status 1 on any failure.
@@ -242,7 +242,7 @@ def scan_sim(opts, path, mode):
         return run_scan(opts.scan, ["--fast", "--timeout", "30", path], 60) + ("",)
     # Once: the text and the JSON of the same scan, for their parity.
     with tempfile.NamedTemporaryFile(suffix=".json") as out:
-        p = subprocess.run([opts.scan, "--no-latency", "--quiet", "--health", "--json-file",
+        p = subprocess.run([opts.scan, "--no-latency", "--quiet", "--health", "--save-json",
                             out.name, "--fast", "--timeout", "30", "--once", path],
                            capture_output=True, text=True, timeout=60)
         try:
