@@ -216,9 +216,13 @@ void addHealth(const StreamHealth* health, ReportModel* model) {
       r.push_back(fact("streamSeconds", seconds, std::string(seconds) + " s of stream"));
       r.push_back(fact("clock", health->byPcr ? "\"PCR\"" : "\"bit rate\"",
                        health->byPcr ? " by its PCR" : " at its bit rate"));
+      const std::string rate = number(static_cast<long long>(health->bitRate));
+      r.push_back(health->byPcr ? fact("bitRate", "null", "")
+                                : fact("bitRate", rate, ", assumed " + rate + " bit/s"));
     } else {
       r.push_back(fact("streamSeconds", "null", "stream time not seen (section filters)"));
       r.push_back(fact("clock", "null", ""));
+      r.push_back(fact("bitRate", "null", ""));
     }
     summary.records.push_back(r);
   }

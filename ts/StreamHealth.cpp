@@ -170,6 +170,7 @@ StreamHealth StreamHealthMeter::snapshot() const {
   out.measured = true;
   out.streamSeconds = m_ullPacket ? static_cast<double>(__now()) / kTicksPerSecond : 0;
   out.byPcr = m_bByPcr;
+  out.bitRate = m_ullBitRate ? m_ullBitRate : kDefaultBitRate;
   for (unsigned int pid = 0; pid < TsPacket::kPidCount; ++pid) {
     if (m_vecPackets[pid] == 0) {
       continue;

@@ -38,7 +38,8 @@ struct StreamHealth {
 
   bool measured = false;     // seen packet by packet; false: intervals and continuity unknown
   double streamSeconds = 0;  // stream time measured over
-  bool byPcr = false;        // stream time from PCRs; else from packets at the bit rate
+  bool byPcr = false;        // stream time from PCRs; else from packets at bitRate
+  uint64_t bitRate = 0;      // bits per second assumed where no PCR gave the rate
   std::vector<Pid> pids;     // by PID
   std::vector<Table> tables;
 };
