@@ -21,10 +21,7 @@ double ticksToMs(int64_t ticks) {
 StreamHealthMeter::StreamHealthMeter()
     : m_demux(0, this),
       m_ullBitRate(0),
-      m_vecLastCc(TsPacket::kPidCount, -1),
-      m_vecRepeats(TsPacket::kPidCount, 0),
-      m_vecPackets(TsPacket::kPidCount, 0),
-      m_vecCcErrors(TsPacket::kPidCount, 0),
+      m_vecPids(TsPacket::kPidCount),
       m_uiStride(TsPacket::kSize),
       m_ullPacket(0),
       m_llAnchorTicks(0),
@@ -48,8 +45,10 @@ void StreamHealthMeter::setBitRate(uint64_t bitRate) {
 void StreamHealthMeter::restart() {
   std::lock_guard<std::mutex> lock(m_mutex);
   m_demux.reset();
-  m_vecLastCc.assign(m_vecLastCc.size(), -1);
-  m_vecRepeats.assign(m_vecRepeats.size(), 0);
+  for (PidCount& count : m_vecPids) {
+    count.lastCc = -1;
+    count.repeats = 0;
+  }
   m_bHavePcr = false;  // the next PCR is taken where the clock stands
 }
 
@@ -66,28 +65,31 @@ void StreamHealthMeter::onPackets(const unsigned char* first, unsigned int count
 void StreamHealthMeter::__packet(const unsigned char* p) {
   const unsigned short pid = TsPacket::getPid(p);
   __clock(p, pid);
-  ++m_vecPackets[pid];
+  PidCount& count = m_vecPids[pid];
+  ++count.packets;
   // The counter advances with payload only; packets without payload are not
   // checked (writers differ on their counter), a discontinuity flag resets it.
   if (pid != TsPacket::kNullPid && !TsPacket::hasTransportError(p) && TsPacket::hasPayload(p)) {
     const signed char cc = static_cast<signed char>(TsPacket::getContinuityCounter(p));
-    const signed char last = m_vecLastCc[pid];
+    const signed char last = count.lastCc;
     if (last >= 0 && !TsPacket::hasDiscontinuityIndicator(p)) {
       if (cc == last) {
         // One repetition is allowed; more are errors.
-        if (++m_vecRepeats[pid] > 1) {
-          ++m_vecCcErrors[pid];
+        if (++count.repeats > 1) {
+          ++count.ccErrors;
         }
       } else if (cc != ((last + 1) & 0x0F)) {
-        ++m_vecCcErrors[pid];
+        ++count.ccErrors;
       }
     }
     if (cc != last) {
-      m_vecRepeats[pid] = 0;
+      count.repeats = 0;
     }
-    m_vecLastCc[pid] = cc;
+    count.lastCc = cc;
   }
-  m_demux.pushPacket(p);
+  if (m_demux.isPidEnabled(pid)) {
+    m_demux.pushPacket(p);
+  }
 }
 
 // REQUIRES: m_mutex held. The stream time of the packet being looked at.
@@ -172,13 +174,13 @@ StreamHealth StreamHealthMeter::snapshot() const {
   out.byPcr = m_bByPcr;
   out.bitRate = m_ullBitRate ? m_ullBitRate : kDefaultBitRate;
   for (unsigned int pid = 0; pid < TsPacket::kPidCount; ++pid) {
-    if (m_vecPackets[pid] == 0) {
+    if (m_vecPids[pid].packets == 0) {
       continue;
     }
     StreamHealth::Pid row;
     row.pid = static_cast<unsigned short>(pid);
-    row.packets = m_vecPackets[pid];
-    row.ccErrors = pid == TsPacket::kNullPid ? -1 : static_cast<long long>(m_vecCcErrors[pid]);
+    row.packets = m_vecPids[pid].packets;
+    row.ccErrors = pid == TsPacket::kNullPid ? -1 : static_cast<long long>(m_vecPids[pid].ccErrors);
     if (m_demux.isPidEnabled(row.pid)) {
       row.crcErrors = static_cast<long long>(m_demux.getCrcErrors(row.pid));
     }

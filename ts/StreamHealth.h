@@ -89,11 +89,14 @@ class StreamHealthMeter : private SectionSink {
   mutable std::mutex m_mutex;  // guards everything below
   SectionDemux m_demux;
   uint64_t m_ullBitRate;
-  // Continuity: the last counter per PID (-1: none yet) and repeats of it.
-  std::vector<signed char> m_vecLastCc;
-  std::vector<unsigned char> m_vecRepeats;
-  std::vector<uint64_t> m_vecPackets;
-  std::vector<uint64_t> m_vecCcErrors;
+  // Per PID, side by side: one packet touches one entry.
+  struct PidCount {
+    uint64_t packets = 0;
+    uint64_t ccErrors = 0;
+    signed char lastCc = -1;  // none yet
+    unsigned char repeats = 0;
+  };
+  std::vector<PidCount> m_vecPids;
   // Stream time in 27 MHz ticks: the packet being looked at (counted from 1)
   // is m_ullPacket - m_ullAnchorPacket packets past m_llAnchorTicks.
   unsigned int m_uiStride;
