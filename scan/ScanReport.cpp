@@ -51,12 +51,6 @@ std::string columns(const std::vector<std::vector<std::string>>& rows, std::vect
   return out;
 }
 
-// Names as broadcast, with control characters, quotes and backslashes
-// escaped the same way in every output.
-std::string text(const std::string& raw) {
-  return RequestTrace::escape(raw);
-}
-
 std::string offsetText(int seconds) {
   char text[16];
   int magnitude = seconds < 0 ? -seconds : seconds;
@@ -76,37 +70,300 @@ std::string frequencyText(unsigned long long hz) {
   return text;
 }
 
+std::string quoted(const std::string& raw) {
+  return "\"" + ScanReport::escape(raw) + "\"";
+}
+
+std::string number(long long value) {
+  return std::to_string(value);
+}
+
+std::string milliseconds(double ms, int decimals) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.*f", decimals, ms);
+  return text;
+}
+
+// A fact: its key, its JSON value, its text and the column that shows it.
+ReportModel::Field fact(const std::string& key, const std::string& json, const std::string& text,
+                        size_t column = 0) {
+  ReportModel::Field field;
+  field.key = key;
+  field.json = json;
+  field.text = text;
+  field.column = column;
+  return field;
+}
+
 // Where a service's PMT stands, in the same words in the text and the JSON.
 std::string pmtState(const ChannelScan::Service& service) {
   return service.inPat ? ChannelScan::outcomeName(service.pmt) : "not in the PAT";
 }
 
-std::string streamsText(const ChannelScan::Service& service) {
-  if (!service.inPat) {
-    return pmtState(service);
-  }
-  if (service.pmt != ChannelScan::kDelivered && service.pmt != ChannelScan::kFromCache) {
-    return "PMT " + pmtState(service);
-  }
-  std::string text;
-  for (size_t i = 0; i < service.streams.size(); ++i) {
-    const ChannelScan::Stream& stream = service.streams[i];
-    if (i > 0) {
-      text += ", ";
-    }
-    text += ScanReport::streamTypeName(stream.type) + " " + hex(stream.pid, 4);
-    if (stream.pid == service.pcrPid) {
-      text += " (PCR)";
-    }
-  }
-  return text.empty() ? "no streams" : text;
+bool hasPmt(const ChannelScan::Service& service) {
+  return service.inPat &&
+         (service.pmt == ChannelScan::kDelivered || service.pmt == ChannelScan::kFromCache);
 }
 
-std::string quoted(const std::string& text) {
-  return "\"" + RequestTrace::escape(text) + "\"";
+// The streams of a service's PMT: JSON objects, and the text's list in which
+// the PCR PID and component tags are marked.
+ReportModel::Field streamsFact(const ChannelScan::Service& service) {
+  std::string json = "[", text;
+  for (size_t i = 0; i < service.streams.size(); ++i) {
+    const ChannelScan::Stream& stream = service.streams[i];
+    const std::string name = ScanReport::streamTypeName(stream.type);
+    json +=
+        (i ? ", " : "") + std::string("{\"type\": ") + number(stream.type) +
+        ", \"typeName\": " + quoted(name) + ", \"pid\": " + number(stream.pid) +
+        ", \"componentTag\": " + (stream.componentTag >= 0 ? number(stream.componentTag) : "null") +
+        "}";
+    std::vector<std::string> marks;
+    if (stream.pid == service.pcrPid) {
+      marks.push_back("PCR");
+    }
+    if (stream.componentTag >= 0) {
+      marks.push_back("tag " + hex(static_cast<unsigned int>(stream.componentTag), 2));
+    }
+    text += (i ? ", " : "") + name + " " + hex(stream.pid, 4);
+    for (size_t k = 0; k < marks.size(); ++k) {
+      text += (k ? ", " : " (") + marks[k] + (k + 1 == marks.size() ? ")" : "");
+    }
+  }
+  return fact("streams", json + "]", text.empty() ? "no streams" : text, 5);
+}
+
+ReportModel::Record serviceRecord(const ChannelScan::Service& s) {
+  ReportModel::Record r;
+  r.push_back(fact("id", number(s.id), hex(s.id, 4), 0));
+  r.push_back(fact("type", number(s.type), "", 1));
+  r.push_back(fact("typeName", quoted(s.inSdt ? ScanReport::serviceTypeName(s.type) : ""),
+                   s.inSdt ? ScanReport::serviceTypeName(s.type) : "?", 1));
+  r.push_back(
+      fact("oneSeg", s.partialReception ? "true" : "false", s.partialReception ? " 1seg" : "", 1));
+  r.push_back(fact("name", quoted(s.name), s.inSdt ? ScanReport::escape(s.name) : "?", 2));
+  r.push_back(
+      fact("provider", quoted(s.provider), s.inSdt ? ScanReport::escape(s.provider) : "?", 3));
+  r.push_back(
+      fact("pmtPid", s.inPat ? number(s.pmtPid) : "null", s.inPat ? hex(s.pmtPid, 4) : "-", 4));
+  const bool whole = hasPmt(s);
+  r.push_back(
+      fact("pmt", quoted(pmtState(s)), whole ? "" : (s.inPat ? "PMT " : "") + pmtState(s), 5));
+  if (whole) {
+    bool marked = false;
+    for (size_t i = 0; i < s.streams.size(); ++i) {
+      marked = marked || s.streams[i].pid == s.pcrPid;
+    }
+    r.push_back(streamsFact(s));
+    // The PCR PID is marked on its stream; a PCR of its own PID is named.
+    r.push_back(fact("pcrPid", number(s.pcrPid), marked ? "" : ", PCR " + hex(s.pcrPid, 4), 5));
+  }
+  return r;
+}
+
+// The limits of a table's repetition, as analysers check them: PAT and PMT at
+// least every 0.5 s; NIT, BAT, SDT other and EIT present/following other at
+// least every 10 s; SDT actual and EIT present/following actual every 2 s;
+// TDT and TOT every 30 s; and the SI tables (from the NIT on) no sooner than
+// 25 ms after the one before with the same PID, table id and extension.
+struct TableLimit {
+  unsigned char first, last;
+  const char* name;
+  double minMs, maxMs;  // -1: none
+};
+const TableLimit kTableLimits[] = {
+    {0x00, 0x00, "PAT", -1, 500},         {0x01, 0x01, "CAT", -1, -1},
+    {0x02, 0x02, "PMT", -1, 500},         {0x40, 0x40, "NIT", 25, 10000},
+    {0x41, 0x41, "NIT other", 25, 10000}, {0x42, 0x42, "SDT", 25, 2000},
+    {0x46, 0x46, "SDT other", 25, 10000}, {0x4A, 0x4A, "BAT", 25, 10000},
+    {0x4E, 0x4E, "EIT p/f", 25, 2000},    {0x4F, 0x4F, "EIT p/f other", 25, 10000},
+    {0x50, 0x5F, "EIT schedule", 25, -1}, {0x60, 0x6F, "EIT schedule other", 25, -1},
+    {0x70, 0x70, "TDT", 25, 30000},       {0x73, 0x73, "TOT", 25, 30000},
+};
+
+TableLimit limitOf(unsigned char tableId) {
+  for (const TableLimit& limit : kTableLimits) {
+    if (tableId >= limit.first && tableId <= limit.last) {
+      return limit;
+    }
+  }
+  TableLimit none = {tableId, tableId, "", -1, -1};
+  return none;
+}
+
+// A count that may not be visible: null and "n/a", never 0.
+ReportModel::Field countFact(const std::string& key, long long value, size_t column) {
+  return value < 0 ? fact(key, "null", "n/a", column)
+                   : fact(key, number(value), number(value), column);
+}
+
+ReportModel::Field msFact(const std::string& key, double ms, size_t column) {
+  return ms < 0 ? fact(key, "null", "n/a", column)
+                : fact(key, milliseconds(ms, 3), milliseconds(ms, 1) + " ms", column);
+}
+
+void addHealth(const StreamHealth* health, ReportModel* model) {
+  ReportModel::Part summary;
+  summary.key = "health";
+  summary.label = "Health";
+  summary.group = ReportModel::kHealth;
+  summary.present = health != NULL;
+  summary.absent = "(not measured)";
+  if (health) {
+    ReportModel::Record r;
+    if (health->measured) {
+      char seconds[32];
+      std::snprintf(seconds, sizeof(seconds), "%.3f", health->streamSeconds);
+      r.push_back(fact("streamSeconds", seconds, std::string(seconds) + " s of stream"));
+      r.push_back(fact("clock", health->byPcr ? "\"PCR\"" : "\"bit rate\"",
+                       health->byPcr ? " by its PCR" : " at its bit rate"));
+      const std::string rate = number(static_cast<long long>(health->bitRate));
+      r.push_back(health->byPcr ? fact("bitRate", "null", "")
+                                : fact("bitRate", rate, ", assumed " + rate + " bit/s"));
+    } else {
+      r.push_back(fact("streamSeconds", "null", "stream time not seen (section filters)"));
+      r.push_back(fact("clock", "null", ""));
+      r.push_back(fact("bitRate", "null", ""));
+    }
+    summary.records.push_back(r);
+  }
+  model->parts.push_back(summary);
+
+  ReportModel::Part pids;
+  pids.key = "healthPids";
+  pids.shape = ReportModel::kTable;
+  pids.group = ReportModel::kHealth;
+  pids.headings = {"PID", "Packets", "CRC errors", "CC errors"};
+  pids.widths = {8, 10, 12};
+  ReportModel::Part tables;
+  tables.key = "healthTables";
+  tables.shape = ReportModel::kTable;
+  tables.group = ReportModel::kHealth;
+  tables.headings = {"Table",    "PID",     "Extension", "Sections",
+                     "Shortest", "Longest", "Limits",    "Verdict"};
+  tables.widths = {15, 8, 11, 10, 12, 12, 20};
+  for (size_t i = 0; health && i < health->pids.size(); ++i) {
+    const StreamHealth::Pid& p = health->pids[i];
+    ReportModel::Record r;
+    r.push_back(fact("pid", number(p.pid), hex(p.pid, 4), 0));
+    r.push_back(health->measured ? fact("packets", number(static_cast<long long>(p.packets)),
+                                        number(static_cast<long long>(p.packets)), 1)
+                                 : fact("packets", "null", "n/a", 1));
+    r.push_back(countFact("crcErrors", p.crcErrors, 2));
+    r.push_back(countFact("ccErrors", p.ccErrors, 3));
+    pids.records.push_back(r);
+  }
+  for (size_t i = 0; health && i < health->tables.size(); ++i) {
+    const StreamHealth::Table& t = health->tables[i];
+    const TableLimit limit = limitOf(t.tableId);
+    const std::string name = *limit.name ? limit.name : "table " + hex(t.tableId, 2);
+    ReportModel::Record r;
+    r.push_back(fact("tableName", quoted(name), name, 0));
+    r.push_back(fact("pid", number(t.pid), hex(t.pid, 4), 1));
+    r.push_back(fact("tableId", number(t.tableId), "", 0));
+    r.push_back(fact("tableIdExt", number(t.tableIdExt), hex(t.tableIdExt, 4), 2));
+    r.push_back(fact("sections", number(static_cast<long long>(t.sections)),
+                     number(static_cast<long long>(t.sections)), 3));
+    r.push_back(msFact("minMs", t.minMs, 4));
+    r.push_back(msFact("maxMs", t.maxMs, 5));
+    const std::string least = milliseconds(limit.minMs, 0) + " ms";
+    r.push_back(limit.minMs < 0 ? fact("limitMinMs", "null", "", 6)
+                                : fact("limitMinMs", milliseconds(limit.minMs, 0), least, 6));
+    const std::string most = milliseconds(limit.maxMs, 0) + " ms";
+    r.push_back(limit.maxMs >= 0
+                    ? fact("limitMaxMs", milliseconds(limit.maxMs, 0),
+                           (limit.minMs < 0 ? "up to " : " to ") + most, 6)
+                    : fact("limitMaxMs", "null", limit.minMs < 0 ? "none" : " or more", 6));
+    // Measured against the limits: null when there is nothing to compare.
+    const bool soon = limit.minMs >= 0 && t.minMs >= 0 && t.minMs < limit.minMs;
+    const bool late = limit.maxMs >= 0 && t.maxMs > limit.maxMs;
+    const bool compared = (limit.minMs >= 0 && t.minMs >= 0) || (limit.maxMs >= 0 && t.maxMs >= 0);
+    const std::string verdict = soon && late ? "too soon and too late"
+                                : soon       ? "too soon"
+                                : late       ? "too late"
+                                             : "ok";
+    r.push_back(compared ? fact("verdict", quoted(verdict), verdict, 7)
+                         : fact("verdict", "null", "n/a", 7));
+    tables.records.push_back(r);
+  }
+  model->parts.push_back(pids);
+  model->parts.push_back(tables);
+}
+
+// The text of one record's fields in one column.
+std::string cell(const ReportModel::Record& record, size_t column) {
+  std::string text;
+  for (size_t i = 0; i < record.size(); ++i) {
+    if (record[i].column == column) {
+      text += record[i].text;
+    }
+  }
+  return text;
+}
+
+std::string objectJson(const ReportModel::Record& record) {
+  std::string out = "{";
+  for (size_t i = 0; i < record.size(); ++i) {
+    out += (i ? ", " : "") + quoted(record[i].key) + ": " + record[i].json;
+  }
+  return out + "}";
+}
+
+// The text of the parts of one group.
+std::string textOf(const ReportModel& model, ReportModel::Group group) {
+  std::string out;
+  for (const ReportModel::Part& part : model.parts) {
+    if (part.group != group) {
+      continue;
+    }
+    const std::string label = part.label.empty() ? "" : pad(part.label, 11);
+    if (part.shape == ReportModel::kTable) {
+      if (part.records.empty() && group == ReportModel::kHealth) {
+        continue;
+      }
+      std::vector<std::vector<std::string>> rows(1, part.headings);
+      for (const ReportModel::Record& record : part.records) {
+        rows.push_back(std::vector<std::string>());
+        for (size_t c = 0; c < part.headings.size(); ++c) {
+          rows.back().push_back(cell(record, c));
+        }
+      }
+      out += (out.empty() ? "" : "\n") + columns(rows, part.widths);
+    } else if (!part.present) {
+      out += part.absent.empty() ? "" : label + part.absent + "\n";
+    } else {
+      for (const ReportModel::Record& record : part.records) {
+        out += label + cell(record, 0) + "\n";
+      }
+    }
+  }
+  return out;
 }
 
 }  // namespace
+
+std::string ScanReport::escape(const std::string& raw) {
+  std::string out;
+  for (size_t i = 0; i < raw.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(raw[i]);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c == '\r' || c == '\n') {
+      // CR LF, CR alone and LF alone are each one line break.
+      if (c == '\r' && i + 1 < raw.size() && raw[i + 1] == '\n') {
+        ++i;
+      }
+      out += "\\n";
+    } else if (c < 0x20 || c == 0x7F) {
+      char code[8];
+      std::snprintf(code, sizeof(code), "\\u%04x", c);
+      out += code;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
 
 std::string ScanReport::formatTime(long long seconds) {
   long long days = seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400);
@@ -173,181 +430,188 @@ std::string ScanReport::serviceTypeName(unsigned char type) {
   }
 }
 
-std::string ScanReport::channelTable(const ChannelScan::Result& r) {
-  std::ostringstream out;
+ReportModel ScanReport::model(const ChannelScan::Result& r, const StreamHealth* health,
+                              bool latencies) {
+  ReportModel model;
+  ReportModel::Part network;
+  network.key = "network";
+  network.label = "Network";
+  network.present = r.hasNit;
+  network.absent = "(no NIT)";
   if (r.hasNit) {
-    out << "Network    " << hex(r.networkId, 4) << " " << quoted(r.networkName) << "\n";
-  } else {
-    out << "Network    (no NIT)\n";
+    network.records.push_back(
+        {fact("id", number(r.networkId), hex(r.networkId, 4)),
+         fact("name", quoted(r.networkName), " " + quoted(r.networkName)),
+         fact("version", number(r.nitVersion), ", version " + number(r.nitVersion))});
   }
-  if (r.hasPat) {
-    out << "Transport  " << hex(r.transportStreamId, 4);
-    if (!r.tsName.empty()) {
-      out << " " << quoted(r.tsName);
-    }
-    if (r.hasSdt) {
-      out << ", original network " << hex(r.originalNetworkId, 4);
-    }
-    if (r.remoteControlKeyId >= 0) {
-      out << ", remote control key " << r.remoteControlKeyId;
-    }
-    out << "\n";
-  } else {
-    out << "Transport  (no PAT)\n";
-  }
-  if (!r.frequenciesHz.empty()) {
-    out << "Delivery   ";
-    for (size_t i = 0; i < r.frequenciesHz.size(); ++i) {
-      out << (i ? ", " : "") << frequencyText(r.frequenciesHz[i]);
-    }
-    out << ", mode " << r.transmissionMode << ", guard interval "
-        << guardIntervalName(r.guardInterval) << "\n";
-  }
-  if (r.hasTot) {
-    if (r.hasLocalOffset) {
-      out << "Time       " << formatTime(r.utcSeconds + r.localOffsetSeconds) << " local ("
-          << offsetText(r.localOffsetSeconds) << "), " << formatTime(r.utcSeconds) << " UTC\n";
-    } else {
-      out << "Time       " << formatTime(r.utcSeconds) << " UTC\n";
-    }
-  } else {
-    out << "Time       (no TOT)\n";
-  }
-  for (size_t i = 0; i < r.incomplete.size(); ++i) {
-    out << "Incomplete " << r.incomplete[i] << "\n";
-  }
-  std::vector<std::vector<std::string>> rows;
-  rows.push_back({"Service", "Type", "Name", "Provider", "PMT", "Streams"});
-  for (size_t i = 0; i < r.services.size(); ++i) {
-    const ChannelScan::Service& s = r.services[i];
-    std::string type = s.inSdt ? serviceTypeName(s.type) : "?";
-    if (s.partialReception) {
-      type += " 1seg";
-    }
-    rows.push_back({hex(s.id, 4), type, s.inSdt ? text(s.name) : "?",
-                    s.inSdt ? text(s.provider) : "?", s.inPat ? hex(s.pmtPid, 4) : "-",
-                    streamsText(s)});
-  }
-  out << "\n" << columns(rows, {9, 11, 16, 10, 8});
-  return out.str();
-}
+  model.parts.push_back(network);
 
-std::string ScanReport::requestTable(const ChannelScan::Result& r, bool latencies) {
-  std::vector<std::vector<std::string>> rows;
-  rows.push_back({"Request", "PID", "Table", "Outcome"});
+  ReportModel::Part ts;
+  ts.key = "transportStream";
+  ts.label = "Transport";
+  ts.present = r.hasPat;
+  ts.absent = "(no PAT)";
+  if (r.hasPat) {
+    ReportModel::Record record;
+    record.push_back(fact("id", number(r.transportStreamId), hex(r.transportStreamId, 4)));
+    record.push_back(fact("name", r.tsName.empty() ? "null" : quoted(r.tsName),
+                          r.tsName.empty() ? "" : " " + quoted(r.tsName)));
+    record.push_back(r.hasSdt ? fact("originalNetworkId", number(r.originalNetworkId),
+                                     ", original network " + hex(r.originalNetworkId, 4))
+                              : fact("originalNetworkId", "null", ""));
+    record.push_back(r.remoteControlKeyId >= 0
+                         ? fact("remoteControlKeyId", number(r.remoteControlKeyId),
+                                ", remote control key " + number(r.remoteControlKeyId))
+                         : fact("remoteControlKeyId", "null", ""));
+    ts.records.push_back(record);
+  }
+  model.parts.push_back(ts);
+
+  // The delivery the NIT gives: with or without a PAT.
+  ReportModel::Part delivery;
+  delivery.key = "delivery";
+  delivery.label = "Delivery";
+  delivery.present = !r.frequenciesHz.empty();
+  if (delivery.present) {
+    std::string json = "[", text;
+    for (size_t i = 0; i < r.frequenciesHz.size(); ++i) {
+      json += (i ? ", " : "") + std::to_string(r.frequenciesHz[i]);
+      text += (i ? ", " : "") + frequencyText(r.frequenciesHz[i]);
+    }
+    delivery.records.push_back(
+        {fact("frequenciesHz", json + "]", text),
+         fact("transmissionMode", r.transmissionMode >= 0 ? number(r.transmissionMode) : "null",
+              ", mode " + (r.transmissionMode >= 0 ? number(r.transmissionMode) : "?")),
+         fact("guardInterval", quoted(guardIntervalName(r.guardInterval)),
+              ", guard interval " + std::string(guardIntervalName(r.guardInterval)))});
+  }
+  model.parts.push_back(delivery);
+
+  ReportModel::Part time;
+  time.key = "time";
+  time.label = "Time";
+  time.present = r.hasTot;
+  time.absent = "(no TOT)";
+  if (r.hasTot) {
+    ReportModel::Record record;
+    if (r.hasLocalOffset) {
+      const std::string local = formatTime(r.utcSeconds + r.localOffsetSeconds);
+      record.push_back(fact("local", quoted(local), local + " local"));
+      record.push_back(fact("offsetSeconds", number(r.localOffsetSeconds),
+                            " (" + offsetText(r.localOffsetSeconds) + "), "));
+    }
+    record.push_back(
+        fact("utc", quoted(formatTime(r.utcSeconds)), formatTime(r.utcSeconds) + " UTC"));
+    record.push_back(fact("utcSeconds", number(r.utcSeconds), ""));
+    time.records.push_back(record);
+  }
+  model.parts.push_back(time);
+
+  ReportModel::Part incomplete;
+  incomplete.key = "incomplete";
+  incomplete.label = "Incomplete";
+  incomplete.shape = ReportModel::kLines;
+  incomplete.bare = true;
+  for (size_t i = 0; i < r.incomplete.size(); ++i) {
+    incomplete.records.push_back({fact("", quoted(r.incomplete[i]), escape(r.incomplete[i]))});
+  }
+  model.parts.push_back(incomplete);
+
+  ReportModel::Part services;
+  services.key = "services";
+  services.shape = ReportModel::kTable;
+  services.headings = {"Service", "Type", "Name", "Provider", "PMT", "Streams"};
+  services.widths = {9, 11, 16, 10, 8};
+  for (size_t i = 0; i < r.services.size(); ++i) {
+    services.records.push_back(serviceRecord(r.services[i]));
+  }
+  model.parts.push_back(services);
+
+  ReportModel::Part requests;
+  requests.key = "requests";
+  requests.shape = ReportModel::kTable;
+  requests.group = ReportModel::kRequests;
+  requests.headings = {"Request", "PID", "Table", "Outcome"};
+  requests.widths = {15, 8, 7, 12};
   if (latencies) {
-    rows[0].push_back("Latency");
+    requests.headings.push_back("Latency");
   }
   for (size_t i = 0; i < r.requests.size(); ++i) {
     const ChannelScan::Request& q = r.requests[i];
-    std::string outcome = ChannelScan::outcomeName(q.outcome);
+    const unsigned short pid = static_cast<unsigned short>(q.pid);
+    const unsigned char tableId = static_cast<unsigned char>(q.tableId);
+    ReportModel::Record record;
+    record.push_back(fact("what", quoted(q.what), escape(q.what), 0));
+    record.push_back(fact("pid", number(pid), hex(pid, 4), 1));
+    record.push_back(fact("tableId", number(tableId), hex(tableId, 2), 2));
+    // A PMT's extension is its programme, named in what; the others ask with 0.
+    record.push_back(fact("tableIdExt", number(static_cast<unsigned short>(q.tableIdExt)), "", 0));
+    record.push_back(fact("outcome", quoted(ChannelScan::outcomeName(q.outcome)),
+                          ChannelScan::outcomeName(q.outcome), 3));
     if (q.outcome == ChannelScan::kFailed) {
-      outcome += " (" + std::to_string(q.errorCode) + ")";
+      record.push_back(fact("errorCode", number(q.errorCode), " (" + number(q.errorCode) + ")", 3));
     }
-    rows.push_back({q.what, hex(static_cast<unsigned short>(q.pid), 4),
-                    hex(static_cast<unsigned char>(q.tableId), 2), outcome});
     if (latencies) {
-      char latency[32] = "";
-      if (q.endedMs >= 0) {
-        std::snprintf(latency, sizeof(latency), "%.1f ms", q.endedMs - q.sentMs);
-      }
-      rows.back().push_back(latency);
+      const bool ended = q.endedMs >= 0;
+      const double ms = q.endedMs - q.sentMs;
+      record.push_back(fact("latencyMs", ended ? milliseconds(ms, 3) : "null",
+                            ended ? milliseconds(ms, 1) + " ms" : "", 4));
     }
+    requests.records.push_back(record);
   }
-  return columns(rows, {15, 8, 7, 12});
+  model.parts.push_back(requests);
+  addHealth(health, &model);
+  return model;
 }
 
-std::string ScanReport::json(const ChannelScan::Result& r, bool latencies) {
-  std::ostringstream out;
-  out << "{\n  \"network\": ";
-  if (r.hasNit) {
-    out << "{\"id\": " << r.networkId << ", \"name\": " << quoted(r.networkName)
-        << ", \"version\": " << static_cast<int>(r.nitVersion) << "}";
-  } else {
-    out << "null";
-  }
-  out << ",\n  \"transportStream\": ";
-  if (r.hasPat) {
-    out << "{\"id\": " << r.transportStreamId << ", \"name\": " << quoted(r.tsName)
-        << ", \"originalNetworkId\": " << r.originalNetworkId
-        << ", \"remoteControlKeyId\": " << r.remoteControlKeyId << ", \"frequenciesHz\": [";
-    for (size_t i = 0; i < r.frequenciesHz.size(); ++i) {
-      out << (i ? ", " : "") << r.frequenciesHz[i];
-    }
-    out << "], \"transmissionMode\": " << r.transmissionMode
-        << ", \"guardInterval\": " << quoted(guardIntervalName(r.guardInterval)) << "}";
-  } else {
-    out << "null";
-  }
-  // The delivery the NIT gives, as the text's Delivery line: with or without a PAT.
-  out << ",\n  \"delivery\": ";
-  if (!r.frequenciesHz.empty()) {
-    out << "{\"frequenciesHz\": [";
-    for (size_t i = 0; i < r.frequenciesHz.size(); ++i) {
-      out << (i ? ", " : "") << r.frequenciesHz[i];
-    }
-    out << "], \"transmissionMode\": " << r.transmissionMode
-        << ", \"guardInterval\": " << quoted(guardIntervalName(r.guardInterval)) << "}";
-  } else {
-    out << "null";
-  }
-  out << ",\n  \"time\": ";
-  if (r.hasTot) {
-    out << "{\"utc\": " << quoted(formatTime(r.utcSeconds)) << ", \"utcSeconds\": " << r.utcSeconds;
-    if (r.hasLocalOffset) {
-      out << ", \"local\": " << quoted(formatTime(r.utcSeconds + r.localOffsetSeconds))
-          << ", \"offsetSeconds\": " << r.localOffsetSeconds;
-    }
-    out << "}";
-  } else {
-    out << "null";
-  }
-  out << ",\n  \"incomplete\": [";
-  for (size_t i = 0; i < r.incomplete.size(); ++i) {
-    out << (i ? ", " : "") << quoted(r.incomplete[i]);
-  }
-  out << "],\n  \"services\": [";
-  for (size_t i = 0; i < r.services.size(); ++i) {
-    const ChannelScan::Service& s = r.services[i];
-    out << (i ? "," : "") << "\n    {\"id\": " << s.id << ", \"type\": " << static_cast<int>(s.type)
-        << ", \"typeName\": " << quoted(s.inSdt ? serviceTypeName(s.type) : "")
-        << ", \"name\": " << quoted(s.name) << ", \"provider\": " << quoted(s.provider)
-        << ", \"oneSeg\": " << (s.partialReception ? "true" : "false")
-        << ", \"pmtPid\": " << (s.inPat ? std::to_string(s.pmtPid) : "null")
-        << ", \"pmt\": " << quoted(pmtState(s));
-    if (s.pmt == ChannelScan::kDelivered) {
-      out << ", \"pcrPid\": " << s.pcrPid << ", \"streams\": [";
-      for (size_t k = 0; k < s.streams.size(); ++k) {
-        const ChannelScan::Stream& st = s.streams[k];
-        out << (k ? ", " : "") << "{\"type\": " << static_cast<int>(st.type)
-            << ", \"typeName\": " << quoted(streamTypeName(st.type)) << ", \"pid\": " << st.pid
-            << ", \"componentTag\": "
-            << (st.componentTag >= 0 ? std::to_string(st.componentTag) : "null") << "}";
+std::string ScanReport::channelTable(const ReportModel& model) {
+  return textOf(model, ReportModel::kChannels);
+}
+
+std::string ScanReport::requestTable(const ReportModel& model) {
+  return textOf(model, ReportModel::kRequests);
+}
+
+std::string ScanReport::healthTable(const ReportModel& model) {
+  return textOf(model, ReportModel::kHealth);
+}
+
+std::string ScanReport::json(const ReportModel& model) {
+  std::string out = "{";
+  for (size_t p = 0; p < model.parts.size(); ++p) {
+    const ReportModel::Part& part = model.parts[p];
+    out += std::string(p ? "," : "") + "\n  " + quoted(part.key) + ": ";
+    if (!part.present) {
+      out += "null";
+    } else if (part.shape == ReportModel::kLine) {
+      out += part.records.empty() ? "null" : objectJson(part.records[0]);
+    } else if (part.bare) {
+      out += "[";
+      for (size_t i = 0; i < part.records.size(); ++i) {
+        out += (i ? ", " : "") + part.records[i][0].json;
       }
-      out << "]";
+      out += "]";
+    } else {
+      out += "[";
+      for (size_t i = 0; i < part.records.size(); ++i) {
+        out += std::string(i ? "," : "") + "\n    " + objectJson(part.records[i]);
+      }
+      out += part.records.empty() ? "]" : "\n  ]";
     }
-    out << "}";
   }
-  out << "\n  ],\n  \"requests\": [";
-  for (size_t i = 0; i < r.requests.size(); ++i) {
-    const ChannelScan::Request& q = r.requests[i];
-    out << (i ? "," : "") << "\n    {\"what\": " << quoted(q.what)
-        << ", \"pid\": " << static_cast<unsigned short>(q.pid)
-        << ", \"tableId\": " << static_cast<unsigned short>(q.tableId)
-        << ", \"tableIdExt\": " << static_cast<unsigned short>(q.tableIdExt)
-        << ", \"outcome\": " << quoted(ChannelScan::outcomeName(q.outcome));
-    if (q.outcome == ChannelScan::kFailed) {
-      out << ", \"errorCode\": " << q.errorCode;
-    }
-    if (latencies && q.endedMs >= 0) {
-      char text[32];
-      std::snprintf(text, sizeof(text), "%.3f", q.endedMs - q.sentMs);
-      out << ", \"latencyMs\": " << text;
-    }
-    out << "}";
-  }
-  out << "\n  ]\n}\n";
-  return out.str();
+  return out + "\n}\n";
+}
+
+std::string ScanReport::channelTable(const ChannelScan::Result& result) {
+  return channelTable(model(result, NULL, false));
+}
+
+std::string ScanReport::requestTable(const ChannelScan::Result& result, bool latencies) {
+  return requestTable(model(result, NULL, latencies));
+}
+
+std::string ScanReport::json(const ChannelScan::Result& result, bool latencies) {
+  return json(model(result, NULL, latencies));
 }
 
 }  // namespace Ostrel

@@ -4,7 +4,7 @@
 _ostrel_scan() {
   local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
   case $prev in
-    --tuner | --trace | --channels | -o)
+    --tuner | --trace | --save-json | --channels | -o)
       compopt -o filenames 2>/dev/null
       COMPREPLY=($(compgen -f -- "$cur"))
       return
@@ -24,7 +24,7 @@ _ostrel_scan() {
       ;;
   esac
   if [[ $cur == -* ]]; then
-    COMPREPLY=($(compgen -W '--tuner --dvb --json --trace --channels --channels-format --fast --bitrate --once --timeout
+    COMPREPLY=($(compgen -W '--tuner --dvb --json --save-json --health --trace --channels --channels-format --fast --bitrate --once --timeout
       --no-latency --interval --rounds --drop --corrupt --delay --hide --seed --quiet --verbose
       --help --version -j -o -f -t -q -v -h -V' -- "$cur"))
     return

@@ -18,6 +18,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,13 +65,16 @@ int s_iOutputError = 0;
 // Hands what was written to standard output on; remembers the first failure.
 // std::cout shares stdout's buffer (synchronised with stdio): stdout is
 // flushed first, so that errno is the system's reason.
+// A write that failed while the text was written (a long JSON) left its
+// reason in errno.
 void flushOutput() {
+  const int earlier = errno;
   if (std::fflush(stdout) != 0 && !s_iOutputError) {
     s_iOutputError = errno ? errno : EIO;
   }
   std::cout.flush();
   if ((!std::cout || std::ferror(stdout)) && !s_iOutputError) {
-    s_iOutputError = EIO;
+    s_iOutputError = earlier ? earlier : EIO;
   }
 }
 
@@ -79,6 +83,8 @@ struct Options {
   std::vector<std::string> inputs;
   std::vector<std::string> adapters;  // --dvb
   bool json = false;
+  bool health = false;   // --health: the text shows the stream's health
+  std::string jsonPath;  // --save-json: the JSON also goes there
   std::string tracePath;
   ReceiverSimulator::Pacing pacing = ReceiverSimulator::kByPcr;
   uint64_t bitRate = 0;
@@ -125,6 +131,11 @@ void usage(std::FILE* to) {
                "  --dvb ADAPTER        scan a Linux DVB adapter tuned already (/dev/dvb/adapter0,\n"
                "                       one tuner each; may be repeated); see docs/dvb.md\n"
                "  -j, --json           print JSON instead of tables\n"
+               "  --save-json FILE     scan: also write the JSON to FILE (tables on standard\n"
+               "                       output)\n"
+               "  --health             scan: print the stream's health after the tables (CRC\n"
+               "                       and continuity errors per PID, how often each table\n"
+               "                       came beside its limits); the JSON always has it\n"
                "  --trace FILE         write every request's life as a Chrome trace (JSON)\n"
                "  -o, --channels FILE  write the services found as a channel file for dvbv5-zap\n"
                "                       or VDR (docs/dvb.md)\n"
@@ -181,7 +192,7 @@ bool number(const char* text, double low, double high, bool integral, double* ou
 }
 
 // Where an option has an effect.
-enum OptionScope { kAnyMode, kSimOnly, kWatchOnly };
+enum OptionScope { kAnyMode, kSimOnly, kWatchOnly, kScanOnly };
 
 // The options: long name, short letter (0: none), what its value is ("" when
 // it takes none) and where it has an effect.
@@ -197,6 +208,8 @@ const OptionRule kOptions[] = {
     {"--tuner", 0, "a file (- for standard input)", kAnyMode},
     {"--dvb", 0, "an adapter directory (/dev/dvb/adapter0)", kAnyMode},
     {"--json", 'j', "", kAnyMode},
+    {"--save-json", 0, "a file to write", kScanOnly},
+    {"--health", 0, "", kScanOnly},
     {"--trace", 0, "a file to write", kAnyMode},
     {"--channels", 'o', "a file to write", kAnyMode},
     {"--channels-format", 0, "dvbv5 or vdr", kAnyMode},
@@ -246,6 +259,10 @@ int apply(const OptionRule& rule, const char* text, Options* o) {
     o->adapters.push_back(text);
   } else if (name == "--json") {
     o->json = true;
+  } else if (name == "--save-json") {
+    o->jsonPath = text;
+  } else if (name == "--health") {
+    o->health = true;
   } else if (name == "--trace") {
     o->tracePath = text;
   } else if (name == "--channels") {
@@ -412,6 +429,9 @@ int parse(int argc, char** argv, Options* o) {
     if (option.first->scope == kWatchOnly && !o->watch) {
       return usageError(name + " applies to watch only");
     }
+    if (option.first->scope == kScanOnly && o->watch) {
+      return usageError(name + " applies to scan only");
+    }
     if (option.first->scope == kSimOnly && !o->adapters.empty()) {
       return usageError(name + " applies to files and network inputs, not to --dvb adapters");
     }
@@ -533,6 +553,8 @@ class Receiver {
   virtual std::string error(int tunerId) const = 0;
   // The tuner's player, for the progress line; null when there is none.
   virtual TunerInput* input(int tunerId) const = 0;
+  // The health of what the tuner received so far; r names the PIDs asked for.
+  virtual StreamHealth health(int tunerId, const ChannelScan::Result& r) const = 0;
 };
 
 // The simulator's tuners: a tuner plays once the scan's first requests can
@@ -547,6 +569,9 @@ class SimReceiver : public Receiver {
   bool ended(int tunerId) const override { return input(tunerId)->getProgress().ended; }
   std::string error(int tunerId) const override { return input(tunerId)->getProgress().error; }
   TunerInput* input(int tunerId) const override { return SimulatorTuners::get(*m_sim, tunerId); }
+  StreamHealth health(int tunerId, const ChannelScan::Result&) const override {
+    return input(tunerId)->getHealth();
+  }
 
  private:
   std::unique_ptr<ReceiverSimulator> m_sim;
@@ -569,6 +594,22 @@ class DvbReceiver : public Receiver {
   bool ended(int) const override { return false; }
   std::string error(int) const override { return ""; }
   TunerInput* input(int) const override { return NULL; }
+  // Kernel section filters: the engine's CRC counts of the PIDs asked for;
+  // no packets, so no continuity and no stream time.
+  StreamHealth health(int tunerId, const ChannelScan::Result& r) const override {
+    StreamHealth health;
+    std::set<unsigned short> pids;
+    for (const ChannelScan::Request& q : r.requests) {
+      pids.insert(static_cast<unsigned short>(q.pid));
+    }
+    for (unsigned short pid : pids) {
+      StreamHealth::Pid row;
+      row.pid = pid;
+      row.crcErrors = static_cast<long long>(m_dvb.getCrcErrors(tunerId, pid));
+      health.pids.push_back(row);
+    }
+    return health;
+  }
 
  private:
   DvbServer m_dvb;
@@ -601,20 +642,33 @@ void warnIncomplete(const ChannelScan::Result& r, int tunerId, const std::string
   }
 }
 
+// The JSON of the tuners so far, for --save-json.
+std::vector<std::string> s_vecJsonFile;
+
 // A scan cut short by a signal says so: a line after the tables, a field of
-// the JSON object.
-void print(const ChannelScan::Result& r, const Options& o, const std::string& heading,
-           bool interrupted) {
-  if (o.json) {
-    std::string json = ScanReport::json(r, o.latencies);
+// the JSON object. Text and JSON are written of one model.
+void print(const ChannelScan::Result& r, const StreamHealth& health, const Options& o,
+           const std::string& heading, bool interrupted) {
+  const ReportModel model = ScanReport::model(r, &health, o.latencies);
+  if (o.json || !o.jsonPath.empty()) {
+    std::string json = ScanReport::json(model);
     if (interrupted) {
       json.insert(json.find('{') + 1, "\n  \"interrupted\": true,");
     }
-    std::cout << json;
-  } else {
+    if (o.json) {
+      errno = 0;
+      std::cout << json;
+      flushOutput();  // while errno still says why a write failed
+    }
+    s_vecJsonFile.push_back(json);
+  }
+  if (!o.json) {
     std::cout << heading << "\n\n"
-              << ScanReport::channelTable(r) << "\n"
-              << ScanReport::requestTable(r, o.latencies);
+              << ScanReport::channelTable(model) << "\n"
+              << ScanReport::requestTable(model);
+    if (o.health) {
+      std::cout << "\n" << ScanReport::healthTable(model);
+    }
     if (interrupted) {
       std::cout << "\nInterrupted: the scan of this tuner was cut short\n";
     }
@@ -622,12 +676,36 @@ void print(const ChannelScan::Result& r, const Options& o, const std::string& he
   flushOutput();
 }
 
+// Writes --save-json: one object for one tuner, an array for several. False
+// when it cannot be written (said on standard error).
+bool writeJsonFile(const Options& o, int tuners) {
+  if (o.jsonPath.empty()) {
+    return true;
+  }
+  std::FILE* out = std::fopen(o.jsonPath.c_str(), "w");
+  bool ok = out != NULL;
+  if (out) {
+    std::string text = tuners > 1 ? "[\n" : "";
+    for (size_t i = 0; i < s_vecJsonFile.size(); ++i) {
+      text += (i ? ",\n" : "") + s_vecJsonFile[i];
+    }
+    text += tuners > 1 ? "]\n" : "";
+    ok = std::fwrite(text.data(), 1, text.size(), out) == text.size();
+    ok = std::fclose(out) == 0 && ok;
+  }
+  if (!ok) {
+    std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
+                 RequestTrace::escape(o.jsonPath).c_str(), std::strerror(errno ? errno : EIO));
+  }
+  return ok;
+}
+
 // One tuner's result in a list of tuners: what stayed incomplete and a missing
 // PAT on standard error, the table (or JSON object) on standard output, after
 // a separator when others came before (printed of them). False when no PAT
 // arrived.
-bool report(const ChannelScan::Result& r, const Options& o, int printed, int tunerId,
-            const std::string& name, bool interrupted) {
+bool report(const ChannelScan::Result& r, const StreamHealth& health, const Options& o, int printed,
+            int tunerId, const std::string& name, bool interrupted) {
   warnIncomplete(r, tunerId, name);
   if (!r.hasPat && !interrupted) {
     std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", tunerId,
@@ -635,7 +713,8 @@ bool report(const ChannelScan::Result& r, const Options& o, int printed, int tun
   }
   if (printed > 0)
     std::cout << (o.json ? ",\n" : "\n");
-  print(r, o, "Tuner " + std::to_string(tunerId) + ": " + RequestTrace::escape(name), interrupted);
+  print(r, health, o, "Tuner " + std::to_string(tunerId) + ": " + RequestTrace::escape(name),
+        interrupted);
   return r.hasPat;
 }
 
@@ -706,7 +785,8 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
     }
     if (!error.empty() && !r.hasPat) {
       status = kExitInput;  // an input that failed has no table to show
-    } else if (!report(r, o, printed++, tuners[t], receiver->name(tuners[t]), interrupted) &&
+    } else if (!report(r, receiver->health(tuners[t], r), o, printed++, tuners[t],
+                       receiver->name(tuners[t]), interrupted) &&
                status != kExitInput && !interrupted) {
       status = error.empty() ? kExitNoPat : kExitInput;
     } else if (status == kExitOk && !whole(r)) {
@@ -718,6 +798,8 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
   }
   if (o.json && count > 1)
     std::cout << "]\n";
+  if (!writeJsonFile(o, count))
+    return kExitInput;
   if (!s_iInterrupted && !writeChannels(o, results))
     return kExitInput;
   return status;
@@ -817,11 +899,14 @@ int main(int argc, char** argv) {
   }
   ostrel_log_set_sink(o.verbose ? &verboseLog : &quietLog, NULL);
   // Output files are checked before the scan, not found unwritable after it.
-  if (!o.tracePath.empty()) {
-    std::FILE* out = std::fopen(o.tracePath.c_str(), "a");
+  for (const std::string& path : {o.tracePath, o.jsonPath}) {
+    if (path.empty()) {
+      continue;
+    }
+    std::FILE* out = std::fopen(path.c_str(), "a");
     if (!out) {
-      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
-                   RequestTrace::escape(o.tracePath).c_str(), std::strerror(errno));
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", RequestTrace::escape(path).c_str(),
+                   std::strerror(errno));
       return kExitInput;
     }
     std::fclose(out);

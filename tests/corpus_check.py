@@ -18,8 +18,9 @@ root and /dev/fuse, run under unshare -m). For each stream and run:
   PMT the stream carries delivered, and no other;
 - the exit status: 3 without a PAT, 4 when a table stayed incomplete or a
   PMT the PAT names did not come, else 0;
-- simulator, once: the text report says what the JSON says (the PAT, the
-  delivery, what is incomplete, each service's name and PMT state).
+- simulator, once: the text (with --health) and the JSON of the same scan
+  (--save-json) say the same, fact by fact: every JSON record has a text line
+  that shows each of its facts, and every text line is such a line.
 
 Prints one line per failure and a summary; exit status 1 on any failure.
 """
@@ -122,23 +123,107 @@ def compare(case, mode, report, status):
     return faults
 
 
+def escaped(text):
+    """A name as both outputs write it: a line break (CR LF, CR or LF) is \\n."""
+    out = []
+    for c in text.replace("\r\n", "\n").replace("\r", "\n"):
+        if c in '"\\':
+            out.append("\\" + c)
+        elif c == "\n":
+            out.append("\\n")
+        elif ord(c) < 0x20 or ord(c) == 0x7F:
+            out.append(f"\\u{ord(c):04x}")
+        else:
+            out.append(c)
+    return "".join(out)
+
+
+def renderings(value):
+    """The ways the text may show one JSON value (None: nothing to look for)."""
+    if value is None or isinstance(value, bool):
+        return None  # absent, or a flag the text shows as a word when set
+    if isinstance(value, str):
+        return [escaped(value)] if value else None
+    if isinstance(value, float):
+        return [f"{value:.1f}", f"{value:.3f}"]
+    v = abs(value)
+    offset = f"UTC{'-' if value < 0 else '+'}{v // 3600:02d}:{v % 3600 // 60:02d}"
+    date = ""
+    if value > 0:
+        import datetime
+        date = datetime.datetime.fromtimestamp(value, datetime.timezone.utc).strftime(
+            "%Y-%m-%d %H:%M:%S") if value < 253402300800 else ""
+    return [str(value), f"0x{value:02X}", f"0x{value:04X}",
+            f"{value // 1000000}.{value % 1000000:06d} MHz", offset, date]
+
+
+def leaves(record):
+    """(key, value) of every fact of a JSON record, nested ones included."""
+    if not isinstance(record, dict):
+        yield "", record
+        return
+    for key, value in record.items():
+        if isinstance(value, list):
+            for item in value:
+                yield from leaves(item) if isinstance(item, dict) else [(key, item)]
+        else:
+            yield key, value
+
+
+def shown(record, line):
+    """The facts of a record its text line does not show."""
+    missing = []
+    for key, value in leaves(record):
+        # A code is shown by its name beside it (type: typeName, tableId: tableName).
+        if isinstance(record, dict) and (key + "Name" in record or
+                                         key.removesuffix("Id") + "Name" in record):
+            continue
+        # A PMT that came is shown by its streams.
+        if key == "pmt" and "streams" in record:
+            continue
+        forms = renderings(value)
+        if forms and not any(f and f in line for f in forms):
+            missing.append(f"{key or 'value'}={value!r}")
+    return missing
+
+
+def begins(line, form):
+    """Whether line begins with form as a whole word ("0x0640", not "0")."""
+    rest = line[len(form):]
+    return line.startswith(form) and not (rest[:1].isalnum() or rest[:1] == ".")
+
+
 def parity(report, text):
-    """Where the text and the JSON of one scan say different things."""
+    """Where the text and the JSON of one scan differ, fact by fact: each JSON
+    record (an object, or a value of a list of values) has a text line that
+    shows every one of its facts, and each line of the text, beyond headings
+    and what is absent, is such a line of some record."""
     faults = []
-    lines = text.splitlines()
-    if (report["transportStream"] is None) != ("Transport  (no PAT)" in lines):
-        faults.append("text and JSON differ on the PAT")
-    if (report["delivery"] is None) == any(x.startswith("Delivery ") for x in lines):
-        faults.append("text and JSON differ on the delivery")
-    incomplete = [x[len("Incomplete "):] for x in lines if x.startswith("Incomplete ")]
-    if incomplete != report["incomplete"]:
-        faults.append(f"text incomplete {incomplete}, JSON {report['incomplete']}")
-    for s in report["services"]:
-        row = next((x for x in lines if x.startswith(f"0x{s['id']:04X} ")), "")
-        state = s["pmt"] if s["pmtPid"] is None else "PMT " + s["pmt"]
-        if s["name"] not in row or (s["pmt"] not in ("delivered", "from cache")
-                                    and not row.endswith(state)):
-            faults.append(f"text row of {s['id']:#06x} {row.strip()!r} differs from the JSON")
+    lines = [x for x in text.splitlines()[1:] if x.strip()]
+    used = set()
+    for key, part in report.items():
+        if key == "interrupted" or part is None:
+            continue
+        for record in part if isinstance(part, list) else [part]:
+            # Its line begins (after a label) with its first fact, and shows
+            # them all; two records alike take two lines.
+            first = next((tuple(f for f in renderings(v) if f) for _, v in leaves(record)
+                          if renderings(v)), ("",))
+            fits = [i for i, line in enumerate(lines)
+                    if any(begins(line, f) or begins(line[11:], f) for f in first)
+                    and not shown(record, line)]
+            best = next((i for i in fits if i not in used), fits[0] if fits else None)
+            if best is None:
+                near = min(lines, key=lambda x: len(shown(record, x))) if lines else ""
+                faults.append(f"{key}: no text line shows {shown(record, near)} of {record}")
+            else:
+                used.add(best)
+    for i, line in enumerate(lines):
+        # Headings, what is absent ("Transport  (no PAT)") and the health's
+        # "(not measured)" name no fact.
+        heading = line.startswith(("Service ", "Request ", "PID ", "Table "))
+        if i not in used and not heading and not line.rstrip().endswith(")"):
+            faults.append(f"text line {line.strip()!r} is in no JSON record")
     return faults
 
 
@@ -152,8 +237,18 @@ def run_scan(scan, args, timeout):
 
 
 def scan_sim(opts, path, mode):
-    once = ["--once"] if mode == "once" else []
-    return run_scan(opts.scan, ["--fast", "--timeout", "30"] + once + [path], 60)
+    """The JSON, status, standard error and (once) the text of one scan."""
+    if mode != "once":
+        return run_scan(opts.scan, ["--fast", "--timeout", "30", path], 60) + ("",)
+    # Once: the text and the JSON of the same scan, for their parity.
+    with tempfile.NamedTemporaryFile(suffix=".json") as out:
+        p = subprocess.run(opts.scan + ["--no-latency", "--quiet", "--health", "--save-json",
+                            out.name, "--fast", "--timeout", "30", "--once", path],
+                           capture_output=True, text=True, timeout=60)
+        try:
+            return json.load(open(out.name)), p.returncode, p.stderr, p.stdout
+        except json.JSONDecodeError:
+            return None, p.returncode, p.stderr + p.stdout[:300], ""
 
 
 def scan_dvb(opts, path, mode, work):
@@ -196,14 +291,13 @@ def main():
 
     def check(source, mode, case):
         path = os.path.join(work, case["file"])
+        text = ""
         if source == "sim":
-            report, status, err = scan_sim(opts, path, mode)
+            report, status, err, text = scan_sim(opts, path, mode)
         else:
             report, status, err = scan_dvb(opts, path, mode, work)
         faults = []
         if report and source == "sim" and mode == "once":
-            text = subprocess.run(opts.scan + ["--no-latency", "--quiet", "--fast", "--once", path],
-                                  capture_output=True, text=True, timeout=60).stdout
             faults = parity(report, text)
         faults += compare(case, mode, report, status) if report else [
             f"no report (status {status}): {err.strip()[:200]}"]

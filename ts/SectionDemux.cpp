@@ -25,6 +25,7 @@ struct SectionDemux::PidState {
   bool active = false;      // a section is in progress
   unsigned int filled = 0;  // bytes of it so far
   unsigned int total = 0;   // its full size; 0 while its 3 header bytes are incomplete
+  uint64_t crcErrors = 0;
   unsigned char data[kMaxSectionSize];
 };
 
@@ -167,7 +168,7 @@ void SectionDemux::startSections(PidState* state, const unsigned char* p, unsign
       state->total = total;
       return;
     }
-    emit(state->pid, p, total);
+    emit(state, p, total);
     p += total;
     n -= total;
   }
@@ -202,11 +203,15 @@ void SectionDemux::continueSection(PidState* state, const unsigned char* p, unsi
   state->filled += take;
   if (state->filled == state->total) {
     state->active = false;
-    emit(state->pid, state->data, state->total);
+    emit(state, state->data, state->total);
   }
 }
 
-void SectionDemux::emit(unsigned short pid, const unsigned char* data, unsigned int size) {
+uint64_t SectionDemux::getCrcErrors(unsigned short pid) const {
+  return pid < m_vecStates.size() && m_vecStates[pid] ? m_vecStates[pid]->crcErrors : 0;
+}
+
+void SectionDemux::emit(PidState* state, const unsigned char* data, unsigned int size) {
   bool longForm = (data[1] & 0x80) != 0;
   if (longForm || data[0] == kTimeOffsetTableId) {
     if (size < (longForm ? kMinLongSection : 7u)) {
@@ -215,11 +220,12 @@ void SectionDemux::emit(unsigned short pid, const unsigned char* data, unsigned 
     }
     if (TCrc32::compute(data, size) != 0) {
       ++m_stats.crcErrors;
+      ++state->crcErrors;
       return;
     }
   }
   ++m_stats.sections;
-  m_pSink->onSection(m_iTunerId, pid, data, size);
+  m_pSink->onSection(m_iTunerId, state->pid, data, size);
 }
 
 void SectionDemux::drop(PidState* state) {

@@ -53,6 +53,8 @@ class SectionDemux : public TsPacketSink {
   void reset();
 
   const Statistics& getStatistics() const { return m_stats; }
+  // Sections of one PID dropped for a bad CRC_32 (fed thread).
+  uint64_t getCrcErrors(unsigned short pid) const;
 
  private:
   struct PidState;
@@ -60,7 +62,7 @@ class SectionDemux : public TsPacketSink {
   PidState* getState(unsigned short pid);
   void startSections(PidState* state, const unsigned char* p, unsigned int n);
   void continueSection(PidState* state, const unsigned char* p, unsigned int n);
-  void emit(unsigned short pid, const unsigned char* data, unsigned int size);
+  void emit(PidState* state, const unsigned char* data, unsigned int size);
   void drop(PidState* state);
 
   int m_iTunerId;

@@ -30,6 +30,7 @@ TunerInput::~TunerInput() {
 
 void TunerInput::setPacing(StreamPacer::Mode mode, uint64_t bitRate) {
   m_pacer.setMode(mode, bitRate);
+  m_health.setBitRate(bitRate);
 }
 
 bool TunerInput::start() {
@@ -115,6 +116,7 @@ void TunerInput::onPackets(const unsigned char* first, unsigned int count, unsig
       return;
     }
   }
+  m_health.onPackets(first, count, stride);
   m_demux.onPackets(first, count, stride);
 }
 
@@ -156,6 +158,7 @@ void TunerInput::run() {
       }
       packetsAtPassStart = packets;
       m_demux.reset();
+      m_health.restart();
       m_pacer.restart();
       publish(false, std::string());
       continue;

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "SectionDemux.h"
+#include "StreamHealth.h"
 #include "StreamPacer.h"
 #include "TsPacketSink.h"
 #include "TsPacketizer.h"
@@ -62,6 +63,8 @@ class TunerInput : private TsPacketSink {
   void finishFeed();
 
   Progress getProgress() const;
+  // The health of what was played so far (every pass), in stream time. Any thread.
+  StreamHealth getHealth() const { return m_health.snapshot(); }
 
   // Waits until the input ended or timeout passed; true when it ended.
   bool waitForEnd(std::chrono::milliseconds timeout) const;
@@ -85,6 +88,7 @@ class TunerInput : private TsPacketSink {
   std::unique_ptr<TransportStreamSource> m_pSource;
   TsPacketizer m_packetizer;
   SectionDemux m_demux;
+  StreamHealthMeter m_health;
   StreamPacer m_pacer;
   std::thread m_thread;
 
