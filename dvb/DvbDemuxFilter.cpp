@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "DvbLog.h"
@@ -14,16 +15,17 @@ namespace Ostrel {
 
 namespace {
 
-// The longest section (private sections may reach 4096 bytes).
+// The longest section (private sections may reach 4096 bytes): one page.
 const size_t kMaxSection = 4096;
 
 }  // namespace
 
 DvbDemuxFilter::DvbDemuxFilter(const std::string& path, int tunerId, unsigned short pid)
-    : m_strPath(path), m_iTunerId(tunerId), m_usPid(pid), m_iFd(-1) {}
+    : m_strPath(path), m_iTunerId(tunerId), m_usPid(pid), m_iFd(-1), m_pBuffer(NULL) {}
 
 DvbDemuxFilter::~DvbDemuxFilter() {
   close();
+  std::free(m_pBuffer);
 }
 
 void DvbDemuxFilter::close() {
@@ -51,6 +53,18 @@ void DvbDemuxFilter::logHangUp() const {
 }
 
 bool DvbDemuxFilter::open(unsigned int bufferSize) {
+  // One page on a page boundary: a device that maps the reader's pages for
+  // each read (FUSE's direct I/O) maps one, not the two a buffer across a
+  // boundary spans.
+  if (!m_pBuffer) {
+    void* buffer = NULL;
+    const int error = posix_memalign(&buffer, kMaxSection, kMaxSection);
+    if (error != 0) {
+      errno = error;
+      return fail("posix_memalign");
+    }
+    m_pBuffer = static_cast<unsigned char*>(buffer);
+  }
   m_iFd = ::open(m_strPath.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (m_iFd < 0) {
     return fail("open");
@@ -76,8 +90,8 @@ DvbDemuxFilter::ReadResult DvbDemuxFilter::read(std::vector<unsigned char>* sect
   if (m_iFd < 0) {
     return kFailed;
   }
-  unsigned char buffer[kMaxSection];
-  const ssize_t got = ::read(m_iFd, buffer, sizeof(buffer));
+  const unsigned char* const buffer = m_pBuffer;
+  const ssize_t got = ::read(m_iFd, m_pBuffer, kMaxSection);
   if (got < 0) {
     switch (errno) {
       case EAGAIN:

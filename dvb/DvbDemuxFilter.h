@@ -11,8 +11,9 @@ namespace Ostrel {
 // PID passes; the server matches them to its requests), no CRC check by the
 // kernel (the server checks and counts), no kernel time-out, started at once.
 // Owns the descriptor: closed by the destructor. Every failed system call is
-// logged with the device path, the tuner and the PID. Not thread-safe: one
-// thread at a time.
+// logged with the device path, the tuner and the PID. Each read goes into a
+// page of the filter's own, page-aligned, then into the caller's vector. Not
+// thread-safe: one thread at a time.
 class DvbDemuxFilter {
  public:
   enum ReadResult {
@@ -47,6 +48,7 @@ class DvbDemuxFilter {
   int m_iTunerId;
   unsigned short m_usPid;
   int m_iFd;
+  unsigned char* m_pBuffer;  // what read reads into: one page, page-aligned, from open on
 };
 
 }  // namespace Ostrel

@@ -20,6 +20,12 @@ namespace {
 // Without an eventfd, interrupt cannot end a poll: it is held this short.
 const int kPollWithoutWakeMs = 50;
 
+// Reads per filter a poll found ready before the next poll. Bounded, so that a
+// filter that was not ready at the poll (or was opened since) is seen while
+// the others stay busy: a demux that fills them as fast as they are read would
+// otherwise never let the ready ones drain, and the one left out overflows.
+const unsigned int kReadsPerReadyFilter = 32;
+
 }  // namespace
 
 DvbSource::DvbSource(const std::vector<std::string>& adapters, const Options& options)
@@ -27,6 +33,7 @@ DvbSource::DvbSource(const std::vector<std::string>& adapters, const Options& op
       m_options(options),
       m_iWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
       m_lastRead(-1, 0),
+      m_uiReadBudget(0),
       m_bInterrupted(false) {
   if (m_iWakeFd < 0) {
     dvbLog("eventfd: ERROR: %s; the delivery thread will poll every %d ms", std::strerror(errno),
@@ -90,6 +97,11 @@ void DvbSource::interrupt() {
 
 bool DvbSource::readReady(ReadResult* result, Section* section) {
   while (!m_dequeReady.empty()) {
+    if (m_uiReadBudget == 0) {
+      m_dequeReady.clear();  // polled again: the filters not in this round get their turn
+      return false;
+    }
+    --m_uiReadBudget;
     const FilterKey key = m_dequeReady.front();
     m_dequeReady.pop_front();
     std::map<FilterKey, Filter>::iterator it = m_mapFilters.find(key);
@@ -192,11 +204,14 @@ SectionSource::ReadResult DvbSource::readSection(int timeoutMs, Section* section
     }
   }
   // The other ready filters are read on from the next call, in turn after
-  // this one; this one too while it has sections.
+  // this one; this one too while it has sections; all within the budget.
+  m_dequeReady.clear();
+  m_uiReadBudget = kReadsPerReadyFilter;
   for (size_t i = chosen + 1; i < fds.size() + chosen; ++i) {
     const size_t at = i < fds.size() ? i : i - fds.size() + 1;
     if (at != chosen && fds[at].revents == POLLIN) {
       m_dequeReady.push_back(polled[at]->first);
+      m_uiReadBudget += kReadsPerReadyFilter;
     }
   }
   switch (result) {

@@ -26,9 +26,10 @@ class DvbDemuxFilter;
 // writes, and reads one section from a ready filter, taking the ready filters
 // in turn so that a busy PID does not starve the others. The filters a poll
 // found ready are read on, one section per call and in turn, until each has
-// nothing left, before the next poll: one poll serves many sections (a poll
-// costs as much as a read). After an interrupt the next call returns
-// kNothing at once. A filter whose read
+// nothing left or 32 reads each are spent, before the next poll: one poll
+// serves many sections (a poll costs as much as a read), and a filter not
+// ready at the poll waits at most that long while the others stay busy.
+// After an interrupt the next call returns kNothing at once. A filter whose read
 // fails, or that poll reports in error or hung up, is reported once as
 // kFilterFailed (logged) and left out of the poll until it is closed. The
 // tuner list reads each adapter's frontend (DvbFrontend). Keys, application
@@ -81,6 +82,7 @@ class DvbSource : public SectionSource {
   std::map<FilterKey, Filter> m_mapFilters;
   FilterKey m_lastRead;                // the filter read last: the next read starts after it
   std::deque<FilterKey> m_dequeReady;  // found ready by the last poll, not yet drained
+  unsigned int m_uiReadBudget;         // reads of m_dequeReady left before the next poll
   std::atomic<bool> m_bInterrupted;    // interrupt was called: the next call polls
 };
 

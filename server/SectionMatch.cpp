@@ -10,8 +10,10 @@ bool SectionMatch::isExtensionCompared(short tableId) {
 
 namespace {
 
-// The MPEG-2 CRC_32 a byte at a time. The engine's own: a receiver's table
-// library offers none in its published surface.
+// The MPEG-2 CRC_32, eight bytes at a time (slicing by eight): entries[k][b]
+// is the CRC of byte b followed by k zero bytes. Every section the engine
+// takes passes through it. The engine's own: a receiver's table library
+// offers none in its published surface.
 struct CrcTable {
   CrcTable() {
     for (unsigned int byte = 0; byte < 256; ++byte) {
@@ -19,10 +21,16 @@ struct CrcTable {
       for (int bit = 0; bit < 8; ++bit) {
         crc = (crc & 0x80000000u) ? (crc << 1) ^ 0x04C11DB7u : crc << 1;
       }
-      entries[byte] = crc;
+      entries[0][byte] = crc;
+    }
+    for (unsigned int k = 1; k < 8; ++k) {
+      for (unsigned int byte = 0; byte < 256; ++byte) {
+        const unsigned int previous = entries[k - 1][byte];
+        entries[k][byte] = (previous << 8) ^ entries[0][previous >> 24];
+      }
     }
   }
-  unsigned int entries[256];
+  unsigned int entries[8][256];
 };
 
 const CrcTable s_crcTable;
@@ -30,9 +38,17 @@ const CrcTable s_crcTable;
 }  // namespace
 
 unsigned int SectionMatch::crc(const unsigned char* data, unsigned int size) {
+  const unsigned int(*t)[256] = s_crcTable.entries;
   unsigned int crc = 0xFFFFFFFFu;
-  for (unsigned int i = 0; i < size; ++i) {
-    crc = (crc << 8) ^ s_crcTable.entries[((crc >> 24) ^ data[i]) & 0xFF];
+  unsigned int i = 0;
+  for (; i + 8 <= size; i += 8) {
+    crc ^= (static_cast<unsigned int>(data[i]) << 24) | (data[i + 1] << 16) | (data[i + 2] << 8) |
+           data[i + 3];
+    crc = t[7][crc >> 24] ^ t[6][(crc >> 16) & 0xFF] ^ t[5][(crc >> 8) & 0xFF] ^ t[4][crc & 0xFF] ^
+          t[3][data[i + 4]] ^ t[2][data[i + 5]] ^ t[1][data[i + 6]] ^ t[0][data[i + 7]];
+  }
+  for (; i < size; ++i) {
+    crc = (crc << 8) ^ t[0][((crc >> 24) ^ data[i]) & 0xFF];
   }
   return crc;
 }

@@ -382,9 +382,14 @@ void ServerEngine::__plan(Clock::time_point now, CallOut* out) {
       }
     }
     if (gather.requests.empty() && lastTimeOut != Clock::duration::zero()) {
-      gather.lingerUntil = now + lastTimeOut;
+      // Whole, the table lingers only for a start-up time: long enough for
+      // the request its answer prompts (the next version, say), which finds
+      // the filter still open and the sections that followed kept.
+      gather.lingerUntil =
+          now + (complete ? Clock::duration(std::chrono::milliseconds(m_options.filterStartMs))
+                          : lastTimeOut);
     }
-    if (gather.requests.empty() && (complete || filter.failed || gather.lingerUntil <= now)) {
+    if (gather.requests.empty() && (filter.failed || gather.lingerUntil <= now)) {
       __dropGather(it++);
       continue;
     }

@@ -38,7 +38,8 @@ class TDataRequestCommand;
 // notification on the delivery thread is answered at once. A request not
 // answered by its time-out (the command's seconds) is closed. Once its last
 // request is closed, a key's gatherer keeps its filter open for one more
-// time-out of that request (unless its table has come whole), holding what
+// time-out of that request (for filterStartMs only when its table has come
+// whole: the request the answer prompts finds what followed), holding what
 // comes until the next request. When a tuner's demux has no free filter,
 // requests on a new PID wait for one (a lingering gatherer gives its filter
 // up first); they still close at their time-out.
