@@ -39,39 +39,20 @@ extern "C" {
 #include "TPMTTable.h"
 #include "TSDTTable.h"
 #include "TTOTTable.h"
+#include "TsPacketWriter.h"
 
 namespace OstrelDvbpsi {
 
 const unsigned int kPacketSize = 188;
 
-// Packets that carry one section from a packet start (pointer_field 0),
-// stuffed with 0xFF; continuity counters from *counter on.
+// Packets that carry one section from a packet start (pointer_field 0, the
+// toolkit's writer), stuffed with 0xFF; continuity counters from *counter on.
 inline std::vector<unsigned char> packetize(const std::vector<unsigned char>& section,
                                             unsigned short pid, unsigned int* counter) {
   std::vector<unsigned char> out;
-  size_t done = 0;
-  bool first = true;
-  while (first || done < section.size()) {
-    size_t at = out.size();
-    out.resize(at + kPacketSize, 0xFF);
-    unsigned char* p = &out[at];
-    p[0] = 0x47;
-    p[1] = static_cast<unsigned char>((first ? 0x40 : 0x00) | ((pid >> 8) & 0x1F));
-    p[2] = static_cast<unsigned char>(pid & 0xFF);
-    p[3] = static_cast<unsigned char>(0x10 | (*counter & 0x0F));
-    ++*counter;
-    size_t room = kPacketSize - 4;
-    unsigned char* payload = p + 4;
-    if (first) {
-      *payload++ = 0x00;  // pointer_field
-      --room;
-    }
-    size_t n = section.size() - done < room ? section.size() - done : room;
-    for (size_t i = 0; i < n; ++i)
-      payload[i] = section[done + i];
-    done += n;
-    first = false;
-  }
+  Ostrel::TsPacketWriter(&out).writeSection(pid, section);
+  for (size_t at = 0; at < out.size(); at += kPacketSize)
+    out[at + 3] = static_cast<unsigned char>(0x10 | ((*counter)++ & 0x0F));
   return out;
 }
 
@@ -208,34 +189,21 @@ class Decoder {
   enum Table { kPat, kPmt, kSi };
 
   Decoder(Table table, unsigned short programNumber, bool describeTables)
-      : m_bDescribe(describeTables), m_iTables(0) {
-    m_pHandle = dvbpsi_new(nullptr, DVBPSI_MSG_NONE);
-    switch (table) {
-      case kPat:
-        dvbpsi_pat_attach(m_pHandle, &Decoder::on<dvbpsi_pat_t, dvbpsi_pat_delete>, this);
-        break;
-      case kPmt:
-        dvbpsi_pmt_attach(m_pHandle, programNumber, &Decoder::on<dvbpsi_pmt_t, dvbpsi_pmt_delete>,
-                          this);
-        break;
-      case kSi:
-        dvbpsi_AttachDemux(m_pHandle, &Decoder::onNewSubtable, this);
-        break;
+      : m_pHandle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE)), m_bDescribe(describeTables), m_iTables(0) {
+    if (table == kPat) {
+      dvbpsi_pat_attach(m_pHandle, &Decoder::on<dvbpsi_pat_t, dvbpsi_pat_delete>, this);
+      m_pDetach = &dvbpsi_pat_detach;
+    } else if (table == kPmt) {
+      dvbpsi_pmt_attach(m_pHandle, programNumber, &Decoder::on<dvbpsi_pmt_t, dvbpsi_pmt_delete>,
+                        this);
+      m_pDetach = &dvbpsi_pmt_detach;
+    } else {
+      dvbpsi_AttachDemux(m_pHandle, &Decoder::onNewSubtable, this);
+      m_pDetach = &dvbpsi_DetachDemux;
     }
-    m_eTable = table;
   }
   ~Decoder() {
-    switch (m_eTable) {
-      case kPat:
-        dvbpsi_pat_detach(m_pHandle);
-        break;
-      case kPmt:
-        dvbpsi_pmt_detach(m_pHandle);
-        break;
-      case kSi:
-        dvbpsi_DetachDemux(m_pHandle);
-        break;
-    }
+    m_pDetach(m_pHandle);
     dvbpsi_delete(m_pHandle);
   }
   Decoder(const Decoder&) = delete;
@@ -277,7 +245,7 @@ class Decoder {
   }
 
   dvbpsi_t* m_pHandle;
-  Table m_eTable;
+  void (*m_pDetach)(dvbpsi_t*);
   bool m_bDescribe;
   int m_iTables;
   std::string m_strLast;
