@@ -9,18 +9,23 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "CoreFixture.h"
+#include "Cacher.h"
 #include "CountedTable.h"
-#include "FactoryOverride.h"
+#include "CountedUserData.h"
 #include "LogCapture.h"
+#include "OstrelGingaCommonCore.h"
+#include "RecordingServer.h"
+#include "RequestFollower.h"
 #include "Sections.h"
 #include "TGetTunerListResponse.h"
 #include "TPATTable.h"
+#include "TPMTTable.h"
 #include "TReserveKeyCommand.h"
 #include "TVideoCheckSize.h"
 #include "TVideoGetDefaultSize.h"
@@ -32,6 +37,90 @@ using namespace Ostrel;
 using namespace OstrelTest;
 
 namespace {
+
+// One call of the notification callback, with what was read during it.
+struct Notification {
+  unsigned int requestId;
+  unsigned char status;
+  void* userData;
+  TISDBTTable* table;
+  int releasesAtCall;            // of the CountedUserData, -1 without one
+  unsigned short programNumber;  // read from a PMT during the call, else 0
+};
+
+// The core bound to a recording server that delivers to it, with a callback
+// that records every notification and answers s_verdict. Afterwards every
+// command made is gone (but the open requests the server holds), the follower
+// is destroyed and the caches of tuners 1 to 3 are empty.
+class CoreTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    m_core = OstrelGingaCommonCore::getInstance();
+    m_core->setServer(&m_server);
+    m_server.setDataDestination(m_core);
+    m_core->setRequestNotificationCallback(&callback);
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_seen.clear();
+    s_verdict = 1;
+    m_liveBefore = TCommand::getLiveCount() - m_server.getOpenRequestCount();
+  }
+  void TearDown() override {
+    EXPECT_EQ(m_liveBefore, TCommand::getLiveCount() - m_server.getOpenRequestCount());
+    RequestFollower::destroy();
+    for (int tuner = 1; tuner <= 3; ++tuner)
+      Cacher::getInstance(tuner)->flush();
+  }
+
+  static std::vector<Notification> notifications() {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    return s_seen;
+  }
+  static void setVerdict(int verdict) { s_verdict = verdict; }
+  // A request in server-only mode, with the release of CountedUserData.
+  int request(unsigned int id, int tuner, short pid, short tableId, short ext,
+              CountedUserData* data, short* error = nullptr) {
+    return m_core->requestData(id, 2, tuner, pid, tableId, ext, data, &CountedUserData::release,
+                               error);
+  }
+
+  OstrelGingaCommonCore* m_core = nullptr;
+  RecordingServer m_server;
+  long m_liveBefore = 0;
+
+ private:
+  static inline std::mutex s_mutex;
+  static inline std::vector<Notification> s_seen;
+  static inline std::atomic<int> s_verdict{1};
+
+  // User data in these tests is a CountedUserData or null.
+  static int callback(unsigned int requestId, unsigned char status, void* userData,
+                      TISDBTTable* table) {
+    Notification n{requestId, status, userData, table, -1, 0};
+    if (userData)
+      n.releasesAtCall = static_cast<CountedUserData*>(userData)->releases;
+    if (auto* pmt = dynamic_cast<TPMTTable*>(table))
+      n.programNumber = pmt->getProgramNumber();
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_seen.push_back(n);
+    return s_verdict;
+  }
+};
+
+// While it lives, the command factory gives make() for one code, counting the
+// requests, and the built-in command for every other.
+struct FactoryOverride {
+  static inline unsigned short s_code;
+  static inline std::function<TCommand*()> s_make;
+  static inline int s_requests;
+  FactoryOverride(unsigned short code, std::function<TCommand*()> make) {
+    s_code = code, s_make = std::move(make), s_requests = 0;
+    TCommand::setFactoryHook([](unsigned short c) {
+      return c == s_code ? (++s_requests, s_make()) : TCommand::createDefault(c);
+    });
+  }
+  ~FactoryOverride() { TCommand::setFactoryHook(nullptr); }
+  int requests() const { return s_requests; }
+};
 
 struct Geometry {
   short sx, sy;
