@@ -10,7 +10,6 @@
 // libdvbpsi's headers need <cstdint> first; this header includes them once.
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -58,11 +57,8 @@ inline std::vector<unsigned char> packetize(const std::vector<unsigned char>& se
 
 inline std::string hex(const unsigned char* d, size_t n) {
   std::string s;
-  char buf[4];
-  for (size_t i = 0; i < n; ++i) {
-    std::snprintf(buf, sizeof(buf), "%02x", d[i]);
-    s += buf;
-  }
+  for (size_t i = 0; i < n; ++i)
+    s += {"0123456789abcdef"[d[i] >> 4], "0123456789abcdef"[d[i] & 0x0F]};
   return s;
 }
 
@@ -90,9 +86,8 @@ inline std::string describe(const Ostrel::TDescriptorList& list) {
 inline std::string describe(const Ostrel::TPATTable& t) {
   std::string s = num("tsid", t.getTransportStreamId()) + num("v", t.getVersionNumber()) +
                   num("cn", t.isCurrentNext());
-  for (unsigned int i = 0; i < t.getProgramCount(); ++i) {
+  for (unsigned int i = 0; i < t.getProgramCount(); ++i)
     s += num("prog", t.getProgram(i).programNumber) + num("pid", t.getProgram(i).pid);
-  }
   return s;
 }
 
@@ -140,9 +135,8 @@ inline std::string describe(const Ostrel::TTOTTable& t) {
 // Canonical texts of libdvbpsi's tables.
 inline std::string describe(const dvbpsi_pat_t* t) {
   std::string s = num("tsid", t->i_ts_id) + num("v", t->i_version) + num("cn", t->b_current_next);
-  for (const dvbpsi_pat_program_t* p = t->p_first_program; p; p = p->p_next) {
+  for (const dvbpsi_pat_program_t* p = t->p_first_program; p; p = p->p_next)
     s += num("prog", p->i_number) + num("pid", p->i_pid);
-  }
   return s;
 }
 
@@ -150,9 +144,8 @@ inline std::string describe(const dvbpsi_pmt_t* t) {
   std::string s = num("prog", t->i_program_number) + num("v", t->i_version) +
                   num("cn", t->b_current_next) + num("pcr", t->i_pcr_pid) +
                   describe(t->p_first_descriptor);
-  for (const dvbpsi_pmt_es_t* es = t->p_first_es; es; es = es->p_next) {
+  for (const dvbpsi_pmt_es_t* es = t->p_first_es; es; es = es->p_next)
     s += num("type", es->i_type) + num("pid", es->i_pid) + describe(es->p_first_descriptor);
-  }
   return s;
 }
 
@@ -211,9 +204,8 @@ class Decoder {
 
   // Pushes whole packets (a multiple of 188 bytes).
   void push(std::vector<unsigned char>& packets) {
-    for (size_t at = 0; at + kPacketSize <= packets.size(); at += kPacketSize) {
+    for (size_t at = 0; at + kPacketSize <= packets.size(); at += kPacketSize)
       dvbpsi_packet_push(m_pHandle, &packets[at]);
-    }
   }
 
   int tables() const { return m_iTables; }
