@@ -123,13 +123,18 @@ unsigned int length12(const Bytes& b, unsigned int offset) {
 
 }  // namespace
 
-// Header fields, loops and descriptor bytes of every golden section are
-// compared with libdvbpsi's reading (TablesDvbpsiTest); here what it does not
-// decode: table types, lookups, decoded descriptors, names and times.
+// Descriptor bytes and every loop entry of the golden sections are compared
+// with libdvbpsi's reading (TablesDvbpsiTest); here the header fields, one
+// entry of each loop, and what libdvbpsi does not decode (lookups, decoded
+// descriptors, names and times).
 TEST(TablesGoldenTest, PatFindsTheNetworkPidAndEachProgrammesPmtPid) {
   auto pat = parse<TPATTable>(bytesOf(OstrelGolden::kPat));
   ASSERT_TRUE(pat);
-  EXPECT_TRUE(pat->getType() == TISDBTTable::kTypePat && pat->getTableId() == 0x00);
+  EXPECT_EQ(
+      std::make_tuple(TISDBTTable::kTypePat, 0x00, 0x0421, 5, true, 4u, 0xE760, 0x1FC8),
+      std::make_tuple(pat->getType(), int(pat->getTableId()), int(pat->getTransportStreamId()),
+                      int(pat->getVersionNumber()), pat->isCurrentNext(), pat->getProgramCount(),
+                      int(pat->getProgram(1).programNumber), int(pat->getProgram(1).pid)));
   unsigned short pid = 0;
   EXPECT_TRUE(pat->getNetworkPid(&pid) && pid == 0x0010);
   EXPECT_TRUE(pat->getPmtPid(0xE778, &pid) && pid == 0x1FCA);
@@ -140,24 +145,34 @@ TEST(TablesGoldenTest, PatFindsTheNetworkPidAndEachProgrammesPmtPid) {
   EXPECT_TRUE(empty->getProgramCount() == 0 && !empty->getNetworkPid(&pid));
 }
 
-TEST(TablesGoldenTest, PmtGivesEachStreamsComponentTag) {
+TEST(TablesGoldenTest, PmtKeepsStreamsInOrderWithTheirComponentTags) {
   auto pmt = parse<TPMTTable>(bytesOf(OstrelGolden::kPmt));
   ASSERT_TRUE(pmt && pmt->getStreamCount() == 4u);
-  EXPECT_TRUE(pmt->getType() == TISDBTTable::kTypePmt && pmt->getTableId() == 0x02);
+  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypePmt, 0x02, 0xE760, 2, 0x0111),
+            std::make_tuple(pmt->getType(), int(pmt->getTableId()), int(pmt->getProgramNumber()),
+                            int(pmt->getVersionNumber()), int(pmt->getPcrPid())));
   EXPECT_FALSE(pmt->getDescriptors().at(0)->isDecoded());  // copy control: kept raw
-  std::vector<int> tags;                                   // -1: none
+  std::vector<std::tuple<int, int, int>> streams;          // type, PID, component tag (-1: none)
   for (unsigned int i = 0; i < 4; ++i) {
+    const TPMTTable::Stream& s = pmt->getStream(i);
     unsigned char tag = 0xEE;
-    tags.push_back(pmt->getStream(i).getComponentTag(&tag) ? tag : -1);
+    streams.emplace_back(s.getStreamType(), s.getPid(), s.getComponentTag(&tag) ? tag : -1);
   }
-  EXPECT_EQ((std::vector<int>{0x00, 0x10, 0x30, -1}), tags);
+  EXPECT_EQ(
+      (std::vector<std::tuple<int, int, int>>{
+          {0x1B, 0x0111, 0x00}, {0x0F, 0x0112, 0x10}, {0x06, 0x0113, 0x30}, {0x0D, 0x0114, -1}}),
+      streams);
 }
 
 TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
   auto nit = parse<TNITTable>(bytesOf(OstrelGolden::kNit));
   ASSERT_TRUE(nit && nit->getDescriptors().size() == 2u);
-  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeNit, true, std::string("Ostrel TV")),
-            std::make_tuple(nit->getType(), nit->isActual(), nit->getNetworkName()));
+  EXPECT_EQ(
+      std::make_tuple(TISDBTTable::kTypeNit, true, 0x0640, 1, std::string("Ostrel TV"), 2u, 0x0422),
+      std::make_tuple(nit->getType(), nit->isActual(), int(nit->getNetworkId()),
+                      int(nit->getVersionNumber()), nit->getNetworkName(),
+                      nit->getTransportStreamCount(),
+                      int(nit->getTransportStream(1).getTransportStreamId())));
   EXPECT_TRUE(nit->getDescriptors().at(0)->isDecoded() &&
               !nit->getDescriptors().at(1)->isDecoded());
   const TDescriptorList& ts = nit->getTransportStream(0).getDescriptors();
@@ -196,17 +211,23 @@ TEST(TablesGoldenTest, NitDecodesTheDescriptorsOfAnIsdbTbNetwork) {
   EXPECT_FALSE(other->isActual()) << "table id 0x41: another network";
 }
 
-TEST(TablesGoldenTest, SdtGivesEachServiceItsTypeAndNames) {
+TEST(TablesGoldenTest, SdtGivesEachServiceItsFlagsTypeAndNames) {
   auto sdt = parse<TSDTTable>(bytesOf(OstrelGolden::kSdt));
   ASSERT_TRUE(sdt && sdt->getServiceCount() == 3u);
-  EXPECT_TRUE(sdt->getType() == TISDBTTable::kTypeSdt && sdt->isActual());
-  // Latin-9 bytes become UTF-8; the emphasis code at the end is not shown.
-  using Service = std::tuple<int, std::string, std::string>;
-  const Service expected[] = {
-      {0x01, "Ostrel", "Ostrel HD"}, {0xC0, "", "A\xC3\xA7\xC3\xA3o 1seg"}, {0, "", ""}};
+  EXPECT_EQ(std::make_tuple(TISDBTTable::kTypeSdt, true, 0x0421, 0x0640, 7),
+            std::make_tuple(sdt->getType(), sdt->isActual(), int(sdt->getTransportStreamId()),
+                            int(sdt->getOriginalNetworkId()), int(sdt->getVersionNumber())));
+  // id, schedule, present/following, running status, free CA, type, provider,
+  // name. Latin-9 bytes become UTF-8; the emphasis code at the end is not shown.
+  using Service = std::tuple<int, bool, bool, int, bool, int, std::string, std::string>;
+  const Service expected[] = {{0xE760, true, true, 4, false, 0x01, "Ostrel", "Ostrel HD"},
+                              {0xE778, false, true, 4, true, 0xC0, "", "A\xC3\xA7\xC3\xA3o 1seg"},
+                              {0xE761, false, false, 1, false, 0, "", ""}};
   for (unsigned int i = 0; i < 3; ++i) {
     const TSDTTable::Service& s = sdt->getService(i);
-    EXPECT_EQ(expected[i], Service(s.getServiceType(), s.getProviderName(), s.getServiceName()));
+    EXPECT_EQ(expected[i], Service(s.getServiceId(), s.isEitSchedule(), s.isEitPresentFollowing(),
+                                   s.getRunningStatus(), s.isFreeCaMode(), s.getServiceType(),
+                                   s.getProviderName(), s.getServiceName()));
   }
 }
 
