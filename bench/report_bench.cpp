@@ -28,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+#include "BenchSections.h"
 #include "Cacher.h"
 #include "GingaServer.h"
 #include "OstrelGingaCommonCore.h"

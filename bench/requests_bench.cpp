@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "BenchSections.h"
 #include "Cacher.h"
 #include "OstrelGingaCommonCore.h"
 #include "RecordingServer.h"

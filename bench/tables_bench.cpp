@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "Sections.h"
+#include "BenchSections.h"
 #include "TCrc32.h"
 #include "TDescriptorBuilder.h"
 #include "TNITTable.h"

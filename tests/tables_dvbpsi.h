@@ -10,7 +10,6 @@
 // libdvbpsi's headers need <cstdint> first; this header includes them once.
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -39,49 +38,27 @@ extern "C" {
 #include "TPMTTable.h"
 #include "TSDTTable.h"
 #include "TTOTTable.h"
+#include "TsPacketWriter.h"
 
 namespace OstrelDvbpsi {
 
 const unsigned int kPacketSize = 188;
 
-// Packets that carry one section from a packet start (pointer_field 0),
-// stuffed with 0xFF; continuity counters from *counter on.
+// Packets that carry one section from a packet start (pointer_field 0, the
+// toolkit's writer), stuffed with 0xFF; continuity counters from *counter on.
 inline std::vector<unsigned char> packetize(const std::vector<unsigned char>& section,
                                             unsigned short pid, unsigned int* counter) {
   std::vector<unsigned char> out;
-  size_t done = 0;
-  bool first = true;
-  while (first || done < section.size()) {
-    size_t at = out.size();
-    out.resize(at + kPacketSize, 0xFF);
-    unsigned char* p = &out[at];
-    p[0] = 0x47;
-    p[1] = static_cast<unsigned char>((first ? 0x40 : 0x00) | ((pid >> 8) & 0x1F));
-    p[2] = static_cast<unsigned char>(pid & 0xFF);
-    p[3] = static_cast<unsigned char>(0x10 | (*counter & 0x0F));
-    ++*counter;
-    size_t room = kPacketSize - 4;
-    unsigned char* payload = p + 4;
-    if (first) {
-      *payload++ = 0x00;  // pointer_field
-      --room;
-    }
-    size_t n = section.size() - done < room ? section.size() - done : room;
-    for (size_t i = 0; i < n; ++i)
-      payload[i] = section[done + i];
-    done += n;
-    first = false;
-  }
+  Ostrel::TsPacketWriter(&out).writeSection(pid, section);
+  for (size_t at = 0; at < out.size(); at += kPacketSize)
+    out[at + 3] = static_cast<unsigned char>(0x10 | ((*counter)++ & 0x0F));
   return out;
 }
 
 inline std::string hex(const unsigned char* d, size_t n) {
   std::string s;
-  char buf[4];
-  for (size_t i = 0; i < n; ++i) {
-    std::snprintf(buf, sizeof(buf), "%02x", d[i]);
-    s += buf;
-  }
+  for (size_t i = 0; i < n; ++i)
+    s += {"0123456789abcdef"[d[i] >> 4], "0123456789abcdef"[d[i] & 0x0F]};
   return s;
 }
 
@@ -109,9 +86,8 @@ inline std::string describe(const Ostrel::TDescriptorList& list) {
 inline std::string describe(const Ostrel::TPATTable& t) {
   std::string s = num("tsid", t.getTransportStreamId()) + num("v", t.getVersionNumber()) +
                   num("cn", t.isCurrentNext());
-  for (unsigned int i = 0; i < t.getProgramCount(); ++i) {
+  for (unsigned int i = 0; i < t.getProgramCount(); ++i)
     s += num("prog", t.getProgram(i).programNumber) + num("pid", t.getProgram(i).pid);
-  }
   return s;
 }
 
@@ -159,9 +135,8 @@ inline std::string describe(const Ostrel::TTOTTable& t) {
 // Canonical texts of libdvbpsi's tables.
 inline std::string describe(const dvbpsi_pat_t* t) {
   std::string s = num("tsid", t->i_ts_id) + num("v", t->i_version) + num("cn", t->b_current_next);
-  for (const dvbpsi_pat_program_t* p = t->p_first_program; p; p = p->p_next) {
+  for (const dvbpsi_pat_program_t* p = t->p_first_program; p; p = p->p_next)
     s += num("prog", p->i_number) + num("pid", p->i_pid);
-  }
   return s;
 }
 
@@ -169,9 +144,8 @@ inline std::string describe(const dvbpsi_pmt_t* t) {
   std::string s = num("prog", t->i_program_number) + num("v", t->i_version) +
                   num("cn", t->b_current_next) + num("pcr", t->i_pcr_pid) +
                   describe(t->p_first_descriptor);
-  for (const dvbpsi_pmt_es_t* es = t->p_first_es; es; es = es->p_next) {
+  for (const dvbpsi_pmt_es_t* es = t->p_first_es; es; es = es->p_next)
     s += num("type", es->i_type) + num("pid", es->i_pid) + describe(es->p_first_descriptor);
-  }
   return s;
 }
 
@@ -208,34 +182,21 @@ class Decoder {
   enum Table { kPat, kPmt, kSi };
 
   Decoder(Table table, unsigned short programNumber, bool describeTables)
-      : m_bDescribe(describeTables), m_iTables(0) {
-    m_pHandle = dvbpsi_new(nullptr, DVBPSI_MSG_NONE);
-    switch (table) {
-      case kPat:
-        dvbpsi_pat_attach(m_pHandle, &Decoder::on<dvbpsi_pat_t, dvbpsi_pat_delete>, this);
-        break;
-      case kPmt:
-        dvbpsi_pmt_attach(m_pHandle, programNumber, &Decoder::on<dvbpsi_pmt_t, dvbpsi_pmt_delete>,
-                          this);
-        break;
-      case kSi:
-        dvbpsi_AttachDemux(m_pHandle, &Decoder::onNewSubtable, this);
-        break;
+      : m_pHandle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE)), m_bDescribe(describeTables), m_iTables(0) {
+    if (table == kPat) {
+      dvbpsi_pat_attach(m_pHandle, &Decoder::on<dvbpsi_pat_t, dvbpsi_pat_delete>, this);
+      m_pDetach = &dvbpsi_pat_detach;
+    } else if (table == kPmt) {
+      dvbpsi_pmt_attach(m_pHandle, programNumber, &Decoder::on<dvbpsi_pmt_t, dvbpsi_pmt_delete>,
+                        this);
+      m_pDetach = &dvbpsi_pmt_detach;
+    } else {
+      dvbpsi_AttachDemux(m_pHandle, &Decoder::onNewSubtable, this);
+      m_pDetach = &dvbpsi_DetachDemux;
     }
-    m_eTable = table;
   }
   ~Decoder() {
-    switch (m_eTable) {
-      case kPat:
-        dvbpsi_pat_detach(m_pHandle);
-        break;
-      case kPmt:
-        dvbpsi_pmt_detach(m_pHandle);
-        break;
-      case kSi:
-        dvbpsi_DetachDemux(m_pHandle);
-        break;
-    }
+    m_pDetach(m_pHandle);
     dvbpsi_delete(m_pHandle);
   }
   Decoder(const Decoder&) = delete;
@@ -243,9 +204,8 @@ class Decoder {
 
   // Pushes whole packets (a multiple of 188 bytes).
   void push(std::vector<unsigned char>& packets) {
-    for (size_t at = 0; at + kPacketSize <= packets.size(); at += kPacketSize) {
+    for (size_t at = 0; at + kPacketSize <= packets.size(); at += kPacketSize)
       dvbpsi_packet_push(m_pHandle, &packets[at]);
-    }
   }
 
   int tables() const { return m_iTables; }
@@ -277,7 +237,7 @@ class Decoder {
   }
 
   dvbpsi_t* m_pHandle;
-  Table m_eTable;
+  void (*m_pDetach)(dvbpsi_t*);
   bool m_bDescribe;
   int m_iTables;
   std::string m_strLast;

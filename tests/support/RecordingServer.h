@@ -77,14 +77,6 @@ class RecordingServer : public Ostrel::GingaServer {
   const bool m_close;
 };
 
-// A notification callback that counts notifications in the long that the
-// user data points to, if any, and accepts each.
-inline int countingCallback(unsigned int, unsigned char, void* userData, Ostrel::TISDBTTable*) {
-  if (userData)
-    ++*static_cast<long*>(userData);
-  return 1;
-}
-
 }  // namespace OstrelTest
 
 #endif

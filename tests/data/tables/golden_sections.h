@@ -9,17 +9,11 @@
 
 namespace OstrelGolden {
 
-// One field (or one descriptor) per line, as written; not reflowed.
+// The header on one line, then one field or descriptor a line; not reflowed.
 // clang-format off
 // PAT: transport stream 0x0421, version 5, network PID and three programmes.
-// 28 bytes.
 const unsigned char kPat[] = {
-    0x00,  // table_id
-    0xB0, 0x19,  // syntax indicator, section_length = 25
-    0x04, 0x21,  // table_id_extension 0x0421
-    0xCB,  // version 5, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
+    0x00, 0xB0, 0x19, 0x04, 0x21, 0xCB, 0x00, 0x00,  // table 0x00, length 25, extension 0x0421, version 5, section 0 of 0
     0x00, 0x00, 0xE0, 0x10,  // programme 0x0000 -> PID 0x0010
     0xE7, 0x60, 0xFF, 0xC8,  // programme 0xE760 -> PID 0x1FC8
     0xE7, 0x61, 0xFF, 0xC9,  // programme 0xE761 -> PID 0x1FC9
@@ -28,28 +22,15 @@ const unsigned char kPat[] = {
 };
 
 // PAT with an empty programme loop.
-// 12 bytes.
 const unsigned char kPatEmpty[] = {
-    0x00,  // table_id
-    0xB0, 0x09,  // syntax indicator, section_length = 9
-    0x00, 0x01,  // table_id_extension 0x0001
-    0xC1,  // version 0, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
+    0x00, 0xB0, 0x09, 0x00, 0x01, 0xC1, 0x00, 0x00,  // table 0x00, length 9, extension 0x0001, version 0, section 0 of 0
     0xEF, 0x22, 0x62, 0x17,  // CRC_32
 };
 
 // PMT: programme 0xE760, version 2, one programme descriptor, four streams.
-// 59 bytes.
 const unsigned char kPmt[] = {
-    0x02,  // table_id
-    0xB0, 0x38,  // syntax indicator, section_length = 56
-    0xE7, 0x60,  // table_id_extension 0xE760
-    0xC5,  // version 2, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
-    0xE1, 0x11,  // PCR_PID 0x0111
-    0xF0, 0x03,  // program_info_length 3
+    0x02, 0xB0, 0x38, 0xE7, 0x60, 0xC5, 0x00, 0x00,  // table 0x02, length 56, extension 0xE760, version 2, section 0 of 0
+    0xE1, 0x11, 0xF0, 0x03,  // PCR_PID 0x0111, program_info_length 3
     0xC1, 0x01, 0x84,  // digital copy control (kept raw)
     0x1B, 0xE1, 0x11, 0xF0, 0x03,  // H.264 video PID 0x0111, ES_info_length 3
     0x52, 0x01, 0x00,  // stream identifier: component tag 0x00
@@ -64,28 +45,15 @@ const unsigned char kPmt[] = {
 };
 
 // PMT with no descriptors and no streams.
-// 16 bytes.
 const unsigned char kPmtEmpty[] = {
-    0x02,  // table_id
-    0xB0, 0x0D,  // syntax indicator, section_length = 13
-    0x00, 0x01,  // table_id_extension 0x0001
-    0xC1,  // version 0, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
-    0xFF, 0xFF,  // PCR_PID 0x1FFF
-    0xF0, 0x00,  // program_info_length 0
+    0x02, 0xB0, 0x0D, 0x00, 0x01, 0xC1, 0x00, 0x00,  // table 0x02, length 13, extension 0x0001, version 0, section 0 of 0
+    0xFF, 0xFF, 0xF0, 0x00,  // PCR_PID 0x1FFF, program_info_length 0
     0x1C, 0xC8, 0xD7, 0x3F,  // CRC_32
 };
 
 // NIT actual: network 0x0640, version 1, name and a raw descriptor, two transport streams.
-// 86 bytes.
 const unsigned char kNit[] = {
-    0x40,  // table_id
-    0xF0, 0x53,  // syntax indicator, section_length = 83
-    0x06, 0x40,  // table_id_extension 0x0640
-    0xC3,  // version 1, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
+    0x40, 0xF0, 0x53, 0x06, 0x40, 0xC3, 0x00, 0x00,  // table 0x40, length 83, extension 0x0640, version 1, section 0 of 0
     0xF0, 0x0F,  // network_descriptors_length 15
     0x40, 0x09, 0x4F, 0x73, 0x74, 0x72, 0x65, 0x6C, 0x20, 0x54, 0x56,  // network name 'Ostrel TV'
     0xFE, 0x02, 0x03, 0x01,  // system management (kept raw)
@@ -100,28 +68,15 @@ const unsigned char kNit[] = {
 };
 
 // NIT other with both loops empty.
-// 16 bytes.
 const unsigned char kNitEmpty[] = {
-    0x41,  // table_id
-    0xF0, 0x0D,  // syntax indicator, section_length = 13
-    0x06, 0x41,  // table_id_extension 0x0641
-    0xC1,  // version 0, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
-    0xF0, 0x00,  // network_descriptors_length 0
-    0xF0, 0x00,  // transport_stream_loop_length 0
+    0x41, 0xF0, 0x0D, 0x06, 0x41, 0xC1, 0x00, 0x00,  // table 0x41, length 13, extension 0x0641, version 0, section 0 of 0
+    0xF0, 0x00, 0xF0, 0x00,  // network_descriptors_length 0, transport_stream_loop_length 0
     0xA7, 0x12, 0x05, 0x7C,  // CRC_32
 };
 
 // SDT actual: transport stream 0x0421, version 7, three services.
-// 65 bytes.
 const unsigned char kSdt[] = {
-    0x42,  // table_id
-    0xF0, 0x3E,  // syntax indicator, section_length = 62
-    0x04, 0x21,  // table_id_extension 0x0421
-    0xCF,  // version 7, current_next 1
-    0x00,  // section_number
-    0x00,  // last_section_number
+    0x42, 0xF0, 0x3E, 0x04, 0x21, 0xCF, 0x00, 0x00,  // table 0x42, length 62, extension 0x0421, version 7, section 0 of 0
     0x06, 0x40, 0xFF,  // original_network_id 0x0640, reserved
     0xE7, 0x60, 0xE3, 0x80, 0x14,  // service 0xE760: EIT schedule and p/f, running, descriptors 20
     0x48, 0x12, 0x01, 0x06, 0x4F, 0x73, 0x74, 0x72, 0x65, 0x6C, 0x09, 0x4F, 0x73, 0x74, 0x72, 0x65, 0x6C, 0x20, 0x48, 0x44,  // service: type 1, 'Ostrel', 'Ostrel HD'
@@ -132,10 +87,8 @@ const unsigned char kSdt[] = {
 };
 
 // TOT: 2026-11-23 00:40:59 UTC with one local time offset.
-// 29 bytes.
 const unsigned char kTot[] = {
-    0x73,  // table_id
-    0x70, 0x1A,  // syntax indicator 0, section_length 26
+    0x73, 0x70, 0x1A,  // table 0x73, no syntax indicator, length 26
     0xEF, 0xB7, 0x00, 0x40, 0x59,  // UTC 2026-11-23 00:40:59 (MJD 61367)
     0xF0, 0x0F,  // descriptors_loop_length
     0x58, 0x0D, 0x42, 0x52, 0x41, 0x07, 0x03, 0x00, 0xF0, 0x11, 0x02, 0x00, 0x00, 0x02, 0x00,  // local time offset: BRA, region 1, -03:00, change 2027-02-21 02:00:00, next -02:00
@@ -143,10 +96,8 @@ const unsigned char kTot[] = {
 };
 
 // TDT: the same time, no CRC.
-// 8 bytes.
 const unsigned char kTdt[] = {
-    0x70,  // table_id
-    0x70, 0x05,  // syntax indicator 0, section_length 5
+    0x70, 0x70, 0x05,  // table 0x70, no syntax indicator, length 5
     0xEF, 0xB7, 0x00, 0x40, 0x59,  // UTC 2026-11-23 00:40:59
 };
 
