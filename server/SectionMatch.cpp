@@ -10,8 +10,10 @@ bool SectionMatch::isExtensionCompared(short tableId) {
 
 namespace {
 
-// The MPEG-2 CRC_32 a byte at a time. The engine's own: a receiver's table
-// library offers none in its published surface.
+// The MPEG-2 CRC_32, eight bytes at a time (slicing by 8): entries[0] is
+// the byte-at-a-time table, entries[k] advances a byte's remainder through k
+// more zero bytes. The engine's own: a receiver's table library offers none
+// in its published surface.
 struct CrcTable {
   CrcTable() {
     for (unsigned int byte = 0; byte < 256; ++byte) {
@@ -19,10 +21,16 @@ struct CrcTable {
       for (int bit = 0; bit < 8; ++bit) {
         crc = (crc & 0x80000000u) ? (crc << 1) ^ 0x04C11DB7u : crc << 1;
       }
-      entries[byte] = crc;
+      entries[0][byte] = crc;
+    }
+    for (unsigned int byte = 0; byte < 256; ++byte) {
+      for (int k = 1; k < 8; ++k) {
+        const unsigned int previous = entries[k - 1][byte];
+        entries[k][byte] = (previous << 8) ^ entries[0][previous >> 24];
+      }
     }
   }
-  unsigned int entries[256];
+  unsigned int entries[8][256];
 };
 
 const CrcTable s_crcTable;
@@ -30,9 +38,18 @@ const CrcTable s_crcTable;
 }  // namespace
 
 unsigned int SectionMatch::crc(const unsigned char* data, unsigned int size) {
+  const unsigned int(*t)[256] = s_crcTable.entries;
   unsigned int crc = 0xFFFFFFFFu;
-  for (unsigned int i = 0; i < size; ++i) {
-    crc = (crc << 8) ^ s_crcTable.entries[((crc >> 24) ^ data[i]) & 0xFF];
+  unsigned int i = 0;
+  for (; i + 8 <= size; i += 8) {
+    const unsigned char* p = data + i;
+    crc ^= (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
+           (static_cast<unsigned int>(p[2]) << 8) | p[3];
+    crc = t[7][crc >> 24] ^ t[6][(crc >> 16) & 0xFF] ^ t[5][(crc >> 8) & 0xFF] ^ t[4][crc & 0xFF] ^
+          t[3][p[4]] ^ t[2][p[5]] ^ t[1][p[6]] ^ t[0][p[7]];
+  }
+  for (; i < size; ++i) {
+    crc = (crc << 8) ^ t[0][((crc >> 24) ^ data[i]) & 0xFF];
   }
   return crc;
 }
