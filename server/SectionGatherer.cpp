@@ -1,6 +1,7 @@
 #include "SectionGatherer.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Ostrel {
 
@@ -20,16 +21,15 @@ void SectionGatherer::reset() {
 }
 
 // FNV-1a over 8-byte words (then the remaining bytes), with the size; never 0
-// (0 marks "not delivered").
+// (0 marks "not delivered"). Words are read in the machine's order: a
+// fingerprint is only ever compared within the process.
 uint64_t SectionGatherer::fingerprint(const unsigned char* data, unsigned int size) {
   const uint64_t kPrime = 1099511628211ULL;
   uint64_t hash = 14695981039346656037ULL ^ size;
   unsigned int i = 0;
   for (; i + 8 <= size; i += 8) {
-    uint64_t word = 0;
-    for (unsigned int b = 0; b < 8; ++b) {
-      word = (word << 8) | data[i + b];
-    }
+    uint64_t word;
+    std::memcpy(&word, data + i, sizeof(word));
     hash = (hash ^ word) * kPrime;
     hash ^= hash >> 29;
   }

@@ -25,9 +25,14 @@ class SectionSource {
 
   // One section read from an open filter, or the filter that failed.
   struct Section {
+    Section() : tunerId(0), pid(0), intact(false) {}
     int tunerId;
     unsigned short pid;
-    std::vector<unsigned char> data;  // whole section; its CRC not yet checked
+    std::vector<unsigned char> data;  // whole section
+    // The source has checked it as the engine would (whole, and its CRC_32
+    // holds where it carries one), so the engine does not check it again;
+    // false: the engine checks. The engine clears it before each read.
+    bool intact;
   };
 
   enum ReadResult {

@@ -249,11 +249,12 @@ void ServerEngine::__dropGather(std::map<Key, Gather>::iterator it) {
 // ---- Delivery thread ----
 
 // REQUIRES: m_mutex held. A section from the source reaches every gather
-// of its tuner and PID that it answers, once its CRC_32 holds.
+// of its tuner and PID that it answers, once its CRC_32 holds (checked here
+// unless the source did).
 void ServerEngine::__take(const SectionSource::Section& section) {
   const unsigned int size = static_cast<unsigned int>(section.data.size());
   const unsigned char* data = size ? &section.data[0] : NULL;
-  if (!SectionMatch::isIntact(data, size)) {
+  if (!(section.intact && size >= 3) && !SectionMatch::isIntact(data, size)) {
     ++m_counters.crcErrors;
     ++m_mapCrcErrors[FilterKey(section.tunerId, section.pid)];
     return;
@@ -497,6 +498,7 @@ void ServerEngine::deliveryLoop() {
       timeoutMs = static_cast<int>(std::max(0LL, std::min(ms, 60LL * 1000)));
     }
     lock.unlock();
+    section.intact = false;
     const SectionSource::ReadResult result = m_pSource->readSection(timeoutMs, &section);
     lock.lock();
     if (result == SectionSource::kSection) {

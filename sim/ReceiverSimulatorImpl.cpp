@@ -38,6 +38,7 @@ ReceiverSimulator::Impl::Impl(const Options& options)
       m_bEngineWaiting(false),
       m_uiStopping(0),
       m_uiReadersWaiting(0),
+      m_bReadersWoken(false),
       m_uiDrainWaiters(0),
       m_aiTunerCount(0),
       m_ullPushed(0),
@@ -256,14 +257,17 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
       }
       // Whether a filter wants it is decided now, once the engine has dealt
       // with every section before it.
+      bool damaged = false;
       const bool wanted =
           first.delayed ||
           (m_setFilters.count(std::make_pair(first.section.tunerId, first.section.pid)) != 0 &&
-           __applyFaults(first.section.pid, &first.section.data));
+           __applyFaults(first.section.pid, &first.section.data, &damaged));
       if (wanted) {
         section->tunerId = first.section.tunerId;
         section->pid = first.section.pid;
         section->data.swap(first.section.data);
+        // The demultiplexer checked it; the engine checks what a fault damaged.
+        section->intact = first.section.intact && !damaged;
         m_ullTaken = first.seq;
         result = kSection;
       } else {
@@ -283,7 +287,8 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
     if (now >= limit) {
       break;
     }
-    if (m_uiReadersWaiting > 0) {
+    if (m_uiReadersWaiting > 0 && !m_bReadersWoken) {
+      m_bReadersWoken = true;
       m_condReader.notify_all();
     }
     if (m_uiDrainWaiters > 0) {
@@ -301,7 +306,8 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
   }
   // Readers sleep until half the queue is free; drain waiters until the
   // sections they wait for are dealt with.
-  if (m_uiReadersWaiting > 0 && m_dequeQueue.size() <= kQueueLowWater) {
+  if (m_uiReadersWaiting > 0 && !m_bReadersWoken && m_dequeQueue.size() <= kQueueLowWater) {
+    m_bReadersWoken = true;  // once: the engine goes on taking meanwhile
     m_condReader.notify_all();
   }
   if (m_uiDrainWaiters > 0) {
@@ -382,16 +388,20 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
     entry.due = Clock::time_point::min();
     if (entry.delayed) {
       // Decided now, and held back without holding the reader back.
+      bool damaged = false;
       if (!m_setFilters.count(std::make_pair(tunerId, one.pid)) ||
-          !__applyFaults(one.pid, &one.data)) {
+          !__applyFaults(one.pid, &one.data, &damaged)) {
         continue;  // a dropped one is lost: a later repetition may still pass
       }
       entry.due = Clock::now() + std::chrono::milliseconds(m_faults.delayMs);
+      entry.section.intact = !damaged;
     } else if (m_dequeQueue.size() >= kQueueCapacity) {
       if (queued && m_bEngineWaiting) {
+        m_bEngineWaiting = false;
         m_condQueue.notify_one();
       }
       ++m_uiReadersWaiting;
+      m_bReadersWoken = false;
       m_condReader.wait(lock, [this] {
         return m_bShutdown || m_uiStopping > 0 || m_faults.delayMs > 0 ||
                m_dequeQueue.size() <= kQueueLowWater;
@@ -400,6 +410,9 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
       if (m_bShutdown || m_uiStopping > 0) {
         continue;
       }
+    }
+    if (!entry.delayed) {
+      entry.section.intact = true;  // faults come when it is taken
     }
     entry.seq = ++m_ullPushed;
     entry.section.tunerId = tunerId;
@@ -410,6 +423,7 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
   }
   staged->clear();
   if (queued && m_bEngineWaiting) {
+    m_bEngineWaiting = false;  // woken once
     m_condQueue.notify_one();
   }
 }
@@ -461,7 +475,8 @@ void ReceiverSimulator::Impl::__remember(int tunerId, unsigned short pid, const 
 }
 
 // REQUIRES: m_mutex held.
-bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsigned char>* data) {
+bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsigned char>* data,
+                                            bool* damaged) {
   if (m_faults.hiddenPids.count(pid)) {
     return false;
   }
@@ -473,6 +488,9 @@ bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsi
   if (m_faults.corruptShare > 0.0 && !data->empty() && share(m_rng) < m_faults.corruptShare) {
     data->back() ^= 0xFF;  // the last byte of the CRC_32
     ++m_ullCorrupted;
+    if (damaged) {
+      *damaged = true;
+    }
   }
   return true;
 }

@@ -90,7 +90,7 @@ class ReceiverSimulator::Impl : public SectionSource {
     uint64_t seq;
     Clock::time_point due;  // Clock::time_point::min() unless delayed
     bool delayed;           // its filter and faults were decided when queued
-    Section section;
+    Section section;        // intact: checked by the demultiplexer, not damaged since
   };
   // A section demultiplexed and not yet queued.
   struct Staged {
@@ -132,8 +132,8 @@ class ReceiverSimulator::Impl : public SectionSource {
   // REQUIRES: m_carriedMutex held.
   void __remember(int tunerId, unsigned short pid, const unsigned char* data, unsigned int size);
   // REQUIRES: m_mutex held. Decides the faults for one section; false when it
-  // is dropped. May damage *data.
-  bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data);
+  // is dropped. May damage *data, and then sets *damaged when not null.
+  bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data, bool* damaged = NULL);
 
   const Options m_options;
   ReceiverControls m_controls;
@@ -147,9 +147,10 @@ class ReceiverSimulator::Impl : public SectionSource {
   bool m_bStarted;
   bool m_bShutdown;
   bool m_bInterrupted;
-  bool m_bEngineWaiting;      // readSection sleeps on m_condQueue
+  bool m_bEngineWaiting;      // readSection sleeps on m_condQueue, not yet woken
   unsigned int m_uiStopping;  // stop() in progress: readers neither wait nor queue
   unsigned int m_uiReadersWaiting;
+  bool m_bReadersWoken;  // the waiting readers have been woken already
   unsigned int m_uiDrainWaiters;
   std::vector<std::unique_ptr<TunerInput>> m_vecTuners;
   std::vector<std::unique_ptr<TunerSink>> m_vecSinks;  // one per tuner, same index
