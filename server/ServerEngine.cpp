@@ -171,7 +171,10 @@ void ServerEngine::settle() {
     lock.unlock();
     m_pSource->interrupt();
     lock.lock();
-    m_condIdle.wait_for(lock, std::chrono::milliseconds(10));
+    // The filters may have opened while the lock was free: a wait that does
+    // not look first would sleep its whole 10 ms.
+    m_condIdle.wait_for(lock, std::chrono::milliseconds(10),
+                        [this] { return m_bShutdown || __isSettled(); });
   }
   for (std::map<Key, Gather>::const_iterator it = m_mapGathers.begin(); it != m_mapGathers.end();
        ++it) {
