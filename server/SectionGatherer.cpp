@@ -40,12 +40,31 @@ uint64_t SectionGatherer::fingerprint(const unsigned char* data, unsigned int si
 }
 
 bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
-  if (size < 3) {
+  Waiting* waiting = admit(section, size);
+  if (!waiting) {
     return false;
+  }
+  waiting->section.assign(section, section + size);
+  return true;
+}
+
+bool SectionGatherer::offerOwned(std::vector<unsigned char>* section) {
+  Waiting* waiting =
+      section->empty() ? NULL : admit(&(*section)[0], static_cast<unsigned int>(section->size()));
+  if (!waiting) {
+    return false;
+  }
+  waiting->section.swap(*section);
+  return true;
+}
+
+SectionGatherer::Waiting* SectionGatherer::admit(const unsigned char* section, unsigned int size) {
+  if (size < 3) {
+    return NULL;
   }
   const bool longForm = (section[1] & 0x80) != 0;
   if (longForm && (size < 8 || section[6] > section[7])) {
-    return false;
+    return NULL;
   }
   const unsigned short extension =
       longForm ? static_cast<unsigned short>((section[3] << 8) | section[4]) : 0;
@@ -62,7 +81,7 @@ bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
     m_ucVersion = version;
     m_ucLastSection = last;
   } else if (m_aullDelivered[number] == print) {
-    return false;
+    return NULL;
   }
   if (m_bShortForm && m_aullDelivered[0] != 0) {
     m_aullDelivered[0] = 0;  // another short-form section: a new table
@@ -70,8 +89,7 @@ bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
   }
   Waiting& waiting = m_mapWaiting[number];
   waiting.print = print;
-  waiting.section.assign(section, section + size);
-  return true;
+  return &waiting;
 }
 
 bool SectionGatherer::take(std::vector<unsigned char>* section) {

@@ -254,23 +254,32 @@ void ServerEngine::__dropGather(std::map<Key, Gather>::iterator it) {
 // REQUIRES: m_mutex held. A section from the source reaches every gather
 // of its tuner and PID that it answers, once its CRC_32 holds (checked here
 // unless the source did).
-void ServerEngine::__take(const SectionSource::Section& section) {
-  const unsigned int size = static_cast<unsigned int>(section.data.size());
-  const unsigned char* data = size ? &section.data[0] : NULL;
-  if (!(section.intact && size >= 3) && !SectionMatch::isIntact(data, size)) {
+void ServerEngine::__take(SectionSource::Section* section) {
+  const unsigned int size = static_cast<unsigned int>(section->data.size());
+  const unsigned char* data = size ? &section->data[0] : NULL;
+  if (!(section->intact && size >= 3) && !SectionMatch::isIntact(data, size)) {
     ++m_counters.crcErrors;
-    ++m_mapCrcErrors[FilterKey(section.tunerId, section.pid)];
+    ++m_mapCrcErrors[FilterKey(section->tunerId, section->pid)];
     return;
   }
-  const Key first = {section.tunerId, static_cast<short>(section.pid), SHRT_MIN, SHRT_MIN};
+  // Each gather but the last that wants it gets a copy; the last takes the
+  // bytes.
+  const Key first = {section->tunerId, static_cast<short>(section->pid), SHRT_MIN, SHRT_MIN};
+  std::map<Key, Gather>::iterator wanting = m_mapGathers.end();
   for (std::map<Key, Gather>::iterator it = m_mapGathers.lower_bound(first);
-       it != m_mapGathers.end() && it->first.tunerId == section.tunerId &&
+       it != m_mapGathers.end() && it->first.tunerId == section->tunerId &&
        it->first.pid == first.pid;
        ++it) {
-    if (SectionMatch::matches(it->first.tableId, it->first.tableIdExt, data, size) &&
-        !it->second.gatherer.offer(data, size)) {
+    if (!SectionMatch::matches(it->first.tableId, it->first.tableIdExt, data, size)) {
+      continue;
+    }
+    if (wanting != m_mapGathers.end() && !wanting->second.gatherer.offer(data, size)) {
       ++m_counters.repetitions;
     }
+    wanting = it;
+  }
+  if (wanting != m_mapGathers.end() && !wanting->second.gatherer.offerOwned(&section->data)) {
+    ++m_counters.repetitions;
   }
 }
 
@@ -505,7 +514,7 @@ void ServerEngine::deliveryLoop() {
     const SectionSource::ReadResult result = m_pSource->readSection(timeoutMs, &section);
     lock.lock();
     if (result == SectionSource::kSection) {
-      __take(section);
+      __take(&section);
     } else if (result == SectionSource::kFilterFailed) {
       std::map<FilterKey, Filter>::iterator it =
           m_mapFilters.find(FilterKey(section.tunerId, section.pid));

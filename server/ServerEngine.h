@@ -189,7 +189,7 @@ class ServerEngine : public GingaServer {
   void __dropGather(std::map<Key, Gather>::iterator it);
   void __forget(const Key& key, Waiter* waiter);
   bool __isSettled() const;
-  void __take(const SectionSource::Section& section);
+  void __take(SectionSource::Section* section);
   Clock::time_point __nextWake() const;
   // With no lock held.
   void callOut(CallOut* out);
