@@ -11,6 +11,7 @@ namespace {
 // a packet) moves to the front before the next, so that the same pages are
 // written again rather than new ones touched.
 const size_t kInitialBuffer = 64 * 1024;
+const size_t kSlack = 4096;
 // Sizes tried when searching sync, the plain size first.
 const unsigned int kSizes[] = {188, 204, 192};
 }  // namespace
@@ -28,7 +29,9 @@ unsigned char* TsPacketizer::getWritableArea(size_t minimum, size_t* capacity) {
     m_uiEnd = kept;
   }
   if (m_vecBuffer.size() - m_uiEnd < minimum) {
-    m_vecBuffer.resize(m_uiEnd + minimum);
+    // With room for what the next read leaves over, which would otherwise
+    // double the buffer.
+    m_vecBuffer.resize(m_uiEnd + minimum + kSlack);
   }
   *capacity = m_vecBuffer.size() - m_uiEnd;
   return &m_vecBuffer[m_uiEnd];
