@@ -233,10 +233,8 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
   std::unique_lock<std::mutex> lock(m_mutex);
   // The engine is back: what it was given last has been dealt with.
   m_ullDone = std::max(m_ullDone, m_ullTaken);
-  Clock::time_point limit = Clock::time_point::max();
-  if (timeoutMs >= 0) {
-    limit = Clock::now() + std::chrono::milliseconds(timeoutMs);
-  }
+  // The wait's end is read off the clock only when there is a wait.
+  Clock::time_point limit = Clock::time_point::min();
   ReadResult result = kNothing;
   for (;;) {
     if (m_bInterrupted || m_bShutdown) {
@@ -281,8 +279,9 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
     if (result == kSection) {
       break;
     }
-    if (m_dequeQueue.empty() || m_dequeQueue.front().due != Clock::time_point::min()) {
-      now = Clock::now();
+    now = Clock::now();
+    if (limit == Clock::time_point::min()) {
+      limit = timeoutMs < 0 ? Clock::time_point::max() : now + std::chrono::milliseconds(timeoutMs);
     }
     if (now >= limit) {
       break;
