@@ -10,8 +10,8 @@ class TCommand;
 // Where sections come from: a transport-stream player, a Linux DVB demux, a
 // receiver's own demux. A ServerEngine drives one source; the source does
 // only what differs between them. openFilter, closeFilter and readSection are
-// called on the engine's delivery thread (closeFilter also by shutdown, once
-// that thread has ended); getTunerCount, getTuners, findCarried and
+// called on the engine's delivery thread (closeFilter and readingStopped
+// also by shutdown, once that thread has ended); getTunerCount, getTuners, findCarried and
 // executeControl on the threads that execute commands; interrupt on any
 // thread. getFilterLimit is called with the engine's lock held and must not
 // call back into it; every other operation is called with no lock of the
@@ -66,6 +66,10 @@ class SectionSource {
 
   // Ends a readSection in progress, or the next one, with kNothing.
   virtual void interrupt() = 0;
+
+  // The engine reads no more: called once by its shutdown, after its
+  // delivery thread has ended; what waits for the engine may stop waiting.
+  virtual void readingStopped() {}
 
   // Sections of pid that the source has carried lately, for synchronous
   // requests; the default knows none.

@@ -84,6 +84,7 @@ void ServerEngine::shutdown() {
   if (m_deliveryThread.joinable()) {
     m_deliveryThread.join();
   }
+  m_pSource->readingStopped();
   // Nothing else calls out now: close what is still open, undelivered.
   CallOut out;
   {

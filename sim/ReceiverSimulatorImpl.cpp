@@ -35,6 +35,7 @@ ReceiverSimulator::Impl::Impl(const Options& options)
       m_bStarted(false),
       m_bShutdown(false),
       m_bInterrupted(false),
+      m_bEngineStopped(false),
       m_bEngineWaiting(false),
       m_uiStopping(0),
       m_uiReadersWaiting(0),
@@ -139,10 +140,9 @@ bool ReceiverSimulator::Impl::feed(int tunerId, const unsigned char* data, size_
 void ReceiverSimulator::Impl::__waitFed(std::unique_lock<std::mutex>* lock) {
   const uint64_t target = m_ullPushed;
   ++m_uiDrainWaiters;
-  // With every filter closed nothing takes the queue but the engine's own
-  // discarding; delayed sections are not waited for.
+  // Delayed sections are not waited for.
   m_condDrained.wait(*lock, [this, target] {
-    return m_bShutdown || __isDrained(target) || m_setFilters.empty() || m_faults.delayMs > 0;
+    return m_bShutdown || m_bEngineStopped || __isDrained(target) || m_faults.delayMs > 0;
   });
   --m_uiDrainWaiters;
 }
@@ -173,8 +173,9 @@ bool ReceiverSimulator::Impl::waitDrained(std::chrono::milliseconds timeout) {
   std::unique_lock<std::mutex> lock(m_mutex);
   const uint64_t target = m_ullPushed;
   ++m_uiDrainWaiters;
-  const bool drained = m_condDrained.wait_for(
-      lock, timeout, [this, target] { return m_bShutdown || __isDrained(target); });
+  const bool drained = m_condDrained.wait_for(lock, timeout, [this, target] {
+    return m_bShutdown || m_bEngineStopped || __isDrained(target);
+  });
   --m_uiDrainWaiters;
   return drained;
 }
@@ -222,11 +223,18 @@ bool ReceiverSimulator::Impl::openFilter(int tunerId, unsigned short pid) {
 }
 
 void ReceiverSimulator::Impl::closeFilter(int tunerId, unsigned short pid) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_setFilters.erase(std::make_pair(tunerId, pid));
+}
+
+// Nothing takes the queue any more: readers and feeders stop waiting for it.
+void ReceiverSimulator::Impl::readingStopped() {
   {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_setFilters.erase(std::make_pair(tunerId, pid));
+    m_bEngineStopped = true;
   }
-  m_condDrained.notify_all();  // feed waits for nothing once no filter is open
+  m_condReader.notify_all();
+  m_condDrained.notify_all();
 }
 
 SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Section* section) {
@@ -379,7 +387,7 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
   bool queued = false;
   for (size_t i = 0; i < staged->size(); ++i) {
     Staged& one = (*staged)[i];
-    if (m_bShutdown || m_uiStopping > 0 || !__wantsSections(tunerId)) {
+    if (m_bShutdown || m_bEngineStopped || m_uiStopping > 0 || !__wantsSections(tunerId)) {
       continue;
     }
     Queued entry;
@@ -402,11 +410,11 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
       ++m_uiReadersWaiting;
       m_bReadersWoken = false;
       m_condReader.wait(lock, [this] {
-        return m_bShutdown || m_uiStopping > 0 || m_faults.delayMs > 0 ||
+        return m_bShutdown || m_bEngineStopped || m_uiStopping > 0 || m_faults.delayMs > 0 ||
                m_dequeQueue.size() <= kQueueLowWater;
       });
       --m_uiReadersWaiting;
-      if (m_bShutdown || m_uiStopping > 0) {
+      if (m_bShutdown || m_bEngineStopped || m_uiStopping > 0) {
         continue;
       }
     }

@@ -81,6 +81,7 @@ class ReceiverSimulator::Impl : public SectionSource {
   virtual void closeFilter(int tunerId, unsigned short pid);
   virtual ReadResult readSection(int timeoutMs, Section* section);
   virtual void interrupt();
+  virtual void readingStopped();
   virtual void findCarried(int tunerId, unsigned short pid,
                            std::vector<std::vector<unsigned char>>* sections);
   virtual int executeControl(TCommand* command, TCommand** response);
@@ -127,7 +128,7 @@ class ReceiverSimulator::Impl : public SectionSource {
   // REQUIRES: m_mutex held. Every section queued up to seq dealt with.
   bool __isDrained(uint64_t seq) const { return m_ullDone >= seq; }
   // REQUIRES: m_mutex held. Waits, lock held, until every section queued so
-  // far is dealt with, or nothing may take them any more.
+  // far is dealt with (delayed ones aside), or the engine has stopped.
   void __waitFed(std::unique_lock<std::mutex>* lock);
   // REQUIRES: m_carriedMutex held.
   void __remember(int tunerId, unsigned short pid, const unsigned char* data, unsigned int size);
@@ -147,6 +148,7 @@ class ReceiverSimulator::Impl : public SectionSource {
   bool m_bStarted;
   bool m_bShutdown;
   bool m_bInterrupted;
+  bool m_bEngineStopped;      // the engine takes nothing more
   bool m_bEngineWaiting;      // readSection sleeps on m_condQueue, not yet woken
   unsigned int m_uiStopping;  // stop() in progress: readers neither wait nor queue
   unsigned int m_uiReadersWaiting;

@@ -190,11 +190,11 @@ TEST_F(Simulator, ARequestFromANotificationGetsTheVeryNextSection) {
   }
   sim->feed(0, stream.data(), stream.size());
   sim->waitBusyCommands();
+  m_sim.reset();  // before the destination goes
   const std::vector<RecordingDestination::Injection> got = asker.injections();
   ASSERT_EQ(2u, got.size());
   EXPECT_EQ(pat, got[0].data);
   EXPECT_EQ(pmt0, got[1].data);
-  m_sim.reset();  // before the destination goes
 }
 
 // A server nobody gave a destination says so once, instead of only timing out.
