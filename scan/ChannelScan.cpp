@@ -270,11 +270,16 @@ bool ChannelScan::State::read(const Request& request, TISDBTTable* table,
 }
 
 void ChannelScan::State::finish(unsigned int) {
+  bool none = false;
   {
     std::lock_guard<std::mutex> lock(mutex);
-    --pending;
+    none = --pending == 0;
   }
-  cond.notify_all();
+  // Waiters wait for none pending (or the input's end): waking them for
+  // every answer cost a switch of thread each.
+  if (none) {
+    cond.notify_all();
+  }
 }
 
 void ChannelScan::State::takeBack(bool all, const Carriage& carriage) {

@@ -1,6 +1,7 @@
 #include "SectionGatherer.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Ostrel {
 
@@ -20,16 +21,15 @@ void SectionGatherer::reset() {
 }
 
 // FNV-1a over 8-byte words (then the remaining bytes), with the size; never 0
-// (0 marks "not delivered").
+// (0 marks "not delivered"). Words are read in the machine's order: a
+// fingerprint is only ever compared within the process.
 uint64_t SectionGatherer::fingerprint(const unsigned char* data, unsigned int size) {
   const uint64_t kPrime = 1099511628211ULL;
   uint64_t hash = 14695981039346656037ULL ^ size;
   unsigned int i = 0;
   for (; i + 8 <= size; i += 8) {
-    uint64_t word = 0;
-    for (unsigned int b = 0; b < 8; ++b) {
-      word = (word << 8) | data[i + b];
-    }
+    uint64_t word;
+    std::memcpy(&word, data + i, sizeof(word));
     hash = (hash ^ word) * kPrime;
     hash ^= hash >> 29;
   }
@@ -40,12 +40,31 @@ uint64_t SectionGatherer::fingerprint(const unsigned char* data, unsigned int si
 }
 
 bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
-  if (size < 3) {
+  Waiting* waiting = admit(section, size);
+  if (!waiting) {
     return false;
+  }
+  waiting->section.assign(section, section + size);
+  return true;
+}
+
+bool SectionGatherer::offerOwned(std::vector<unsigned char>* section) {
+  Waiting* waiting =
+      section->empty() ? NULL : admit(&(*section)[0], static_cast<unsigned int>(section->size()));
+  if (!waiting) {
+    return false;
+  }
+  waiting->section.swap(*section);
+  return true;
+}
+
+SectionGatherer::Waiting* SectionGatherer::admit(const unsigned char* section, unsigned int size) {
+  if (size < 3) {
+    return NULL;
   }
   const bool longForm = (section[1] & 0x80) != 0;
   if (longForm && (size < 8 || section[6] > section[7])) {
-    return false;
+    return NULL;
   }
   const unsigned short extension =
       longForm ? static_cast<unsigned short>((section[3] << 8) | section[4]) : 0;
@@ -62,7 +81,7 @@ bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
     m_ucVersion = version;
     m_ucLastSection = last;
   } else if (m_aullDelivered[number] == print) {
-    return false;
+    return NULL;
   }
   if (m_bShortForm && m_aullDelivered[0] != 0) {
     m_aullDelivered[0] = 0;  // another short-form section: a new table
@@ -70,8 +89,7 @@ bool SectionGatherer::offer(const unsigned char* section, unsigned int size) {
   }
   Waiting& waiting = m_mapWaiting[number];
   waiting.print = print;
-  waiting.section.assign(section, section + size);
-  return true;
+  return &waiting;
 }
 
 bool SectionGatherer::take(std::vector<unsigned char>* section) {

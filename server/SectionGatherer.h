@@ -29,6 +29,9 @@ class SectionGatherer {
 
   // Takes in one section; false when it is a repetition or malformed.
   bool offer(const unsigned char* section, unsigned int size);
+  // The same, taking the bytes out of *section when it keeps them (*section
+  // then holds what it no longer needs) instead of copying them.
+  bool offerOwned(std::vector<unsigned char>* section);
 
   // Whether a section waits to be delivered.
   bool hasWaiting() const { return !m_mapWaiting.empty(); }
@@ -59,6 +62,9 @@ class SectionGatherer {
     uint64_t print;
     std::vector<unsigned char> section;
   };
+
+  // The place a section offered is kept in; null when it is not kept.
+  Waiting* admit(const unsigned char* section, unsigned int size);
 
   unsigned int m_uiDelivered;     // section numbers of the current table delivered
   uint64_t m_aullDelivered[256];  // fingerprint per section number; 0: not delivered

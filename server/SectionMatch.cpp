@@ -10,10 +10,10 @@ bool SectionMatch::isExtensionCompared(short tableId) {
 
 namespace {
 
-// The MPEG-2 CRC_32, eight bytes at a time (slicing by eight): entries[k][b]
-// is the CRC of byte b followed by k zero bytes. Every section the engine
-// takes passes through it. The engine's own: a receiver's table library
-// offers none in its published surface.
+// The MPEG-2 CRC_32, eight bytes at a time (slicing by 8): entries[0] is
+// the byte-at-a-time table, entries[k] advances a byte's remainder through k
+// more zero bytes. The engine's own: a receiver's table library offers none
+// in its published surface.
 struct CrcTable {
   CrcTable() {
     for (unsigned int byte = 0; byte < 256; ++byte) {
@@ -23,8 +23,8 @@ struct CrcTable {
       }
       entries[0][byte] = crc;
     }
-    for (unsigned int k = 1; k < 8; ++k) {
-      for (unsigned int byte = 0; byte < 256; ++byte) {
+    for (unsigned int byte = 0; byte < 256; ++byte) {
+      for (int k = 1; k < 8; ++k) {
         const unsigned int previous = entries[k - 1][byte];
         entries[k][byte] = (previous << 8) ^ entries[0][previous >> 24];
       }
@@ -42,10 +42,11 @@ unsigned int SectionMatch::crc(const unsigned char* data, unsigned int size) {
   unsigned int crc = 0xFFFFFFFFu;
   unsigned int i = 0;
   for (; i + 8 <= size; i += 8) {
-    crc ^= (static_cast<unsigned int>(data[i]) << 24) | (data[i + 1] << 16) | (data[i + 2] << 8) |
-           data[i + 3];
+    const unsigned char* p = data + i;
+    crc ^= (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
+           (static_cast<unsigned int>(p[2]) << 8) | p[3];
     crc = t[7][crc >> 24] ^ t[6][(crc >> 16) & 0xFF] ^ t[5][(crc >> 8) & 0xFF] ^ t[4][crc & 0xFF] ^
-          t[3][data[i + 4]] ^ t[2][data[i + 5]] ^ t[1][data[i + 6]] ^ t[0][data[i + 7]];
+          t[3][p[4]] ^ t[2][p[5]] ^ t[1][p[6]] ^ t[0][p[7]];
   }
   for (; i < size; ++i) {
     crc = (crc << 8) ^ t[0][((crc >> 24) ^ data[i]) & 0xFF];

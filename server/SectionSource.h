@@ -10,8 +10,8 @@ class TCommand;
 // Where sections come from: a transport-stream player, a Linux DVB demux, a
 // receiver's own demux. A ServerEngine drives one source; the source does
 // only what differs between them. openFilter, closeFilter and readSection are
-// called on the engine's delivery thread (closeFilter also by shutdown, once
-// that thread has ended); getTunerCount, getTuners, findCarried and
+// called on the engine's delivery thread (closeFilter and readingStopped
+// also by shutdown, once that thread has ended); getTunerCount, getTuners, findCarried and
 // executeControl on the threads that execute commands; interrupt on any
 // thread. getFilterLimit is called with the engine's lock held and must not
 // call back into it; every other operation is called with no lock of the
@@ -25,9 +25,14 @@ class SectionSource {
 
   // One section read from an open filter, or the filter that failed.
   struct Section {
+    Section() : tunerId(0), pid(0), intact(false) {}
     int tunerId;
     unsigned short pid;
-    std::vector<unsigned char> data;  // whole section; its CRC not yet checked
+    std::vector<unsigned char> data;  // whole section
+    // The source has checked it as the engine would (whole, and its CRC_32
+    // holds where it carries one), so the engine does not check it again;
+    // false: the engine checks. The engine clears it before each read.
+    bool intact;
   };
 
   enum ReadResult {
@@ -61,6 +66,10 @@ class SectionSource {
 
   // Ends a readSection in progress, or the next one, with kNothing.
   virtual void interrupt() = 0;
+
+  // The engine reads no more: called once by its shutdown, after its
+  // delivery thread has ended; what waits for the engine may stop waiting.
+  virtual void readingStopped() {}
 
   // Sections of pid that the source has carried lately, for synchronous
   // requests; the default knows none.

@@ -64,6 +64,7 @@ ServerEngine::ServerEngine(SectionSource* source, const Options& options)
       m_options(options),
       m_bShutdown(false),
       m_bCallingOut(false),
+      m_bPlanDue(true),
       m_iExecuting(0),
       m_bWarnedNoDestination(false) {}
 
@@ -83,6 +84,7 @@ void ServerEngine::shutdown() {
   if (m_deliveryThread.joinable()) {
     m_deliveryThread.join();
   }
+  m_pSource->readingStopped();
   // Nothing else calls out now: close what is still open, undelivered.
   CallOut out;
   {
@@ -171,7 +173,10 @@ void ServerEngine::settle() {
     lock.unlock();
     m_pSource->interrupt();
     lock.lock();
-    m_condIdle.wait_for(lock, std::chrono::milliseconds(10));
+    // The filters may have opened while the lock was free: a wait that does
+    // not look first would sleep its whole 10 ms.
+    m_condIdle.wait_for(lock, std::chrono::milliseconds(10),
+                        [this] { return m_bShutdown || __isSettled(); });
   }
   for (std::map<Key, Gather>::const_iterator it = m_mapGathers.begin(); it != m_mapGathers.end();
        ++it) {
@@ -198,6 +203,7 @@ void ServerEngine::ownRequestsRecorded() {
            request != it->second.requests.end(); ++request) {
         if (request->command && request->sender == self && request->passFrom > now) {
           request->passFrom = now;
+          m_bPlanDue = true;
         }
       }
     }
@@ -216,6 +222,7 @@ void ServerEngine::__attach(const Key& key, const Request& request) {
     ++filter.keys;
   }
   it->second.requests.push_back(request);
+  m_bPlanDue = true;
   if (!m_deliveryThread.joinable()) {
     m_deliveryThread = std::thread(&ServerEngine::deliveryLoop, this);
     m_deliveryThreadId = m_deliveryThread.get_id();
@@ -233,6 +240,7 @@ void ServerEngine::__forget(const Key& key, Waiter* waiter) {
        ++request) {
     if (request->waiter == waiter) {
       requests.erase(request);
+      m_bPlanDue = true;
       break;
     }
   }
@@ -249,25 +257,48 @@ void ServerEngine::__dropGather(std::map<Key, Gather>::iterator it) {
 // ---- Delivery thread ----
 
 // REQUIRES: m_mutex held. A section from the source reaches every gather
-// of its tuner and PID that it answers, once its CRC_32 holds.
-void ServerEngine::__take(const SectionSource::Section& section) {
-  const unsigned int size = static_cast<unsigned int>(section.data.size());
-  const unsigned char* data = size ? &section.data[0] : NULL;
-  if (!SectionMatch::isIntact(data, size)) {
+// of its tuner and PID that it answers, once its CRC_32 holds (checked here
+// unless the source did). True when a gather kept it.
+bool ServerEngine::__take(SectionSource::Section* section) {
+  const unsigned int size = static_cast<unsigned int>(section->data.size());
+  const unsigned char* data = size ? &section->data[0] : NULL;
+  if (!(section->intact && size >= 3) && !SectionMatch::isIntact(data, size)) {
     ++m_counters.crcErrors;
-    ++m_mapCrcErrors[FilterKey(section.tunerId, section.pid)];
-    return;
+    ++m_mapCrcErrors[FilterKey(section->tunerId, section->pid)];
+    return false;
   }
-  const Key first = {section.tunerId, static_cast<short>(section.pid), SHRT_MIN, SHRT_MIN};
+  // Each gather but the last that wants it gets a copy; the last takes the
+  // bytes.
+  const Key first = {section->tunerId, static_cast<short>(section->pid), SHRT_MIN, SHRT_MIN};
+  std::map<Key, Gather>::iterator wanting = m_mapGathers.end();
+  bool kept = false;
   for (std::map<Key, Gather>::iterator it = m_mapGathers.lower_bound(first);
-       it != m_mapGathers.end() && it->first.tunerId == section.tunerId &&
+       it != m_mapGathers.end() && it->first.tunerId == section->tunerId &&
        it->first.pid == first.pid;
        ++it) {
-    if (SectionMatch::matches(it->first.tableId, it->first.tableIdExt, data, size) &&
-        !it->second.gatherer.offer(data, size)) {
-      ++m_counters.repetitions;
+    if (!SectionMatch::matches(it->first.tableId, it->first.tableIdExt, data, size)) {
+      continue;
     }
+    if (wanting != m_mapGathers.end()) {
+      kept = __offer(&wanting->second.gatherer, data, size, NULL) || kept;
+    }
+    wanting = it;
   }
+  if (wanting != m_mapGathers.end()) {
+    kept = __offer(&wanting->second.gatherer, data, size, &section->data) || kept;
+  }
+  return kept;
+}
+
+// REQUIRES: m_mutex held. One gather's offer, counted when it is a
+// repetition; with owner, the gatherer takes the bytes from it.
+bool ServerEngine::__offer(SectionGatherer* gatherer, const unsigned char* data, unsigned int size,
+                           std::vector<unsigned char>* owner) {
+  const bool kept = owner ? gatherer->offerOwned(owner) : gatherer->offer(data, size);
+  if (!kept) {
+    ++m_counters.repetitions;
+  }
+  return kept;
 }
 
 // REQUIRES: m_mutex held. Filters to close (nobody needs them), and to open
@@ -323,6 +354,7 @@ void ServerEngine::__planFilters(CallOut* out) {
       if (other.first == it->first.first && gather->second.requests.empty() && !halfWay &&
           m_mapFilters[other].keys == 1 && m_mapFilters[other].open) {
         __dropGather(gather);
+        m_bPlanDue = true;
         break;  // closed by the next plan, which opens this one
       }
     }
@@ -474,27 +506,36 @@ void ServerEngine::callOut(CallOut* out) {
       it->second.open = false;
       it->second.failed = true;
     }
+    m_bPlanDue = true;
   }
 }
 
+// Plans only when something may have changed: a request attached or taken
+// back, a section a gather kept, a filter that failed, a wait that ended, or
+// the moment __nextWake named. A repetition, or a section no key wants,
+// costs no plan.
 void ServerEngine::deliveryLoop() {
   SectionSource::Section section;
   std::unique_lock<std::mutex> lock(m_mutex);
+  Clock::time_point wake = Clock::time_point::min();
   while (!m_bShutdown) {
     const Clock::time_point now = Clock::now();
-    CallOut out;
-    __plan(now, &out);
-    m_condIdle.notify_all();  // synchronous waiters whose answer is decided
-    if (!out.empty()) {
-      m_bCallingOut = true;
-      lock.unlock();
-      callOut(&out);
-      lock.lock();
-      m_bCallingOut = false;
-      m_condIdle.notify_all();
-      continue;
+    if (m_bPlanDue || now >= wake) {
+      m_bPlanDue = false;
+      CallOut out;
+      __plan(now, &out);
+      m_condIdle.notify_all();  // synchronous waiters whose answer is decided
+      if (!out.empty()) {
+        m_bCallingOut = true;
+        lock.unlock();
+        callOut(&out);
+        lock.lock();
+        m_bCallingOut = false;
+        m_condIdle.notify_all();
+        continue;
+      }
+      wake = __nextWake();
     }
-    const Clock::time_point wake = __nextWake();
     int timeoutMs = -1;
     if (wake != Clock::time_point::max()) {
       const long long ms =
@@ -502,16 +543,20 @@ void ServerEngine::deliveryLoop() {
       timeoutMs = static_cast<int>(std::max(0LL, std::min(ms, 60LL * 1000)));
     }
     lock.unlock();
+    section.intact = false;
     const SectionSource::ReadResult result = m_pSource->readSection(timeoutMs, &section);
     lock.lock();
     if (result == SectionSource::kSection) {
-      __take(section);
+      m_bPlanDue = __take(&section) || m_bPlanDue;
     } else if (result == SectionSource::kFilterFailed) {
       std::map<FilterKey, Filter>::iterator it =
           m_mapFilters.find(FilterKey(section.tunerId, section.pid));
       if (it != m_mapFilters.end()) {
         it->second.failed = true;
       }
+      m_bPlanDue = true;
+    } else {
+      m_bPlanDue = true;  // interrupted, or the wait ended
     }
   }
 }

@@ -190,7 +190,9 @@ class ServerEngine : public GingaServer {
   void __dropGather(std::map<Key, Gather>::iterator it);
   void __forget(const Key& key, Waiter* waiter);
   bool __isSettled() const;
-  void __take(const SectionSource::Section& section);
+  bool __take(SectionSource::Section* section);
+  bool __offer(SectionGatherer* gatherer, const unsigned char* data, unsigned int size,
+               std::vector<unsigned char>* owner);
   Clock::time_point __nextWake() const;
   // With no lock held.
   void callOut(CallOut* out);
@@ -203,6 +205,7 @@ class ServerEngine : public GingaServer {
   std::condition_variable m_condIdle;  // waitBusyCommands and synchronous waiters
   bool m_bShutdown;
   bool m_bCallingOut;
+  bool m_bPlanDue;  // the state changed since the delivery thread last planned
   int m_iExecuting;
   std::map<Key, Gather> m_mapGathers;
   std::map<FilterKey, Filter> m_mapFilters;

@@ -24,10 +24,10 @@ class TCommand;
 //
 // Data requests, the tuner list and their timing are the engine's (see
 // ServerEngine): one gatherer per request key, each new section of its table
-// injected once under the key. A tuner's reader hands on a section only once
-// the engine has dealt with the one before (unless a delay fault holds
-// sections back), so playing as fast as possible loses no section that a
-// notification asks for next. A synchronous request is answered at once, on
+// injected once under the key. A tuner's reader queues what it reassembles
+// in stream order, and the engine decides whether a filter wants a section
+// only when it takes it, so playing as fast as possible loses no section that
+// a notification asks for next. A synchronous request is answered at once, on
 // the caller's thread, from the sections the stream has already carried; it
 // fails when there are none.
 //
@@ -94,7 +94,9 @@ class ReceiverSimulator : public ServerEngine {
   bool startTuner(int tunerId);
 
   // Feeds bytes to a tuner without input, on the caller's thread, once the
-  // filters of the requests executed so far are open.
+  // filters of the requests executed so far are open; returns once the
+  // engine has dealt with the sections they carried (those a delay fault
+  // holds back aside). Not from a notification.
   bool feed(int tunerId, const unsigned char* data, size_t size);
 
   // Waits until a tuner's input has ended (a file that does not loop) or

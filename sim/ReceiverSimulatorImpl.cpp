@@ -18,50 +18,11 @@ const unsigned short kExtraSiPids[] = {0x0024, 0x0026};
 
 const unsigned char kPatTableId = 0x00;
 
-// How long one side of the hand-over between a reader and the engine waits
-// without sleeping before it sleeps: about one section's work of the engine.
-const std::chrono::microseconds kSpinWait(20);
-
-inline void relaxCpu() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#elif defined(__aarch64__) || (defined(__arm__) && defined(__ARM_ARCH) && __ARM_ARCH >= 7)
-  __asm__ __volatile__("yield");
-#endif
-}
-
-// Waits at most kSpinWait, without sleeping, for ready() to hold; true when
-// it did. Sleeping and being woken cost two switches of thread, far more
-// than the engine's work for one section. On one core the other side cannot
-// run meanwhile, and where waits have not paid lately (a loaded machine, the
-// other side asleep) most waits sleep at once: *misses counts the waits that
-// ran out, and after kMissesToSkip of them only one in kSkipRound waits.
-template <typename Ready>
-bool spinFor(std::atomic<unsigned int>* misses, Ready ready) {
-  static const bool s_bManyCores = std::thread::hardware_concurrency() > 1;
-  const unsigned int kMissesToSkip = 4;
-  const unsigned int kSkipRound = 64;
-  const unsigned int missed = misses->load(std::memory_order_relaxed);
-  if (!s_bManyCores ||
-      (missed >= kMissesToSkip && (missed - kMissesToSkip) % kSkipRound != kSkipRound - 1)) {
-    if (missed >= kMissesToSkip) {
-      misses->fetch_add(1, std::memory_order_relaxed);
-    }
-    return ready();
-  }
-  const std::chrono::steady_clock::time_point until = std::chrono::steady_clock::now() + kSpinWait;
-  do {
-    for (int i = 0; i < 32; ++i) {
-      if (ready()) {
-        misses->store(0, std::memory_order_relaxed);
-        return true;
-      }
-      relaxCpu();
-    }
-  } while (std::chrono::steady_clock::now() < until);
-  misses->fetch_add(1, std::memory_order_relaxed);
-  return false;
-}
+// Sections queued between the readers and the engine; a reader that finds
+// the queue full sleeps until the engine has taken half of it, so that each
+// side wakes the other once per batch, not once per section.
+const size_t kQueueCapacity = 512;
+const size_t kQueueLowWater = kQueueCapacity / 2;
 
 }  // namespace
 
@@ -74,13 +35,16 @@ ReceiverSimulator::Impl::Impl(const Options& options)
       m_bStarted(false),
       m_bShutdown(false),
       m_bInterrupted(false),
+      m_bEngineStopped(false),
+      m_bEngineWaiting(false),
+      m_uiStopping(0),
+      m_uiReadersWaiting(0),
+      m_bReadersWoken(false),
+      m_uiDrainWaiters(0),
+      m_aiTunerCount(0),
       m_ullPushed(0),
-      m_ullDone(0),
       m_ullTaken(0),
-      m_aullDone(0),
-      m_aullQueueEvents(0),
-      m_auiReaderMisses(0),
-      m_auiEngineMisses(0),
+      m_ullDone(0),
       m_rng(1),
       m_ullDropped(0),
       m_ullCorrupted(0) {}
@@ -89,9 +53,9 @@ ReceiverSimulator::Impl::~Impl() {
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bShutdown = true;
-    ++m_aullQueueEvents;
   }
   m_condReader.notify_all();
+  m_condDrained.notify_all();
   stop();
   m_vecTuners.clear();
 }
@@ -100,7 +64,9 @@ int ReceiverSimulator::Impl::addTuner(std::unique_ptr<TransportStreamSource> sou
                                       unsigned char type) {
   std::lock_guard<std::mutex> lock(m_mutex);
   int id = static_cast<int>(m_vecTuners.size());
-  std::unique_ptr<TunerInput> tuner(new TunerInput(id, type, std::move(source), this));
+  std::unique_ptr<TunerSink> sink(new TunerSink(this, id));
+  std::unique_ptr<TunerInput> tuner(new TunerInput(id, type, std::move(source), sink.get()));
+  sink->m_pTuner = tuner.get();
   tuner->setPacing(m_ePacing, m_ullBitRate);
   for (unsigned short pid = 0; pid <= kSiPidLast; ++pid) {
     tuner->getDemux()->enablePid(pid);
@@ -113,6 +79,8 @@ int ReceiverSimulator::Impl::addTuner(std::unique_ptr<TransportStreamSource> sou
   }
   m_controls.addTuner(id, type);
   m_vecTuners.push_back(std::move(tuner));
+  m_vecSinks.push_back(std::move(sink));
+  m_aiTunerCount.store(static_cast<int>(m_vecTuners.size()));
   return id;
 }
 
@@ -140,14 +108,19 @@ void ReceiverSimulator::Impl::stop() {
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bStarted = false;
+    ++m_uiStopping;
     for (size_t i = 0; i < m_vecTuners.size(); ++i) {
       tuners.push_back(m_vecTuners[i].get());
     }
   }
-  // The readers call onSection, which takes m_mutex: join without holding it.
+  // A reader waiting for room stops waiting; the readers call onSection,
+  // which takes m_mutex: join without holding it.
+  m_condReader.notify_all();
   for (size_t i = 0; i < tuners.size(); ++i) {
     tuners[i]->stop();
   }
+  std::lock_guard<std::mutex> lock(m_mutex);
+  --m_uiStopping;
 }
 
 bool ReceiverSimulator::Impl::feed(int tunerId, const unsigned char* data, size_t size) {
@@ -156,7 +129,22 @@ bool ReceiverSimulator::Impl::feed(int tunerId, const unsigned char* data, size_
     return false;
   }
   tuner->feed(data, size);
+  // What was fed has been dealt with before feed returns, as a tuner whose
+  // sections come slower than the engine answers them.
+  std::unique_lock<std::mutex> lock(m_mutex);
+  __waitFed(&lock);
   return true;
+}
+
+// REQUIRES: m_mutex held.
+void ReceiverSimulator::Impl::__waitFed(std::unique_lock<std::mutex>* lock) {
+  const uint64_t target = m_ullPushed;
+  ++m_uiDrainWaiters;
+  // Delayed sections are not waited for.
+  m_condDrained.wait(*lock, [this, target] {
+    return m_bShutdown || m_bEngineStopped || __isDrained(target) || m_faults.delayMs > 0;
+  });
+  --m_uiDrainWaiters;
 }
 
 TunerInput* ReceiverSimulator::Impl::getTuner(int tunerId) const {
@@ -167,9 +155,9 @@ TunerInput* ReceiverSimulator::Impl::getTuner(int tunerId) const {
   return m_vecTuners[tunerId].get();
 }
 
+// Asked by every command: read without the lock the readers take.
 int ReceiverSimulator::Impl::getTunerCount() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return static_cast<int>(m_vecTuners.size());
+  return m_aiTunerCount.load();
 }
 
 bool ReceiverSimulator::Impl::getTuners(std::vector<Tuner>* tuners) {
@@ -183,15 +171,21 @@ bool ReceiverSimulator::Impl::getTuners(std::vector<Tuner>* tuners) {
 
 bool ReceiverSimulator::Impl::waitDrained(std::chrono::milliseconds timeout) {
   std::unique_lock<std::mutex> lock(m_mutex);
-  return m_condReader.wait_for(lock, timeout, [this] {
-    return m_bShutdown || (m_dequeQueue.empty() && m_ullDone >= m_ullTaken);
+  const uint64_t target = m_ullPushed;
+  ++m_uiDrainWaiters;
+  const bool drained = m_condDrained.wait_for(lock, timeout, [this, target] {
+    return m_bShutdown || m_bEngineStopped || __isDrained(target);
   });
+  --m_uiDrainWaiters;
+  return drained;
 }
 
 void ReceiverSimulator::Impl::setFaultPlan(const FaultPlan& plan) {
   std::lock_guard<std::mutex> lock(m_mutex);
   m_faults = plan;
   m_rng.seed(plan.seed);
+  m_condReader.notify_all();  // a delay lets readers and feeders go on
+  m_condDrained.notify_all();
 }
 
 void ReceiverSimulator::Impl::getFaultCounts(uint64_t* dropped, uint64_t* corrupted) const {
@@ -233,119 +227,229 @@ void ReceiverSimulator::Impl::closeFilter(int tunerId, unsigned short pid) {
   m_setFilters.erase(std::make_pair(tunerId, pid));
 }
 
+// Nothing takes the queue any more: readers and feeders stop waiting for it.
+void ReceiverSimulator::Impl::readingStopped() {
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_bEngineStopped = true;
+  }
+  m_condReader.notify_all();
+  m_condDrained.notify_all();
+}
+
 SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Section* section) {
   std::unique_lock<std::mutex> lock(m_mutex);
   // The engine is back: what it was given last has been dealt with.
-  m_ullDone = m_ullTaken;
-  m_aullDone.store(m_ullDone, std::memory_order_release);
-  m_condReader.notify_all();
-  const Clock::time_point limit = timeoutMs < 0
-                                      ? Clock::time_point::max()
-                                      : Clock::now() + std::chrono::milliseconds(timeoutMs);
-  bool spun = false;
+  m_ullDone = std::max(m_ullDone, m_ullTaken);
+  // The wait's end is read off the clock only when there is a wait.
+  Clock::time_point limit = Clock::time_point::min();
+  ReadResult result = kNothing;
   for (;;) {
     if (m_bInterrupted || m_bShutdown) {
       m_bInterrupted = false;
-      return kNothing;
+      break;
     }
-    const Clock::time_point now = Clock::now();
-    if (!m_dequeQueue.empty() && m_dequeQueue.front().due <= now) {
+    // Sections that are not delayed are due at once: no clock is read.
+    Clock::time_point now = Clock::time_point::min();
+    while (!m_dequeQueue.empty()) {
       Queued& first = m_dequeQueue.front();
-      m_ullTaken = first.seq;
-      section->tunerId = first.section.tunerId;
-      section->pid = first.section.pid;
-      section->data.swap(first.section.data);
+      if (first.due != Clock::time_point::min()) {
+        if (now == Clock::time_point::min()) {
+          now = Clock::now();
+        }
+        if (first.due > now) {
+          break;
+        }
+      }
+      // Whether a filter wants it is decided now, once the engine has dealt
+      // with every section before it.
+      bool damaged = false;
+      const bool wanted =
+          first.delayed ||
+          (m_setFilters.count(std::make_pair(first.section.tunerId, first.section.pid)) != 0 &&
+           __applyFaults(first.section.pid, &first.section.data, &damaged));
+      if (wanted) {
+        section->tunerId = first.section.tunerId;
+        section->pid = first.section.pid;
+        section->data.swap(first.section.data);
+        // The demultiplexer checked it; the engine checks what a fault damaged.
+        section->intact = first.section.intact && !damaged;
+        m_ullTaken = first.seq;
+        result = kSection;
+      } else {
+        m_ullDone = first.seq;
+      }
       m_dequeQueue.pop_front();
-      return kSection;
+      if (wanted) {
+        break;
+      }
+    }
+    if (result == kSection) {
+      break;
+    }
+    now = Clock::now();
+    if (limit == Clock::time_point::min()) {
+      limit = timeoutMs < 0 ? Clock::time_point::max() : now + std::chrono::milliseconds(timeoutMs);
     }
     if (now >= limit) {
-      return kNothing;
+      break;
     }
-    if (!spun && m_dequeQueue.empty() && limit - now > kSpinWait) {
-      // A reader that was waiting for this call usually queues its next
-      // section within microseconds.
-      spun = true;
-      const uint64_t seen = m_aullQueueEvents.load(std::memory_order_acquire);
-      lock.unlock();
-      spinFor(&m_auiEngineMisses,
-              [this, seen] { return m_aullQueueEvents.load(std::memory_order_acquire) != seen; });
-      lock.lock();
-      continue;
+    if (m_uiReadersWaiting > 0 && !m_bReadersWoken) {
+      m_bReadersWoken = true;
+      m_condReader.notify_all();
+    }
+    if (m_uiDrainWaiters > 0) {
+      m_condDrained.notify_all();
     }
     const Clock::time_point wake =
         m_dequeQueue.empty() ? limit : std::min(limit, m_dequeQueue.front().due);
+    m_bEngineWaiting = true;
     if (wake == Clock::time_point::max()) {
       m_condQueue.wait(lock);
     } else {
       m_condQueue.wait_until(lock, wake);
     }
+    m_bEngineWaiting = false;
   }
+  // Readers sleep until half the queue is free; drain waiters until the
+  // sections they wait for are dealt with.
+  if (m_uiReadersWaiting > 0 && !m_bReadersWoken && m_dequeQueue.size() <= kQueueLowWater) {
+    m_bReadersWoken = true;  // once: the engine goes on taking meanwhile
+    m_condReader.notify_all();
+  }
+  if (m_uiDrainWaiters > 0) {
+    m_condDrained.notify_all();
+  }
+  return result;
 }
 
 void ReceiverSimulator::Impl::interrupt() {
   {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bInterrupted = true;
-    ++m_aullQueueEvents;
   }
   m_condQueue.notify_all();
 }
 
 void ReceiverSimulator::Impl::findCarried(int tunerId, unsigned short pid,
                                           std::vector<std::vector<unsigned char>>* sections) {
+  std::vector<std::vector<unsigned char>> carried;
+  {
+    std::lock_guard<std::mutex> lock(m_carriedMutex);
+    CarriedKey first(std::make_pair(tunerId, pid), std::make_pair(0u, 0u));
+    for (std::map<CarriedKey, std::vector<unsigned char>>::iterator it =
+             m_mapCarried.lower_bound(first);
+         it != m_mapCarried.end() && it->first.first == first.first; ++it) {
+      carried.push_back(it->second);
+    }
+  }
   std::lock_guard<std::mutex> lock(m_mutex);
-  CarriedKey first(std::make_pair(tunerId, pid), std::make_pair(0u, 0u));
-  for (std::map<CarriedKey, std::vector<unsigned char>>::iterator it =
-           m_mapCarried.lower_bound(first);
-       it != m_mapCarried.end() && it->first.first == first.first; ++it) {
-    std::vector<unsigned char> copy(it->second);
-    if (__applyFaults(pid, &copy)) {
-      sections->push_back(copy);
+  for (size_t i = 0; i < carried.size(); ++i) {
+    if (__applyFaults(pid, &carried[i])) {
+      sections->push_back(carried[i]);
     }
   }
 }
 
 // ---- Sections from the tuners ----
 
-void ReceiverSimulator::Impl::onSection(int tunerId, unsigned short pid, const unsigned char* data,
-                                        unsigned int size) {
+void ReceiverSimulator::Impl::TunerSink::onSection(int tunerId, unsigned short pid,
+                                                   const unsigned char* data, unsigned int size) {
+  (void)tunerId;
+  // At once: the PMTs that follow in this batch are reassembled too.
   if (pid == 0 && data[0] == kPatTableId) {
-    learnProgramPids(tunerId, data, size);
+    learnProgramPids(m_pTuner, data, size);
+  }
+  m_vecStaged.push_back(Staged());
+  m_vecStaged.back().pid = pid;
+  m_vecStaged.back().data.assign(data, data + size);
+  if (m_vecStaged.size() >= kQueueLowWater) {
+    m_pOwner->queueSections(m_iTunerId, &m_vecStaged);
+  }
+}
+
+void ReceiverSimulator::Impl::TunerSink::onPacketsDone(int tunerId) {
+  (void)tunerId;
+  if (!m_vecStaged.empty()) {
+    m_pOwner->queueSections(m_iTunerId, &m_vecStaged);
+  }
+}
+
+void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* staged) {
+  {
+    std::lock_guard<std::mutex> lock(m_carriedMutex);
+    for (size_t i = 0; i < staged->size(); ++i) {
+      const Staged& one = (*staged)[i];
+      __remember(tunerId, one.pid, &one.data[0], static_cast<unsigned int>(one.data.size()));
+    }
   }
   std::unique_lock<std::mutex> lock(m_mutex);
-  // One section in the engine's hands at a time, unless a delay fault holds
-  // sections back. The engine is usually back within microseconds.
-  if (!m_bShutdown && m_ullDone < m_ullPushed && m_faults.delayMs == 0) {
-    const uint64_t pushed = m_ullPushed;
-    lock.unlock();
-    spinFor(&m_auiReaderMisses,
-            [this, pushed] { return m_aullDone.load(std::memory_order_acquire) >= pushed; });
-    lock.lock();
+  bool queued = false;
+  for (size_t i = 0; i < staged->size(); ++i) {
+    Staged& one = (*staged)[i];
+    if (m_bShutdown || m_bEngineStopped || m_uiStopping > 0 || !__wantsSections(tunerId)) {
+      continue;
+    }
+    Queued entry;
+    entry.delayed = m_faults.delayMs > 0;
+    entry.due = Clock::time_point::min();
+    if (entry.delayed) {
+      // Decided now, and held back without holding the reader back.
+      bool damaged = false;
+      if (!m_setFilters.count(std::make_pair(tunerId, one.pid)) ||
+          !__applyFaults(one.pid, &one.data, &damaged)) {
+        continue;  // a dropped one is lost: a later repetition may still pass
+      }
+      entry.due = Clock::now() + std::chrono::milliseconds(m_faults.delayMs);
+      entry.section.intact = !damaged;
+    } else if (m_dequeQueue.size() >= kQueueCapacity) {
+      if (queued && m_bEngineWaiting) {
+        m_bEngineWaiting = false;
+        m_condQueue.notify_one();
+      }
+      ++m_uiReadersWaiting;
+      m_bReadersWoken = false;
+      m_condReader.wait(lock, [this] {
+        return m_bShutdown || m_bEngineStopped || m_uiStopping > 0 || m_faults.delayMs > 0 ||
+               m_dequeQueue.size() <= kQueueLowWater;
+      });
+      --m_uiReadersWaiting;
+      if (m_bShutdown || m_bEngineStopped || m_uiStopping > 0) {
+        continue;
+      }
+    }
+    if (!entry.delayed) {
+      entry.section.intact = true;  // faults come when it is taken
+    }
+    entry.seq = ++m_ullPushed;
+    entry.section.tunerId = tunerId;
+    entry.section.pid = one.pid;
+    entry.section.data.swap(one.data);
+    m_dequeQueue.push_back(std::move(entry));
+    queued = true;
   }
-  m_condReader.wait(
-      lock, [this] { return m_bShutdown || m_ullDone >= m_ullPushed || m_faults.delayMs > 0; });
-  __remember(tunerId, pid, data, size);
-  if (!m_setFilters.count(std::make_pair(tunerId, pid))) {
-    return;
+  staged->clear();
+  if (queued && m_bEngineWaiting) {
+    m_bEngineWaiting = false;  // woken once
+    m_condQueue.notify_one();
   }
-  Queued queued;
-  queued.section.data.assign(data, data + size);
-  if (!__applyFaults(pid, &queued.section.data)) {
-    return;  // lost: a later repetition may still pass
+}
+
+// REQUIRES: m_mutex held. A section queued now may be taken by a filter that
+// is open, or that a notification opens before the section is taken: one on
+// the tuner is open, the engine holds a section, or sections wait before it.
+bool ReceiverSimulator::Impl::__wantsSections(int tunerId) const {
+  if (!m_dequeQueue.empty() || m_ullDone < m_ullTaken) {
+    return true;
   }
-  queued.seq = ++m_ullPushed;
-  ++m_aullQueueEvents;
-  queued.due = Clock::now() + std::chrono::milliseconds(m_faults.delayMs);
-  queued.section.tunerId = tunerId;
-  queued.section.pid = pid;
-  m_dequeQueue.push_back(std::move(queued));
-  m_condQueue.notify_all();
+  std::set<std::pair<int, unsigned short>>::const_iterator it =
+      m_setFilters.lower_bound(std::make_pair(tunerId, static_cast<unsigned short>(0)));
+  return it != m_setFilters.end() && it->first == tunerId;
 }
 
 // The PAT names the PMT PIDs (and the NIT's): reassemble them from now on.
-void ReceiverSimulator::Impl::learnProgramPids(int tunerId, const unsigned char* data,
+void ReceiverSimulator::Impl::learnProgramPids(TunerInput* tuner, const unsigned char* data,
                                                unsigned int size) {
-  TunerInput* tuner = getTuner(tunerId);
   if (!tuner || size < 12 || (data[1] & 0x80) == 0) {
     return;
   }
@@ -355,7 +459,7 @@ void ReceiverSimulator::Impl::learnProgramPids(int tunerId, const unsigned char*
   }
 }
 
-// REQUIRES: m_mutex held.
+// REQUIRES: m_carriedMutex held.
 void ReceiverSimulator::Impl::__remember(int tunerId, unsigned short pid, const unsigned char* data,
                                          unsigned int size) {
   bool longForm = size >= 8 && (data[1] & 0x80) != 0;
@@ -378,7 +482,8 @@ void ReceiverSimulator::Impl::__remember(int tunerId, unsigned short pid, const 
 }
 
 // REQUIRES: m_mutex held.
-bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsigned char>* data) {
+bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsigned char>* data,
+                                            bool* damaged) {
   if (m_faults.hiddenPids.count(pid)) {
     return false;
   }
@@ -390,6 +495,9 @@ bool ReceiverSimulator::Impl::__applyFaults(unsigned short pid, std::vector<unsi
   if (m_faults.corruptShare > 0.0 && !data->empty() && share(m_rng) < m_faults.corruptShare) {
     data->back() ^= 0xFF;  // the last byte of the CRC_32
     ++m_ullCorrupted;
+    if (damaged) {
+      *damaged = true;
+    }
   }
   return true;
 }

@@ -33,17 +33,24 @@ class TunerInput;
 // controls (keys, video, application status). Not installed: it names the
 // tuners' internals.
 //
-// A tuner's reader hands a section of an open filter on only once the
-// engine has dealt with the one before (it is back in readSection), so that
-// requests sent from a notification see the very next section, as on a
-// receiver whose sections come slower than it answers them. Delayed sections
-// (a fault) do not hold the reader back. Played as fast as possible, that
-// hand-over is the whole cost: so each side first waits a few microseconds
-// without sleeping (the other is usually about to answer) before it sleeps.
+// The tuners' readers queue every section they reassemble (the service
+// information PIDs, the PMT PIDs the PAT names, every PID ever filtered) in
+// stream order, without waiting for the engine, while the engine may want it:
+// a filter is open on the tuner, the engine holds a section, or the queue is
+// not empty. readSection takes them in that order and decides at that moment
+// whether a filter is open on the section's PID, and which faults it meets:
+// a request sent from a notification (the next section of a table, the PMTs
+// a PAT names) has its filter open before the section after the notified one
+// is taken, however far ahead the reader is. A reader queues the sections of
+// a batch of packets at once, under one lock; the queue is bounded: a reader
+// that fills it sleeps until the engine has taken half of it. Delayed
+// sections (a fault) are decided when they are queued and do not hold the
+// reader back.
 //
-// Thread-safe: its own lock guards the filters, the queue, the carried
-// sections and the fault state; it is never held while calling out.
-class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
+// Thread-safe: its own lock guards the filters, the queue and the fault
+// state, a second one the carried sections; neither is held while calling
+// out, nor are both held at once.
+class ReceiverSimulator::Impl : public SectionSource {
  public:
   typedef std::chrono::steady_clock Clock;
 
@@ -59,8 +66,8 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   bool startTuner(int tunerId);
   bool feed(int tunerId, const unsigned char* data, size_t size);
   TunerInput* getTuner(int tunerId) const;
-  // Waits until no section waits in the queue and the engine is back from
-  // the last one it was given; false when timeout passed first.
+  // Waits until the engine has dealt with every section queued so far (and
+  // is back from the last one it was given); false when timeout passed first.
   bool waitDrained(std::chrono::milliseconds timeout);
   void setFaultPlan(const FaultPlan& plan);
   void getFaultCounts(uint64_t* dropped, uint64_t* corrupted) const;
@@ -74,6 +81,7 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   virtual void closeFilter(int tunerId, unsigned short pid);
   virtual ReadResult readSection(int timeoutMs, Section* section);
   virtual void interrupt();
+  virtual void readingStopped();
   virtual void findCarried(int tunerId, unsigned short pid,
                            std::vector<std::vector<unsigned char>>* sections);
   virtual int executeControl(TCommand* command, TCommand** response);
@@ -81,8 +89,26 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
  private:
   struct Queued {
     uint64_t seq;
-    Clock::time_point due;
-    Section section;
+    Clock::time_point due;  // Clock::time_point::min() unless delayed
+    bool delayed;           // its filter and faults were decided when queued
+    Section section;        // intact: checked by the demultiplexer, not damaged since
+  };
+  // A section demultiplexed and not yet queued.
+  struct Staged {
+    unsigned short pid;
+    std::vector<unsigned char> data;
+  };
+  // One tuner's sink: gathers the sections of a batch of packets, on the
+  // thread that feeds the tuner's demultiplexer, and queues them at its end.
+  struct TunerSink : SectionSink {
+    TunerSink(Impl* owner, int tunerId) : m_pOwner(owner), m_iTunerId(tunerId), m_pTuner(NULL) {}
+    virtual void onSection(int tunerId, unsigned short pid, const unsigned char* data,
+                           unsigned int size);
+    virtual void onPacketsDone(int tunerId);
+    Impl* const m_pOwner;
+    const int m_iTunerId;
+    TunerInput* m_pTuner;  // set once, before the tuner starts
+    std::vector<Staged> m_vecStaged;
   };
   // Tuner, PID, table id, extension (long form, else 0), section number.
   typedef std::pair<std::pair<int, unsigned short>, std::pair<unsigned int, unsigned int>>
@@ -91,16 +117,24 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   Impl(const Impl&);
   Impl& operator=(const Impl&);
 
-  // SectionSink, on a tuner's reader thread (or a feeding thread).
-  virtual void onSection(int tunerId, unsigned short pid, const unsigned char* data,
-                         unsigned int size);
-  void learnProgramPids(int tunerId, const unsigned char* data, unsigned int size);
+  // On a tuner's reader thread (or a feeding thread): remembers the staged
+  // sections and queues those the engine may want; empties *staged.
+  void queueSections(int tunerId, std::vector<Staged>* staged);
+  static void learnProgramPids(TunerInput* tuner, const unsigned char* data, unsigned int size);
 
-  // REQUIRES: m_mutex held.
+  // REQUIRES: m_mutex held. Whether the engine may still want a section of
+  // tunerId queued now.
+  bool __wantsSections(int tunerId) const;
+  // REQUIRES: m_mutex held. Every section queued up to seq dealt with.
+  bool __isDrained(uint64_t seq) const { return m_ullDone >= seq; }
+  // REQUIRES: m_mutex held. Waits, lock held, until every section queued so
+  // far is dealt with (delayed ones aside), or the engine has stopped.
+  void __waitFed(std::unique_lock<std::mutex>* lock);
+  // REQUIRES: m_carriedMutex held.
   void __remember(int tunerId, unsigned short pid, const unsigned char* data, unsigned int size);
   // REQUIRES: m_mutex held. Decides the faults for one section; false when it
-  // is dropped. May damage *data.
-  bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data);
+  // is dropped. May damage *data, and then sets *damaged when not null.
+  bool __applyFaults(unsigned short pid, std::vector<unsigned char>* data, bool* damaged = NULL);
 
   const Options m_options;
   ReceiverControls m_controls;
@@ -108,25 +142,27 @@ class ReceiverSimulator::Impl : public SectionSource, private SectionSink {
   uint64_t m_ullBitRate;
 
   mutable std::mutex m_mutex;
-  std::condition_variable m_condQueue;   // wakes readSection
-  std::condition_variable m_condReader;  // wakes readers waiting for the engine
+  std::condition_variable m_condQueue;    // wakes readSection
+  std::condition_variable m_condReader;   // wakes readers waiting for room
+  std::condition_variable m_condDrained;  // wakes waitDrained and feed
   bool m_bStarted;
   bool m_bShutdown;
   bool m_bInterrupted;
+  bool m_bEngineStopped;      // the engine takes nothing more
+  bool m_bEngineWaiting;      // readSection sleeps on m_condQueue, not yet woken
+  unsigned int m_uiStopping;  // stop() in progress: readers neither wait nor queue
+  unsigned int m_uiReadersWaiting;
+  bool m_bReadersWoken;  // the waiting readers have been woken already
+  unsigned int m_uiDrainWaiters;
   std::vector<std::unique_ptr<TunerInput>> m_vecTuners;
+  std::vector<std::unique_ptr<TunerSink>> m_vecSinks;  // one per tuner, same index
+  std::atomic<int> m_aiTunerCount;                     // m_vecTuners.size(), read unlocked
   std::set<std::pair<int, unsigned short>> m_setFilters;
-  std::deque<Queued> m_dequeQueue;  // in order of due time
-  uint64_t m_ullPushed;             // sequence of the last section queued
-  uint64_t m_ullDone;               // sequence of the last section the engine dealt with
-  uint64_t m_ullTaken;              // sequence of the last section readSection gave
-  // Read without the lock by a side that waits without sleeping: m_ullDone,
-  // and a count of what may end readSection's wait (a section queued, an
-  // interrupt, the shutdown).
-  std::atomic<uint64_t> m_aullDone;
-  std::atomic<uint64_t> m_aullQueueEvents;
-  // Waits without sleeping that ran out lately, each side's.
-  std::atomic<unsigned int> m_auiReaderMisses;
-  std::atomic<unsigned int> m_auiEngineMisses;
+  std::deque<Queued> m_dequeQueue;    // in stream order
+  uint64_t m_ullPushed;               // sequence of the last section queued
+  uint64_t m_ullTaken;                // sequence of the last section given to the engine
+  uint64_t m_ullDone;                 // every section up to this one dealt with
+  mutable std::mutex m_carriedMutex;  // guards the two maps below
   std::map<CarriedKey, std::vector<unsigned char>> m_mapCarried;
   std::map<int, size_t> m_mapCarriedCount;
   FaultPlan m_faults;

@@ -154,6 +154,49 @@ TEST_F(Simulator, EachRequestGetsTheNextNewSectionOfItsTableUnderItsKey) {
   EXPECT_EQ(1u, counters.tablesCompleted);
 }
 
+// Asks for the PMT of program 1 from the notification of each PAT.
+class PmtAsker : public RecordingDestination {
+ public:
+  explicit PmtAsker(GingaServer* server) : m_pServer(server) {}
+  int injectData(int tunerId, short pid, short tableId, short ext, void* reserved,
+                 unsigned char* data, unsigned int size) override {
+    RecordingDestination::injectData(tunerId, pid, tableId, ext, reserved, data, size);
+    if (pid == 0) {
+      sendOpenRequest(m_pServer, tunerId, kPmtPid, 0x02, 1, 1);
+    }
+    return 1;
+  }
+
+ private:
+  GingaServer* m_pServer;
+};
+
+// The reader runs ahead of the engine; a request sent from a notification
+// still gets the section right after the notified one, not a later one.
+TEST_F(Simulator, ARequestFromANotificationGetsTheVeryNextSection) {
+  ReceiverSimulator* sim = make();
+  PmtAsker asker(sim);
+  sim->setDataDestination(&asker);
+  ASSERT_EQ(1, sendOpenRequest(sim, 0, 0x0000, 0x00, 0, 1));
+  unsigned char patCc = 0, pmtCc = 0;
+  const Bytes pat = longSection(0x00, 0x0421, {0x00, 0x01, 0xE1, 0x00}, 0);
+  const Bytes pmt0 = pmtSection(1, 0), pmt1 = pmtSection(1, 1);
+  Bytes stream = join(packetize(0x0000, {pat}, &patCc));
+  const Bytes pmts = join(packetize(kPmtPid, {pmt0, pmt1}, &pmtCc));
+  stream.insert(stream.end(), pmts.begin(), pmts.end());
+  for (int i = 0; i < 6; ++i) {
+    const Bytes null = packet(0x1FFF, false, 0, {});
+    stream.insert(stream.end(), null.begin(), null.end());
+  }
+  sim->feed(0, stream.data(), stream.size());
+  sim->waitBusyCommands();
+  m_sim.reset();  // before the destination goes
+  const std::vector<RecordingDestination::Injection> got = asker.injections();
+  ASSERT_EQ(2u, got.size());
+  EXPECT_EQ(pat, got[0].data);
+  EXPECT_EQ(pmt0, got[1].data);
+}
+
 // A server nobody gave a destination says so once, instead of only timing out.
 TEST_F(Simulator, AServerWithoutADestinationSaysSoOnce) {
   ReceiverSimulator* sim = make();

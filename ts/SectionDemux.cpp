@@ -78,6 +78,7 @@ void SectionDemux::onPackets(const unsigned char* first, unsigned int count, uns
   for (unsigned int i = 0; i < count; ++i) {
     pushPacket(first + static_cast<size_t>(i) * stride);
   }
+  m_pSink->onPacketsDone(m_iTunerId);
 }
 
 void SectionDemux::pushPacket(const unsigned char* packet) {

@@ -45,6 +45,7 @@ class SectionDemux : public TsPacketSink {
   void disablePid(unsigned short pid);
   bool isPidEnabled(unsigned short pid) const;
 
+  // Then tells the sink the batch is done (SectionSink::onPacketsDone).
   void onPackets(const unsigned char* first, unsigned int count, unsigned int stride);
   void pushPacket(const unsigned char* packet);
 

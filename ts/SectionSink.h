@@ -10,6 +10,9 @@ class SectionSink {
   virtual ~SectionSink() {}
   virtual void onSection(int tunerId, unsigned short pid, const unsigned char* data,
                          unsigned int size) = 0;
+  // Called once a batch of packets (SectionDemux::onPackets) has been
+  // demultiplexed: a sink that gathers sections may hand them on now.
+  virtual void onPacketsDone(int tunerId) { (void)tunerId; }
 };
 
 }  // namespace Ostrel

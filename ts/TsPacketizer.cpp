@@ -7,7 +7,11 @@
 namespace Ostrel {
 
 namespace {
-const size_t kInitialBuffer = 1 << 20;
+// Grown to the largest read asked for; what is left of the last read (part of
+// a packet) moves to the front before the next, so that the same pages are
+// written again rather than new ones touched.
+const size_t kInitialBuffer = 64 * 1024;
+const size_t kSlack = 4096;
 // Sizes tried when searching sync, the plain size first.
 const unsigned int kSizes[] = {188, 204, 192};
 }  // namespace
@@ -16,16 +20,18 @@ TsPacketizer::TsPacketizer()
     : m_vecBuffer(kInitialBuffer), m_uiStart(0), m_uiEnd(0), m_uiPacketSize(0) {}
 
 unsigned char* TsPacketizer::getWritableArea(size_t minimum, size_t* capacity) {
-  if (m_vecBuffer.size() - m_uiEnd < minimum) {
-    size_t kept = m_uiEnd - m_uiStart;
-    if (kept > 0 && m_uiStart > 0) {
+  const size_t kept = m_uiEnd - m_uiStart;
+  if (m_uiStart > 0 && (kept <= minimum || m_vecBuffer.size() - m_uiEnd < minimum)) {
+    if (kept > 0) {
       std::memmove(&m_vecBuffer[0], &m_vecBuffer[m_uiStart], kept);
     }
     m_uiStart = 0;
     m_uiEnd = kept;
-    if (m_vecBuffer.size() - m_uiEnd < minimum) {
-      m_vecBuffer.resize(m_uiEnd + minimum);
-    }
+  }
+  if (m_vecBuffer.size() - m_uiEnd < minimum) {
+    // With room for what the next read leaves over, which would otherwise
+    // double the buffer.
+    m_vecBuffer.resize(m_uiEnd + minimum + kSlack);
   }
   *capacity = m_vecBuffer.size() - m_uiEnd;
   return &m_vecBuffer[m_uiEnd];
