@@ -1,7 +1,8 @@
 #include "RequestTrace.h"
 
-#include <cstdio>
 #include <sstream>
+
+#include "ScanReport.h"
 
 namespace Ostrel {
 
@@ -13,24 +14,6 @@ long long RequestTrace::now() const {
       .count();
 }
 
-std::string RequestTrace::escape(const std::string& text) {
-  std::string out;
-  for (std::string::const_iterator it = text.begin(); it != text.end(); ++it) {
-    unsigned char c = static_cast<unsigned char>(*it);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += static_cast<char>(c);
-    } else if (c < 0x20) {
-      char code[8];
-      std::snprintf(code, sizeof(code), "\\u%04x", c);
-      out += code;
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
-  return out;
-}
-
 void RequestTrace::add(const std::string& event) {
   std::lock_guard<std::mutex> lock(m_mutex);
   m_vecEvents.push_back(event);
@@ -38,28 +21,29 @@ void RequestTrace::add(const std::string& event) {
 
 void RequestTrace::sent(unsigned int requestId, const std::string& name, const std::string& args) {
   std::ostringstream event;
-  event << "{\"name\":\"" << escape(name)
+  event << "{\"name\":\"" << ScanReport::escape(name)
         << "\",\"cat\":\"request\",\"ph\":\"b\",\"id\":" << requestId
-        << ",\"pid\":1,\"tid\":1,\"ts\":" << now() << ",\"args\":{\"sent\":\"" << escape(args)
-        << "\"}}";
+        << ",\"pid\":1,\"tid\":1,\"ts\":" << now() << ",\"args\":{\"sent\":\""
+        << ScanReport::escape(args) << "\"}}";
   add(event.str());
 }
 
 void RequestTrace::ended(unsigned int requestId, const std::string& name,
                          const std::string& outcome) {
   std::ostringstream event;
-  event << "{\"name\":\"" << escape(name)
+  event << "{\"name\":\"" << ScanReport::escape(name)
         << "\",\"cat\":\"request\",\"ph\":\"e\",\"id\":" << requestId
-        << ",\"pid\":1,\"tid\":1,\"ts\":" << now() << ",\"args\":{\"outcome\":\"" << escape(outcome)
-        << "\"}}";
+        << ",\"pid\":1,\"tid\":1,\"ts\":" << now() << ",\"args\":{\"outcome\":\""
+        << ScanReport::escape(outcome) << "\"}}";
   add(event.str());
 }
 
 void RequestTrace::instant(const std::string& name, const std::string& args) {
   std::ostringstream event;
-  event << "{\"name\":\"" << escape(name) << "\",\"cat\":\"request\",\"ph\":\"i\",\"s\":\"g\","
-        << "\"pid\":1,\"tid\":1,\"ts\":" << now() << ",\"args\":{\"detail\":\"" << escape(args)
-        << "\"}}";
+  event << "{\"name\":\"" << ScanReport::escape(name)
+        << "\",\"cat\":\"request\",\"ph\":\"i\",\"s\":\"g\","
+        << "\"pid\":1,\"tid\":1,\"ts\":" << now() << ",\"args\":{\"detail\":\""
+        << ScanReport::escape(args) << "\"}}";
   add(event.str());
 }
 

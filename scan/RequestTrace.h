@@ -30,7 +30,6 @@ class RequestTrace {
   bool writeTo(const std::string& path) const;
 
   // Escapes text for a JSON string.
-  static std::string escape(const std::string& text);
 
  private:
   void add(const std::string& event);

@@ -269,7 +269,7 @@ int apply(const OptionRule& rule, const char* text, Options* o) {
     // Checked now, not found unwritable after the scan.
     std::FILE* out = std::fopen(text, "a");
     if (!out) {
-      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", RequestTrace::escape(text).c_str(),
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", ScanReport::escape(text).c_str(),
                    std::strerror(errno));
       return kExitInput;
     }
@@ -507,7 +507,7 @@ class Progress {
       }
       char line[512];
       std::snprintf(line, sizeof(line), "%s: %s, %u of %zu requests answered",
-                    RequestTrace::escape(m_pTuner->getName()).c_str(), where, answered,
+                    ScanReport::escape(m_pTuner->getName()).c_str(), where, answered,
                     r.requests.size());
       // One column short of the width, so that the terminal never wraps it.
       std::string shown(line);
@@ -638,7 +638,7 @@ ChannelScan::Result scanTuner(OstrelGingaCommonCore* core, Receiver* receiver, i
 void warnIncomplete(const ChannelScan::Result& r, int tunerId, const std::string& name) {
   for (const std::string& note : r.incomplete) {
     std::fprintf(stderr, "ostrel-scan: tuner %d (%s): %s incomplete\n", tunerId,
-                 RequestTrace::escape(name).c_str(), note.c_str());
+                 ScanReport::escape(name).c_str(), note.c_str());
   }
 }
 
@@ -695,7 +695,7 @@ bool writeJsonFile(const Options& o, int tuners) {
   }
   if (!ok) {
     std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
-                 RequestTrace::escape(o.jsonPath).c_str(), std::strerror(errno ? errno : EIO));
+                 ScanReport::escape(o.jsonPath).c_str(), std::strerror(errno ? errno : EIO));
   }
   return ok;
 }
@@ -709,11 +709,11 @@ bool report(const ChannelScan::Result& r, const StreamHealth& health, const Opti
   warnIncomplete(r, tunerId, name);
   if (!r.hasPat && !interrupted) {
     std::fprintf(stderr, "ostrel-scan: tuner %d (%s): no PAT arrived\n", tunerId,
-                 RequestTrace::escape(name).c_str());
+                 ScanReport::escape(name).c_str());
   }
   if (printed > 0)
     std::cout << (o.json ? ",\n" : "\n");
-  print(r, health, o, "Tuner " + std::to_string(tunerId) + ": " + RequestTrace::escape(name),
+  print(r, health, o, "Tuner " + std::to_string(tunerId) + ": " + ScanReport::escape(name),
         interrupted);
   return r.hasPat;
 }
@@ -756,7 +756,7 @@ bool writeChannels(const Options& o, const std::vector<ChannelScan::Result>& res
                                           ? ChannelFiles::formatOf(o.channelsPath)
                                           : static_cast<ChannelFiles::Format>(o.channelsFormat);
   if (!ChannelFiles::write(o.channelsPath, format, results, &error)) {
-    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", RequestTrace::escape(error).c_str());
+    std::fprintf(stderr, "ostrel-scan: cannot write %s\n", ScanReport::escape(error).c_str());
     return false;
   }
   return true;
@@ -781,7 +781,7 @@ int runScan(OstrelGingaCommonCore* core, Receiver* receiver, const Options& o,
     }
     const std::string error = receiver->error(tuners[t]);
     if (!error.empty()) {
-      std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
+      std::fprintf(stderr, "ostrel-scan: %s\n", ScanReport::escape(error).c_str());
     }
     if (!error.empty() && !r.hasPat) {
       status = kExitInput;  // an input that failed has no table to show
@@ -874,7 +874,7 @@ int finish(std::unique_ptr<Receiver> receiver, RequestTrace* trace, const Option
   bool written = true;
   if (trace && !trace->writeTo(o.tracePath)) {
     std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n",
-                 RequestTrace::escape(o.tracePath).c_str(), std::strerror(errno ? errno : EIO));
+                 ScanReport::escape(o.tracePath).c_str(), std::strerror(errno ? errno : EIO));
     written = false;
   }
   flushOutput();
@@ -905,7 +905,7 @@ int main(int argc, char** argv) {
     }
     std::FILE* out = std::fopen(path.c_str(), "a");
     if (!out) {
-      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", RequestTrace::escape(path).c_str(),
+      std::fprintf(stderr, "ostrel-scan: cannot write %s: %s\n", ScanReport::escape(path).c_str(),
                    std::strerror(errno));
       return kExitInput;
     }
@@ -922,7 +922,7 @@ int main(int argc, char** argv) {
         const std::string path = adapter + device;
         const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         if (fd < 0) {
-          std::fprintf(stderr, "ostrel-scan: %s: %s\n", RequestTrace::escape(path).c_str(),
+          std::fprintf(stderr, "ostrel-scan: %s: %s\n", ScanReport::escape(path).c_str(),
                        std::strerror(errno));
           return kExitInput;
         }
@@ -940,7 +940,7 @@ int main(int argc, char** argv) {
       std::unique_ptr<TransportStreamSource> source =
           TransportStreamSource::openFile(input, &error);
       if (!source) {
-        std::fprintf(stderr, "ostrel-scan: %s\n", RequestTrace::escape(error).c_str());
+        std::fprintf(stderr, "ostrel-scan: %s\n", ScanReport::escape(error).c_str());
         return kExitInput;
       }
       source->setLoop(o.loop);
