@@ -430,14 +430,25 @@ std::string ScanReport::serviceTypeName(unsigned char type) {
   }
 }
 
+namespace {
+
+// A part shown on one line of the channel table, after its label; absent:
+// what the line says without it (empty: no line).
+ReportModel::Part line(const char* key, const char* label, bool present, const char* absent) {
+  ReportModel::Part part;
+  part.key = key;
+  part.label = label;
+  part.present = present;
+  part.absent = absent;
+  return part;
+}
+
+}  // namespace
+
 ReportModel ScanReport::model(const ChannelScan::Result& r, const StreamHealth* health,
                               bool latencies) {
   ReportModel model;
-  ReportModel::Part network;
-  network.key = "network";
-  network.label = "Network";
-  network.present = r.hasNit;
-  network.absent = "(no NIT)";
+  ReportModel::Part network = line("network", "Network", r.hasNit, "(no NIT)");
   if (r.hasNit) {
     network.records.push_back(
         {fact("id", number(r.networkId), hex(r.networkId, 4)),
@@ -446,11 +457,7 @@ ReportModel ScanReport::model(const ChannelScan::Result& r, const StreamHealth* 
   }
   model.parts.push_back(network);
 
-  ReportModel::Part ts;
-  ts.key = "transportStream";
-  ts.label = "Transport";
-  ts.present = r.hasPat;
-  ts.absent = "(no PAT)";
+  ReportModel::Part ts = line("transportStream", "Transport", r.hasPat, "(no PAT)");
   if (r.hasPat) {
     ReportModel::Record record;
     record.push_back(fact("id", number(r.transportStreamId), hex(r.transportStreamId, 4)));
@@ -468,10 +475,7 @@ ReportModel ScanReport::model(const ChannelScan::Result& r, const StreamHealth* 
   model.parts.push_back(ts);
 
   // The delivery the NIT gives: with or without a PAT.
-  ReportModel::Part delivery;
-  delivery.key = "delivery";
-  delivery.label = "Delivery";
-  delivery.present = !r.frequenciesHz.empty();
+  ReportModel::Part delivery = line("delivery", "Delivery", !r.frequenciesHz.empty(), "");
   if (delivery.present) {
     std::string json = "[", text;
     for (size_t i = 0; i < r.frequenciesHz.size(); ++i) {
@@ -487,11 +491,7 @@ ReportModel ScanReport::model(const ChannelScan::Result& r, const StreamHealth* 
   }
   model.parts.push_back(delivery);
 
-  ReportModel::Part time;
-  time.key = "time";
-  time.label = "Time";
-  time.present = r.hasTot;
-  time.absent = "(no TOT)";
+  ReportModel::Part time = line("time", "Time", r.hasTot, "(no TOT)");
   if (r.hasTot) {
     ReportModel::Record record;
     if (r.hasLocalOffset) {
