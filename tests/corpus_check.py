@@ -27,6 +27,7 @@ Prints one line per failure and a summary; exit status 1 on any failure.
 
 import argparse
 import concurrent.futures
+import datetime
 import json
 import os
 import re
@@ -52,13 +53,6 @@ def states(report):
     return out
 
 
-def expected_status(truth_states, pmts_whole):
-    if truth_states["PAT"] == "missing":
-        return 3
-    whole = all(s in ("complete", "missing") for s in truth_states.values())
-    return 0 if whole and pmts_whole else 4
-
-
 def compare(case, mode, report, status):
     """The differences between a report and the truth, as sentences."""
     faults = []
@@ -71,6 +65,10 @@ def compare(case, mode, report, status):
         if want != have:
             faults.append(f"{table} {have}, expected {want}")
     truth = {s["id"]: s for s in case["services"]}
+
+    def allowed(t):
+        return t["names"] + (t["loopNames"] if mode == "loop" else [])
+
     for s in report["services"]:
         if "BAD" in s["name"] or "BAD" in s["provider"]:
             faults.append(f"service {s['id']:#06x} named {s['name']!r} (a trap)")
@@ -78,7 +76,7 @@ def compare(case, mode, report, status):
         if t is None:
             faults.append(f"service {s['id']:#06x} not in the stream")
             continue
-        if s["name"] and s["name"] not in t["names"] + (t["loopNames"] if mode == "loop" else []):
+        if s["name"] and s["name"] not in allowed(t):
             faults.append(f"service {s['id']:#06x} named {s['name']!r}, expected {t['names']}")
         if s["pmtPid"] is not None and s["pmtPid"] != t["pmtPid"]:
             faults.append(f"service {s['id']:#06x} PMT PID {s['pmtPid']}, expected {t['pmtPid']}")
@@ -99,8 +97,7 @@ def compare(case, mode, report, status):
                           f"{sorted(want - have)} missing")
     if truth_states["SDT"] == "complete":
         for t in case["services"]:
-            if t["names"] and reported.get(t["id"], {}).get("name") not in t["names"] + (
-                    t["loopNames"] if mode == "loop" else []):
+            if t["names"] and reported.get(t["id"], {}).get("name") not in allowed(t):
                 faults.append(f"service {t['id']:#06x} has no name from the SDT")
     if mode == "loop":
         for t in case["services"]:
@@ -117,7 +114,8 @@ def compare(case, mode, report, status):
     else:
         pmts_whole = all(s["pmt"] in ("delivered", "from cache")
                          for s in report["services"] if s["pmtPid"] is not None)
-    want = expected_status(truth_states, pmts_whole)
+    whole = all(s in ("complete", "missing") for s in truth_states.values()) and pmts_whole
+    want = 3 if truth_states["PAT"] == "missing" else 0 if whole else 4
     if status != want:
         faults.append(f"exit status {status}, expected {want}")
     return faults
@@ -148,11 +146,8 @@ def renderings(value):
         return [f"{value:.1f}", f"{value:.3f}"]
     v = abs(value)
     offset = f"UTC{'-' if value < 0 else '+'}{v // 3600:02d}:{v % 3600 // 60:02d}"
-    date = ""
-    if value > 0:
-        import datetime
-        date = datetime.datetime.fromtimestamp(value, datetime.timezone.utc).strftime(
-            "%Y-%m-%d %H:%M:%S") if value < 253402300800 else ""
+    date = datetime.datetime.fromtimestamp(value, datetime.timezone.utc).strftime(
+        "%Y-%m-%d %H:%M:%S") if 0 < value < 253402300800 else ""
     return [str(value), f"0x{value:02X}", f"0x{value:04X}",
             f"{value // 1000000}.{value % 1000000:06d} MHz", offset, date]
 
@@ -227,28 +222,23 @@ def parity(report, text):
     return faults
 
 
-def run_scan(scan, args, timeout):
-    p = subprocess.run(scan + ["--json", "--no-latency", "--quiet"] + args,
-                       capture_output=True, text=True, timeout=timeout)
-    try:
-        return json.loads(p.stdout), p.returncode, p.stderr
-    except json.JSONDecodeError:
-        return None, p.returncode, p.stderr + p.stdout[:300]
+def run_scan(opts, args, parity=False):
+    """The JSON, status, standard error and, for their parity, the text of one
+    scan: the text (with --health) and the JSON (--save-json) of the same scan."""
+    with tempfile.NamedTemporaryFile(suffix=".json") as out:
+        how = ["--health", "--save-json", out.name] if parity else ["--json"]
+        p = subprocess.run(opts.scan + ["--no-latency", "--quiet"] + how + args,
+                           capture_output=True, text=True, timeout=60)
+        try:
+            report = json.load(open(out.name)) if parity else json.loads(p.stdout)
+            return report, p.returncode, p.stderr, p.stdout if parity else None
+        except json.JSONDecodeError:
+            return None, p.returncode, p.stderr + p.stdout[:300], None
 
 
 def scan_sim(opts, path, mode):
-    """The JSON, status, standard error and (once) the text of one scan."""
-    if mode != "once":
-        return run_scan(opts.scan, ["--fast", "--timeout", "30", path], 60) + ("",)
-    # Once: the text and the JSON of the same scan, for their parity.
-    with tempfile.NamedTemporaryFile(suffix=".json") as out:
-        p = subprocess.run(opts.scan + ["--no-latency", "--quiet", "--health", "--save-json",
-                            out.name, "--fast", "--timeout", "30", "--once", path],
-                           capture_output=True, text=True, timeout=60)
-        try:
-            return json.load(open(out.name)), p.returncode, p.stderr, p.stdout
-        except json.JSONDecodeError:
-            return None, p.returncode, p.stderr + p.stdout[:300], ""
+    once = ["--once"] if mode == "once" else []
+    return run_scan(opts, ["--fast", "--timeout", "30"] + once + [path], parity=bool(once))
 
 
 def scan_dvb(opts, path, mode, work):
@@ -259,9 +249,9 @@ def scan_dvb(opts, path, mode, work):
                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     try:
         if not emu.stdout.readline().startswith("ready"):
-            return None, -1, "the emulator did not mount: " + emu.stderr.read()
-        return run_scan(opts.scan, ["--dvb", root + "/adapter0", "--timeout",
-                                    "6" if mode == "once" else "30"], 60)
+            return None, -1, "the emulator did not mount: " + emu.stderr.read(), None
+        return run_scan(opts, ["--dvb", root + "/adapter0", "--timeout",
+                               "6" if mode == "once" else "30"])
     finally:
         emu.terminate()
         emu.wait(10)
@@ -270,14 +260,9 @@ def scan_dvb(opts, path, mode, work):
 
 def main():
     ap = argparse.ArgumentParser()
-    ap.add_argument("--corpus", required=True)
-    ap.add_argument("--scan", required=True)
-    ap.add_argument("--emu")
-    ap.add_argument("--sources", default="sim")
-    ap.add_argument("--modes", default="once,loop")
-    ap.add_argument("--only", default="")
-    ap.add_argument("--keep")
-    ap.add_argument("--jobs", type=int, default=4)
+    for name, default in (("corpus", None), ("scan", None), ("emu", None), ("sources", "sim"),
+                          ("modes", "once,loop"), ("only", ""), ("keep", None), ("jobs", "4")):
+        ap.add_argument("--" + name, default=default, required=name in ("corpus", "scan"))
     opts = ap.parse_args()
     work = opts.keep or tempfile.mkdtemp(prefix="ostrel-corpus-")
     os.makedirs(work, exist_ok=True)
@@ -291,20 +276,14 @@ def main():
 
     def check(source, mode, case):
         path = os.path.join(work, case["file"])
-        text = ""
-        if source == "sim":
-            report, status, err, text = scan_sim(opts, path, mode)
-        else:
-            report, status, err = scan_dvb(opts, path, mode, work)
-        faults = []
-        if report and source == "sim" and mode == "once":
-            faults = parity(report, text)
-        faults += compare(case, mode, report, status) if report else [
-            f"no report (status {status}): {err.strip()[:200]}"]
-        return faults
+        report, status, err, text = (scan_sim(opts, path, mode) if source == "sim" else
+                                     scan_dvb(opts, path, mode, work))
+        if not report:
+            return [f"no report (status {status}): {err.strip()[:200]}"]
+        return (parity(report, text) if text is not None else []) + compare(case, mode, report, status)
 
     # The scans mostly wait (for time-outs, for the emulator): several at once.
-    with concurrent.futures.ThreadPoolExecutor(max_workers=opts.jobs) as pool:
+    with concurrent.futures.ThreadPoolExecutor(max_workers=int(opts.jobs)) as pool:
         for source in opts.sources.split(","):
             for mode in opts.modes.split(","):
                 results = pool.map(lambda case: check(source, mode, case), cases)
