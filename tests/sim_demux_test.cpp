@@ -57,12 +57,11 @@ TEST(SectionDemux, SectionHeaderSplitOverTwoPacketsIsJoined) {
   Bytes second = longSection(0x02, 2, filler(30));
   // Packet 1: pointer 0, first (181 bytes), then the first 2 bytes of
   // second's 3-byte header; packet 2 has the rest.
-  Bytes p1payload = {0x00};
-  p1payload.insert(p1payload.end(), first.begin(), first.end());
-  p1payload.insert(p1payload.end(), second.begin(), second.begin() + 2);
-  ASSERT_EQ(184u, p1payload.size());
-  Bytes p2payload(second.begin() + 2, second.end());
-  d.pushPackets({packet(kPid, true, 0, p1payload), packet(kPid, false, 1, p2payload)});
+  unsigned char cc = 0;
+  const std::vector<Bytes> packets = packetize(kPid, {first, second}, &cc);
+  ASSERT_EQ(Bytes(second.begin(), second.begin() + 2),
+            Bytes(packets[0].end() - 2, packets[0].end()));
+  d.pushPackets(packets);
   ASSERT_EQ(2u, d.sink.entries.size());
   EXPECT_EQ(second, d.sink.entries[1].data);
 }

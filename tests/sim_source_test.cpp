@@ -60,19 +60,8 @@ int freeUdpPort() {
 // extension of extensionWords words when asked, and padding bytes after the
 // payload.
 Bytes rtp(const Bytes& payload, unsigned int csrcs, int extensionWords, unsigned int padding) {
-  Bytes out = {static_cast<unsigned char>(0x80 | (padding ? 0x20 : 0) |
-                                          (extensionWords >= 0 ? 0x10 : 0) | csrcs),
-               33,
-               0x12,
-               0x34,
-               0,
-               0,
-               0,
-               1,
-               0xCA,
-               0xFE,
-               0xBA,
-               0xBE};
+  const unsigned char first = (padding ? 0xA0 : 0x80) | (extensionWords >= 0 ? 0x10 : 0) | csrcs;
+  Bytes out = {first, 33, 0x12, 0x34, 0, 0, 0, 1, 0xCA, 0xFE, 0xBA, 0xBE};
   out.insert(out.end(), 4 * csrcs, 0x47);  // CSRCs that look like sync bytes
   if (extensionWords >= 0) {
     out.insert(out.end(), {0xBE, 0xDE, 0, static_cast<unsigned char>(extensionWords)});
