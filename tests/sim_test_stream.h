@@ -33,9 +33,8 @@ inline Bytes shortSection(unsigned char tableId, const Bytes& body) {
 
 inline Bytes filler(size_t n, unsigned char seed = 1) {
   Bytes b(n);
-  for (size_t i = 0; i < n; ++i) {
+  for (size_t i = 0; i < n; ++i)
     b[i] = static_cast<unsigned char>(seed + i * 7);
-  }
   return b;
 }
 
@@ -46,9 +45,7 @@ inline Bytes packet(unsigned short pid, bool pusi, unsigned char cc, const Bytes
   p[1] = static_cast<unsigned char>((pusi ? 0x40 : 0) | ((pid >> 8) & 0x1F));
   p[2] = static_cast<unsigned char>(pid & 0xFF);
   p[3] = static_cast<unsigned char>(0x10 | (cc & 0x0F));
-  for (size_t i = 0; i < payload.size() && i < 184; ++i) {
-    p[4 + i] = payload[i];
-  }
+  std::copy_n(payload.begin(), std::min<size_t>(payload.size(), 184), p.begin() + 4);
   return p;
 }
 
@@ -64,17 +61,14 @@ inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>
     all.insert(all.end(), s.begin(), s.end());
   }
   std::vector<Bytes> packets;
-  size_t pos = 0;
-  size_t nextStart = 0;
+  size_t pos = 0, nextStart = 0;
   while (pos < all.size()) {
-    while (nextStart < starts.size() && starts[nextStart] < pos) {
+    while (nextStart < starts.size() && starts[nextStart] < pos)
       ++nextStart;
-    }
     bool pusi = nextStart < starts.size() && starts[nextStart] < pos + 183;
     Bytes payload;
-    if (pusi) {
+    if (pusi)
       payload.push_back(static_cast<unsigned char>(starts[nextStart] - pos));
-    }
     size_t room = 184 - payload.size();
     if (!pusi && nextStart < starts.size() && starts[nextStart] == pos + 183) {
       room = 183;  // the next section must start in a packet of its own
@@ -90,9 +84,8 @@ inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>
 
 inline Bytes join(const std::vector<Bytes>& parts) {
   Bytes all;
-  for (const Bytes& p : parts) {
+  for (const Bytes& p : parts)
     all.insert(all.end(), p.begin(), p.end());
-  }
   return all;
 }
 
