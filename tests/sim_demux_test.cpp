@@ -26,9 +26,8 @@ struct Demux {
   }
   void finish() { packetizer.finish(&demux); }
   void pushPackets(const std::vector<Bytes>& packets) {
-    for (const Bytes& p : packets) {
+    for (const Bytes& p : packets)
       demux.pushPacket(p.data());
-    }
   }
 };
 
@@ -174,9 +173,8 @@ TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageTornPacketsAndATruncatedTail
         record.insert(record.end(), 16, tc.extra);
       if (i == packets.size())
         record.resize(50);
-      if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket == 0) {
+      if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket == 0)
         record.resize(100);
-      }
       stream.insert(stream.end(), record.begin(), record.end());
       if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket > 0) {
         Bytes garbage(tc.garbageAfterPacket, 0x00);
