@@ -42,14 +42,10 @@ def states(report):
     """The scan's state of each table: complete, "K of N", or missing."""
     out = {}
     for table in TABLES:
-        state = "missing"
-        if any(q["what"] == table and q["outcome"] == "delivered" for q in report["requests"]):
-            state = "complete"
-        for note in report["incomplete"]:
-            m = re.match(table + r": (\d+ of \d+) sections$", note)
-            if m:
-                state = m.group(1)
-        out[table] = state
+        parts = [m.group(1) for note in report["incomplete"]
+                 if (m := re.match(table + r": (\d+ of \d+) sections$", note))]
+        came = any(q["what"] == table and q["outcome"] == "delivered" for q in report["requests"])
+        out[table] = parts[-1] if parts else "complete" if came else "missing"
     return out
 
 
@@ -99,21 +95,18 @@ def compare(case, mode, report, status):
         for t in case["services"]:
             if t["names"] and reported.get(t["id"], {}).get("name") not in allowed(t):
                 faults.append(f"service {t['id']:#06x} has no name from the SDT")
+    came = ("delivered", "from cache")
     if mode == "loop":
         for t in case["services"]:
             s = reported.get(t["id"])
-            if s is None or t["pmtPid"] is None or s["pmtPid"] is None:
-                continue
-            if t["pmt"] != (s["pmt"] in ("delivered", "from cache")):
+            if s and None not in (t["pmtPid"], s["pmtPid"]) and t["pmt"] != (s["pmt"] in came):
                 faults.append(f"PMT of {t['id']:#06x} {s['pmt']}, expected "
                               + ("delivered" if t["pmt"] else "none"))
     # Looped, every PMT the stream carries comes; once, a PMT carried before
     # its request could see it may be missed: the report says which came.
-    if mode == "loop":
-        pmts_whole = all(t["pmt"] for t in case["services"] if t["pmtPid"] is not None)
-    else:
-        pmts_whole = all(s["pmt"] in ("delivered", "from cache")
-                         for s in report["services"] if s["pmtPid"] is not None)
+    pmts_whole = (all(t["pmt"] for t in case["services"] if t["pmtPid"] is not None)
+                  if mode == "loop" else
+                  all(s["pmt"] in came for s in report["services"] if s["pmtPid"] is not None))
     whole = all(s in ("complete", "missing") for s in truth_states.values()) and pmts_whole
     want = 3 if truth_states["PAT"] == "missing" else 0 if whole else 4
     if status != want:
@@ -123,17 +116,9 @@ def compare(case, mode, report, status):
 
 def escaped(text):
     """A name as both outputs write it: a line break (CR LF, CR or LF) is \\n."""
-    out = []
-    for c in text.replace("\r\n", "\n").replace("\r", "\n"):
-        if c in '"\\':
-            out.append("\\" + c)
-        elif c == "\n":
-            out.append("\\n")
-        elif ord(c) < 0x20 or ord(c) == 0x7F:
-            out.append(f"\\u{ord(c):04x}")
-        else:
-            out.append(c)
-    return "".join(out)
+    return "".join("\\" + c if c in '"\\' else "\\n" if c == "\n" else
+                   f"\\u{ord(c):04x}" if ord(c) < 0x20 or ord(c) == 0x7F else c
+                   for c in text.replace("\r\n", "\n").replace("\r", "\n"))
 
 
 def renderings(value):
