@@ -38,18 +38,16 @@ const short kPmtPid = 0x0100, kSilentPid = 0x1FF0;
 // run on where the file loops.
 std::string testStream() {
   TPATBuilder pat;
-  std::vector<std::pair<unsigned short, Bytes>> sections;
-  for (unsigned short i = 0; i < kPrograms; ++i) {
+  for (unsigned short i = 0; i < kPrograms; ++i)
     pat.addProgram(1 + i, kPmtPid + i);
-    sections.push_back(
-        {kPmtPid + i, TPMTBuilder().setProgramNumber(1 + i).setPcrPid(kPmtPid).build()});
-  }
-  sections.push_back({0x0000, pat.setTransportStreamId(1).build()});
+  const Bytes patSection = pat.setTransportStreamId(1).build();
   Bytes all;
   TsPacketWriter writer(&all);
   for (int pass = 0; pass < 16; ++pass) {
-    for (const auto& s : sections)
-      writer.writeSection(s.first, s.second);
+    writer.writeSection(0x0000, patSection);
+    for (unsigned short i = 0; i < kPrograms; ++i)
+      writer.writeSection(kPmtPid + i,
+                          TPMTBuilder().setProgramNumber(1 + i).setPcrPid(kPmtPid).build());
   }
   const std::string path = OSTREL_TEST_WORK "/dvb-server-test.ts";
   std::ofstream(path, std::ios::binary)
