@@ -101,8 +101,7 @@ TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
     const auto before = held();
     {
       Emulator emulator(stream, c.options);
-      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted. "
-                               << emulatorUnavailable();
+      ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
       SimTest::RecordingDestination destination;
       DvbServer dvb({emulator.adapter()}, DvbServer::Options());
       dvb.setDataDestination(&destination);
@@ -134,8 +133,7 @@ TEST(DvbServerTest, TunerListSynchronousRequestsAndControlsAnswerOnTheCallersThr
   const auto before = held();
   {
     Emulator emulator(testStream(), "");
-    ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted. "
-                             << emulatorUnavailable();
+    ASSERT_TRUE(emulator.ok) << "the emulated adapter could not be mounted";
     DvbServer::Options options;
     options.syncTimeoutMs = 300;
     DvbServer dvb({emulator.adapter(), emulator.m_root + "/adapter9"}, options);

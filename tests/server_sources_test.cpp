@@ -110,7 +110,7 @@ struct Source {
 #ifdef OSTREL_DVB_EMU
     if (name != "simulator") {
       emulator.reset(new Emulator(path, " --fast --once --start-with " + std::to_string(pids)));
-      EXPECT_TRUE(emulator->ok) << emulatorUnavailable();
+      EXPECT_TRUE(emulator->ok) << "the emulated adapter could not be mounted";
       dvb.reset(new DvbServer({emulator->adapter()}, DvbServer::Options()));
       server = dvb.get();
       return;
