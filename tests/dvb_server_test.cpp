@@ -10,7 +10,6 @@
 #include "EmulatedAdapter.h"
 #include "SectionMatch.h"
 #include "TCommand.h"
-#include "TDataRequestCommand.h"
 #include "TGetTunerListCommand.h"
 #include "TGetTunerListResponse.h"
 #include "TPATBuilder.h"
@@ -59,15 +58,6 @@ struct Key {
   short pid, tableId, tableIdExt;
 };
 
-int sendOpen(GingaServer* server, const Key& key) {
-  auto* request =
-      static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
-  request->setEndPoint(server), request->setOpen(1), request->setTunerId(0);
-  request->setPid(key.pid), request->setTableId(key.tableId);
-  request->setTableIdExt(key.tableIdExt), request->setTimeOut(2);
-  return request->send(NULL);  // the server holds it from here on
-}
-
 TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
   std::vector<Key> pmts;
   for (unsigned int i = 0; i < kPrograms; ++i)
@@ -106,7 +96,7 @@ TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
       DvbServer dvb({emulator.adapter()}, DvbServer::Options());
       dvb.setDataDestination(&destination);
       for (const Key& key : c.requests)
-        EXPECT_EQ(1, sendOpen(&dvb, key));
+        EXPECT_EQ(1, SimTest::openRequest(&dvb, key.pid, key.tableId, key.tableIdExt, 2));
       auto done = [&] {
         return dvb.getPendingRequestCount() == 0 && dvb.getOpenFilterCount() == 0;
       };

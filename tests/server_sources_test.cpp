@@ -14,8 +14,6 @@
 #include "EmulatedAdapter.h"
 #endif
 #include "SectionMatch.h"
-#include "TCommand.h"
-#include "TDataRequestCommand.h"
 #include "TsPacketWriter.h"
 #include "sim_test_stream.h"
 
@@ -37,14 +35,7 @@ struct Key {
 class TableGatherer : public GingaDataDestination {
  public:
   void bind(GingaServer* server) { m_pServer = server, server->setDataDestination(this); }
-  void ask(const Key& key) {
-    auto* request =
-        static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
-    request->setEndPoint(m_pServer), request->setOpen(1), request->setTunerId(0);
-    request->setPid(key.pid), request->setTableId(key.tableId), request->setTableIdExt(key.ext);
-    request->setTimeOut(1);
-    request->send(NULL);
-  }
+  void ask(const Key& key) { openRequest(m_pServer, key.pid, key.tableId, key.ext, 1); }
   int injectData(int, short pid, short tableId, short ext, void*, unsigned char* data,
                  unsigned int size) override {
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -11,7 +11,10 @@
 #include <vector>
 
 #include "GingaDataDestination.h"
+#include "GingaServer.h"
 #include "SectionSink.h"
+#include "TCommand.h"
+#include "TDataRequestCommand.h"
 #include "TSectionWriter.h"
 
 namespace SimTest {
@@ -87,6 +90,17 @@ inline Bytes join(const std::vector<Bytes>& parts) {
   for (const Bytes& p : parts)
     all.insert(all.end(), p.begin(), p.end());
   return all;
+}
+
+// Sends an open data request for tuner 0; from then on the server owns it.
+inline int openRequest(Ostrel::GingaServer* server, short pid, short tableId, short ext,
+                       unsigned int timeOut) {
+  auto* request = static_cast<Ostrel::TDataRequestCommand*>(
+      Ostrel::TCommand::commandFactory(Ostrel::TDataRequestCommand::kCode));
+  request->setEndPoint(server), request->setOpen(1), request->setTunerId(0);
+  request->setPid(pid), request->setTableId(tableId), request->setTableIdExt(ext);
+  request->setTimeOut(timeOut);
+  return request->send(NULL);
 }
 
 // Records the sections a demultiplexer hands on.
