@@ -5,23 +5,11 @@ compares what the scan reports with each stream's truth.
   corpus_check.py --corpus OSTREL-CORPUS --scan OSTREL-SCAN [--emu OSTREL-DVB-EMU]
                   [--sources sim,dvb] [--modes once,loop] [--only TEXT] [--keep DIR]
 
-Sources: sim (the simulator plays the file: --fast --once, and looping --fast),
-dvb (ostrel-dvb-emu plays it on an emulated adapter, --once or looping; needs
-root and /dev/fuse, run under unshare -m). For each stream and run:
-
-- each of PAT, SDT, NIT is reported complete, "K of N" sections (once) or
-  incomplete (looped), or missing, as the truth says;
-- no name from a section that failed its CRC, of another table or of a version
-  not current (the truth's traps, named "BAD"), nor names of two versions;
-- with the PAT complete: the transport stream id, the services and their PMT
-  PIDs; with the SDT complete: every name one the truth allows; looped: every
-  PMT the stream carries delivered, and no other;
-- the exit status: 3 without a PAT, 4 when a table stayed incomplete or a
-  PMT the PAT names did not come, else 0;
-- simulator, once: the text (with --health) and the JSON of the same scan
-  (--save-json) say the same, fact by fact: every JSON record has a text line
-  that shows each of its facts, and every text line is such a line.
-
+Sources: sim (the simulator plays the file, --fast, once and looping), dvb
+(ostrel-dvb-emu plays it on an emulated adapter; root, /dev/fuse, unshare -m).
+Each run is held to the truth (compare: the state of each table, no name from
+a trap named "BAD" or of two versions, the services, PMTs and exit status);
+the simulator's once runs also to the parity of their text and JSON (parity).
 Prints one line per failure and a summary; exit status 1 on any failure.
 """
 
@@ -50,7 +38,13 @@ def states(report):
 
 
 def compare(case, mode, report, status):
-    """The differences between a report and the truth, as sentences."""
+    """The differences between a report and the truth, as sentences: each
+    table's state (complete, "K of N" once, incomplete looped, or missing); no
+    trap's name ("BAD": a bad CRC, another table, a version not current) nor
+    names of two versions; with the PAT complete, the transport stream id, the
+    services and their PMT PIDs; with the SDT complete, every name one the truth
+    allows; looped, every PMT carried delivered and no other; exit status 3
+    without a PAT, 4 when a table or a PMT the PAT names did not come, else 0."""
     faults = []
     truth_states = case[mode]
     got = states(report)
