@@ -18,17 +18,11 @@ ChannelScan::Service service(unsigned short id, const std::string& name, unsigne
                              std::vector<std::pair<unsigned char, unsigned short>> streams,
                              bool inPat = true, bool partial = false) {
   ChannelScan::Service s;
-  s.id = id;
-  s.inPat = inPat;
-  s.name = name;
-  s.provider = "Prov:1";
-  s.pcrPid = pcr;
-  s.partialReception = partial;
+  s.id = id, s.inPat = inPat, s.name = name, s.provider = "Prov:1";
+  s.pcrPid = pcr, s.partialReception = partial;
   for (auto& e : streams) {
-    ChannelScan::Stream stream;
-    stream.type = e.first;
-    stream.pid = e.second;
-    s.streams.push_back(stream);
+    s.streams.push_back(ChannelScan::Stream());
+    s.streams.back().type = e.first, s.streams.back().pid = e.second;
   }
   return s;
 }
@@ -41,16 +35,14 @@ std::vector<ChannelScan::Result> results() {
   a.transportStreamId = 0x0640;
   a.originalNetworkId = 0x0641;
   a.frequenciesHz = {575142857, 581142857};
-  a.transmissionMode = 3;
-  a.guardInterval = 1;
+  a.transmissionMode = 3, a.guardInterval = 1;
   a.services = {service(0xE760, "Ostrel HD", 0x111, {{0x1B, 0x111}, {0x0F, 0x112}, {0x06, 0x114}}),
                 service(0xE761, "A:b,c;d\n", 0x100, {{0x02, 0x120}, {0x03, 0x121}, {0x81, 0x122}}),
                 service(0xE762, "Only in the SDT", 0, {}, false),
                 service(0xE778, "Ostrel 1seg", 0x181, {{0x1B, 0x181}, {0x0F, 0x183}}, true, true)};
   ChannelScan::Result b;
   b.hasPat = true;
-  b.transportStreamId = 7;
-  b.networkId = 9;
+  b.transportStreamId = 7, b.networkId = 9;
   b.services = {service(3, "", 0, {{0x0D, 0x200}, {0x0D, 0x201}})};
   ChannelScan::Result none;
   none.services = {service(5, "No PAT", 0, {})};
