@@ -43,12 +43,18 @@ struct PacketCollector : TsPacketSink {
   }
 };
 
-// A loopback UDP port that nothing uses at the moment.
-int freeUdpPort() {
-  int fd = socket(AF_INET, SOCK_DGRAM, 0);
+sockaddr_in loopback(uint16_t port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+// A loopback UDP port that nothing uses at the moment.
+uint16_t freeUdpPort() {
+  int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in address = loopback(0);
   socklen_t size = sizeof(address);
   bind(fd, reinterpret_cast<sockaddr*>(&address), size);
   getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
@@ -172,19 +178,17 @@ TEST(TransportStreamSource, NetworkInputsByScheme) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    const std::string url = row.scheme + std::string("127.0.0.1:") + std::to_string(freeUdpPort());
+    const uint16_t port = freeUdpPort();
+    const std::string url = row.scheme + std::string("127.0.0.1:") + std::to_string(port);
     std::string error;
     std::unique_ptr<TransportStreamSource> source = TransportStreamSource::openFile(url, &error);
     ASSERT_TRUE(source) << error;
     EXPECT_TRUE(source->isNetwork());
     int sender = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    to.sin_port = htons(static_cast<uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
+    const sockaddr_in to = loopback(port);
     ASSERT_EQ(static_cast<ssize_t>(row.datagram.size()),
               sendto(sender, row.datagram.data(), row.datagram.size(), 0,
-                     reinterpret_cast<sockaddr*>(&to), sizeof(to)));
+                     reinterpret_cast<const sockaddr*>(&to), sizeof(to)));
     close(sender);
     TsPacketizer packetizer;
     ASSERT_EQ(TransportStreamSource::kData, source->read(&packetizer, 1 << 16, 5000));
