@@ -33,36 +33,27 @@ struct Demux {
 
 }  // namespace
 
-TEST(SectionDemux, ReassemblesSectionsAcrossPacketsAndSeveralPerPacket) {
+TEST(SectionDemux, ReassemblesSectionsAcrossPacketsSeveralPerPacketAndSplitHeaders) {
   Demux d;
-  Bytes big = longSection(0x02, 7, filler(1000));
-  Bytes small1 = longSection(0x02, 8, filler(10, 3));
-  Bytes small2 = longSection(0x02, 9, filler(20, 5));
-  Bytes small3 = shortSection(0x70, filler(5, 9));
+  // The first packet: pointer 0, first (181 bytes), then 2 bytes of the
+  // 3-byte header of second; the next packet has the rest.
+  const Bytes first = longSection(0x02, 1, filler(181 - 12)), second = longSection(0x02, 2, {});
+  const Bytes big = longSection(0x02, 7, filler(1000)),
+              small1 = longSection(0x02, 8, filler(10, 3));
+  const Bytes small2 = longSection(0x02, 9, filler(20, 5)),
+              small3 = shortSection(0x70, filler(5, 9));
+  const std::vector<Bytes> expected = {first, second, big, small1, small2, small3, big};
   unsigned char cc = 4;
-  d.pushPackets(packetize(kPid, {big, small1, small2, small3, big}, &cc));
-  const Bytes expected[] = {big, small1, small2, small3, big};
-  ASSERT_EQ(5u, d.sink.entries.size());
-  for (int i = 0; i < 5; ++i)
+  const std::vector<Bytes> packets = packetize(kPid, expected, &cc);
+  ASSERT_EQ(Bytes(second.begin(), second.begin() + 2),
+            Bytes(packets[0].end() - 2, packets[0].end()));
+  d.pushPackets(packets);
+  ASSERT_EQ(expected.size(), d.sink.entries.size());
+  for (size_t i = 0; i < expected.size(); ++i)
     EXPECT_EQ(expected[i], d.sink.entries[i].data) << i;
   EXPECT_EQ(3, d.sink.entries[0].tunerId);
   EXPECT_EQ(kPid, d.sink.entries[0].pid);
   EXPECT_EQ(0u, d.demux.getStatistics().ccErrors);
-}
-
-TEST(SectionDemux, SectionHeaderSplitOverTwoPacketsIsJoined) {
-  Demux d;
-  Bytes first = longSection(0x02, 1, filler(181 - 12));
-  Bytes second = longSection(0x02, 2, filler(30));
-  // Packet 1: pointer 0, first (181 bytes), then the first 2 bytes of
-  // second's 3-byte header; packet 2 has the rest.
-  unsigned char cc = 0;
-  const std::vector<Bytes> packets = packetize(kPid, {first, second}, &cc);
-  ASSERT_EQ(Bytes(second.begin(), second.begin() + 2),
-            Bytes(packets[0].end() - 2, packets[0].end()));
-  d.pushPackets(packets);
-  ASSERT_EQ(2u, d.sink.entries.size());
-  EXPECT_EQ(second, d.sink.entries[1].data);
 }
 
 TEST(SectionDemux, RepeatedPacketIsIgnoredAndAdaptationOnlyPacketKeepsTheCounter) {
