@@ -143,21 +143,19 @@ TEST(DvbServerTest, TunerListSynchronousRequestsAndControlsAnswerOnTheCallersThr
     tuners->getTunerId(0, &id), tuners->getTunerType(0, &type);
     EXPECT_EQ(std::make_pair(0, 1), std::make_pair(id, int(type)));
 
-    struct {
-      Key key;
-      int result;
-    } syncs[] = {
-        {{0x0000, 0x00, 0}, 1}, {{short(kPmtPid + 7), 0x02, 8}, 1}, {{kSilentPid, 0x02, 1}, 0}};
-    for (const auto& s : syncs) {
+    const std::pair<Key, int> syncs[] = {// a request, and whether it is answered
+                                         {{0x0000, 0x00, 0}, 1},
+                                         {{short(kPmtPid + 7), 0x02, 8}, 1},
+                                         {{kSilentPid, 0x02, 1}, 0}};
+    for (const auto& [key, answered] : syncs) {
       TSyncDataRequestCommand sync;
-      sync.setEndPoint(&dvb);
-      sync.setTunerId(0), sync.setPid(s.key.pid);
-      sync.setTableId(s.key.tableId), sync.setTableIdExt(s.key.tableIdExt);
+      sync.setEndPoint(&dvb), sync.setTunerId(0), sync.setPid(key.pid);
+      sync.setTableId(key.tableId), sync.setTableIdExt(key.tableIdExt);
       const size_t had = destination.injections().size();
-      EXPECT_EQ(s.result, sync.send(NULL)) << s.key.pid;
+      EXPECT_EQ(answered, sync.send(NULL)) << key.pid;
       const auto injections = destination.injections();  // before send returned
-      ASSERT_EQ(had + s.result, injections.size());
-      EXPECT_EQ(s.result ? s.key.tableIdExt : -1, s.result ? injections.back().tableIdExt : -1);
+      ASSERT_EQ(had + answered, injections.size());
+      EXPECT_EQ(answered ? key.tableIdExt : -1, answered ? injections.back().tableIdExt : -1);
     }
     std::unique_ptr<TCommand> key(TCommand::commandFactory(0x209));
     key->setEndPoint(&dvb);
