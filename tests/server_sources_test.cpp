@@ -137,21 +137,20 @@ std::vector<Bytes> table(unsigned char tableId, unsigned short ext, unsigned cha
   return sections;
 }
 
-// A stream: runs of sections on PIDs, in order, then null packets.
+// A stream: runs of sections on PIDs, in order, each section from the start
+// of a packet, then null packets.
 struct Burst {
   unsigned short pid;
   std::vector<Bytes> sections;
 };
 std::string writeStream(const std::string& name, const std::vector<Burst>& runs) {
-  std::map<unsigned short, unsigned char> cc;
   Bytes stream;
-  for (const Burst& run : runs) {
-    Bytes packets = join(packetize(run.pid, run.sections, &cc[run.pid]));
-    stream.insert(stream.end(), packets.begin(), packets.end());
-  }
-  TsPacketWriter nulls(&stream);
+  TsPacketWriter writer(&stream);
+  for (const Burst& run : runs)
+    for (const Bytes& section : run.sections)
+      writer.writeSection(run.pid, section);
   for (int i = 0; i < 20; ++i)
-    nulls.writeNull();
+    writer.writeNull();
   const std::string path = OSTREL_TEST_WORK "/" + name + ".ts";
   std::ofstream(path, std::ios::binary)
       .write(reinterpret_cast<const char*>(stream.data()), std::streamsize(stream.size()));
@@ -160,15 +159,13 @@ std::string writeStream(const std::string& name, const std::vector<Burst>& runs)
 
 std::vector<Burst> interleave(const std::vector<Burst>& runs) {
   std::vector<Burst> out;
-  for (size_t i = 0;; ++i) {
-    size_t before = out.size();
-    for (const Burst& run : runs) {
+  for (size_t i = 0, more = 1; more; ++i) {
+    more = 0;
+    for (const Burst& run : runs)
       if (i < run.sections.size())
-        out.push_back({run.pid, {run.sections[i]}});
-    }
-    if (out.size() == before)
-      return out;
+        out.push_back({run.pid, {run.sections[i]}}), more = 1;
   }
+  return out;
 }
 
 Bytes damaged(Bytes section) {
