@@ -289,7 +289,7 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
     const char* what;
     const ChannelScan::Result* result;
     const StreamHealth* health;
-    std::vector<std::string> inText, inJson, notInText, notInJson;
+    std::vector<std::string> inText, inJson, inNeither;
   } const cases[] = {
       {"names and states",
        &full,
@@ -300,7 +300,6 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
        {"\"Rede \\\"Ostrel\\\"\\\\\\nSul\"", "\"Sao Paulo\\nCanal\\u0009de nome muito longo\"",
         "\"pmt\": \"not in the PAT\"", "\"pmt\": \"from cache\"", "\"errorCode\": -3",
         "\"health\": null", "\"originalNetworkId\": null", "\"name\": null"},
-       {"\\n\\n", "\\r", "\\u000d"},
        {"\\n\\n", "\\r", "\\u000d"}},
       {"delivery without a PAT",
        &noPat,
@@ -311,7 +310,6 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
        {"\"transportStream\": null", "\"transmissionMode\": 2", "\"guardInterval\": \"1/4\"",
         "\"crcErrors\": 0, \"ccErrors\": 0", "\"crcErrors\": null, \"ccErrors\": null",
         "\"verdict\": \"too soon and too late\"", "\"clock\": \"PCR\""},
-       {},
        {}},
       {"section filters",
        &noPat,
@@ -319,8 +317,7 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
        {"stream time not seen", "0x0000  n/a       4           n/a"},
        {"\"streamSeconds\": null", "\"packets\": null, \"crcErrors\": 4, \"ccErrors\": null",
         "\"healthTables\": []"},
-       {"Shortest"},
-       {"\"ccErrors\": 0"}},
+       {"Shortest", "\"ccErrors\": 0"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -359,6 +356,6 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
         EXPECT_EQ(there, in.find(part) != std::string::npos) << part << "\n" << in;
     };
     check(text, c.inText, true), check(json, c.inJson, true);
-    check(text, c.notInText, false), check(json, c.notInJson, false);
+    check(text, c.inNeither, false), check(json, c.inNeither, false);
   }
 }
