@@ -54,9 +54,7 @@ std::string testStream() {
   return path;
 }
 
-struct Key {
-  short pid, tableId, tableIdExt;
-};
+using SimTest::Key;
 
 TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
   std::vector<Key> pmts;
@@ -96,7 +94,7 @@ TEST(DvbServerTest, RequestsEndAnsweredOrFailedThroughTheEmulatedDemux) {
       DvbServer dvb({emulator.adapter()}, DvbServer::Options());
       dvb.setDataDestination(&destination);
       for (const Key& key : c.requests)
-        EXPECT_EQ(1, SimTest::openRequest(&dvb, key.pid, key.tableId, key.tableIdExt, 2));
+        EXPECT_EQ(1, SimTest::openRequest(&dvb, key.pid, key.tableId, key.ext, 2));
       auto done = [&] {
         return dvb.getPendingRequestCount() == 0 && dvb.getOpenFilterCount() == 0;
       };
@@ -150,12 +148,12 @@ TEST(DvbServerTest, TunerListSynchronousRequestsAndControlsAnswerOnTheCallersThr
     for (const auto& [key, answered] : syncs) {
       TSyncDataRequestCommand sync;
       sync.setEndPoint(&dvb), sync.setTunerId(0), sync.setPid(key.pid);
-      sync.setTableId(key.tableId), sync.setTableIdExt(key.tableIdExt);
+      sync.setTableId(key.tableId), sync.setTableIdExt(key.ext);
       const size_t had = destination.injections().size();
       EXPECT_EQ(answered, sync.send(NULL)) << key.pid;
       const auto injections = destination.injections();  // before send returned
       ASSERT_EQ(had + answered, injections.size());
-      EXPECT_EQ(answered ? key.tableIdExt : -1, answered ? injections.back().tableIdExt : -1);
+      EXPECT_EQ(answered ? key.ext : -1, answered ? injections.back().tableIdExt : -1);
     }
     std::unique_ptr<TCommand> key(TCommand::commandFactory(0x209));
     key->setEndPoint(&dvb);

@@ -22,13 +22,6 @@ using namespace SimTest;
 
 namespace {
 
-struct Key {
-  short pid, tableId, ext;
-  bool operator<(const Key& o) const {
-    return std::make_tuple(pid, tableId, ext) < std::make_tuple(o.pid, o.tableId, o.ext);
-  }
-};
-
 // Asks for each key's table section by section, as a middleware does: the
 // next request goes out from the delivery thread as each section comes, until
 // the table is whole. Records what came, and any fault in it.

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "GingaDataDestination.h"
@@ -91,6 +92,14 @@ inline Bytes join(const std::vector<Bytes>& parts) {
     all.insert(all.end(), p.begin(), p.end());
   return all;
 }
+
+// A table as the middleware asks for it.
+struct Key {
+  short pid, tableId, ext;
+  bool operator<(const Key& o) const {
+    return std::make_tuple(pid, tableId, ext) < std::make_tuple(o.pid, o.tableId, o.ext);
+  }
+};
 
 // Sends an open data request for tuner 0; from then on the server owns it.
 inline int openRequest(Ostrel::GingaServer* server, short pid, short tableId, short ext,

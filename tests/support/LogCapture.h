@@ -16,12 +16,11 @@ struct LogLine {
 };
 
 // Captures every logged message while it lives; restores standard error after.
+// Not copyable (its mutex is not).
 class LogCapture {
  public:
   LogCapture() { ostrel_log_set_sink(&LogCapture::sink, this); }
   ~LogCapture() { ostrel_log_set_sink(nullptr, nullptr); }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
 
   std::vector<LogLine> lines() const {
     std::lock_guard<std::mutex> lock(m_mutex);
