@@ -16,6 +16,7 @@ Prints one line per failure and a summary; exit status 1 on any failure.
 import argparse
 import concurrent.futures
 import datetime
+import itertools
 import json
 import os
 import re
@@ -263,18 +264,15 @@ def main():
 
     # The scans mostly wait (for time-outs, for the emulator): several at once.
     with concurrent.futures.ThreadPoolExecutor(max_workers=int(opts.jobs)) as pool:
-        for source in opts.sources.split(","):
-            for mode in opts.modes.split(","):
-                results = pool.map(lambda case: check(source, mode, case), cases)
-                bad = 0
-                for case, faults in zip(cases, results):
-                    runs += 1
-                    for fault in faults:
-                        print(f"FAIL {source} {mode} {case['file']}: {fault}")
-                    bad += bool(faults)
-                print(f"{source} {mode}: {len(cases) - bad} of {len(cases)} streams right",
-                      flush=True)
-                failures += bad
+        for source, mode in itertools.product(opts.sources.split(","), opts.modes.split(",")):
+            results = pool.map(lambda case: check(source, mode, case), cases)
+            bad = 0
+            for case, faults in zip(cases, results):
+                for fault in faults:
+                    print(f"FAIL {source} {mode} {case['file']}: {fault}")
+                bad += bool(faults)
+            print(f"{source} {mode}: {len(cases) - bad} of {len(cases)} streams right", flush=True)
+            runs, failures = runs + len(cases), failures + bad
     print(f"{runs - failures} of {runs} runs right")
     return 1 if failures else 0
 
