@@ -2,6 +2,7 @@
 // stream, the same requests, the same answers from each.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -63,10 +64,8 @@ class TableGatherer : public GingaDataDestination {
     for (int ms = 0; ms < 3000 && server->getOpenRequestCount() > 0; ms += 5) {
       {
         std::lock_guard<std::mutex> lock(m_mutex);
-        bool whole = true;
-        for (const Key& key : keys)
-          whole = whole && m_mapTables[key].whole();
-        if (whole)
+        if (std::all_of(keys.begin(), keys.end(),
+                        [&](const Key& k) { return m_mapTables[k].whole(); }))
           return;
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -120,9 +120,8 @@ TEST(SectionDemux, BadInputIsCountedAndNeverDelivered) {
 }
 
 TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageTornPacketsAndATruncatedTail) {
-  Bytes a = longSection(0x02, 1, filler(700, 1));
-  Bytes b = longSection(0x02, 2, filler(350, 2));
-  Bytes c = longSection(0x02, 3, filler(90, 3));
+  const Bytes a = longSection(0x02, 1, filler(700, 1)), b = longSection(0x02, 2, filler(350, 2)),
+              c = longSection(0x02, 3, filler(90, 3));
   struct Case {
     const char* name;
     unsigned int recordSize;    // 188, 192 (time stamp first) or 204 (parity after)
