@@ -60,10 +60,8 @@ inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>
                                     unsigned char* cc) {
   Bytes all;
   std::vector<size_t> starts;
-  for (const Bytes& s : sections) {
-    starts.push_back(all.size());
-    all.insert(all.end(), s.begin(), s.end());
-  }
+  for (const Bytes& s : sections)
+    starts.push_back(all.size()), all.insert(all.end(), s.begin(), s.end());
   std::vector<Bytes> packets;
   size_t pos = 0, nextStart = 0;
   while (pos < all.size()) {
@@ -73,11 +71,9 @@ inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>
     Bytes payload;
     if (pusi)
       payload.push_back(static_cast<unsigned char>(starts[nextStart] - pos));
-    size_t room = 184 - payload.size();
-    if (!pusi && nextStart < starts.size() && starts[nextStart] == pos + 183) {
-      room = 183;  // the next section must start in a packet of its own
-    }
-    size_t take = std::min(room, all.size() - pos);
+    // Where the next section would start at the last byte, it starts a packet of its own.
+    const bool last = !pusi && nextStart < starts.size() && starts[nextStart] == pos + 183;
+    const size_t take = std::min(184 - payload.size() - last, all.size() - pos);
     payload.insert(payload.end(), all.begin() + pos, all.begin() + pos + take);
     pos += take;
     packets.push_back(packet(pid, pusi, *cc, payload));
