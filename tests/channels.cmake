@@ -14,9 +14,8 @@ if(TARGET OstrelScan)
 endif()
 
 # The emulated adapter read by dvb-apps' scan and dvbdate, and dvbv5-zap
-# recording a service from the channel file of a scan of it (root, a private
-# mount namespace: dvb_needs.sh says what is missing; skipped, 77, without
-# dvbv5-zap).
+# recording from the channel file of a scan of it (root, a mount namespace:
+# dvb_needs.sh says what is missing; skipped, 77, without dvbv5-zap).
 if(TARGET ostrel-scan AND TARGET ostrel-dvb-emu AND TARGET OstrelDvbServer)
   add_test(NAME dvb_clients_check
            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/dvb_needs.sh

@@ -1,10 +1,8 @@
-# The robustness corpus (tools/corpus) through the scan and the truth of each
-# stream: on the simulator, and on an emulated DVB adapter (root, /dev/fuse, a
-# private mount namespace; fails, never skips, without them). Minutes, not
-# seconds: labelled "corpus", left out of the presets' test runs and run by
-# the CI step .ci/steps/42-corpus.sh (ctest -L corpus).
-# On a cross build the corpus is written and scanned on the simulator under
-# the target's emulator (qemu-user): the 32-bit, big-endian runs.
+# The robustness corpus (tools/corpus) through the scan against each stream's
+# truth, on the simulator and on an emulated DVB adapter (root, /dev/fuse, a
+# mount namespace; fails, never skips, without them). Minutes: labelled
+# "corpus", run by .ci/steps/42-corpus.sh (ctest -L corpus), not the presets.
+# Cross builds: the simulator's, under qemu-user (the 32-bit, big-endian runs).
 find_program(OSTREL_PYTHON3 python3)
 if(TARGET ostrel-corpus AND TARGET ostrel-scan AND OSTREL_PYTHON3)
   set(run_with "")

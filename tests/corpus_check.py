@@ -5,28 +5,18 @@ compares what the scan reports with each stream's truth.
   corpus_check.py --corpus OSTREL-CORPUS --scan OSTREL-SCAN [--emu OSTREL-DVB-EMU]
                   [--sources sim,dvb] [--modes once,loop] [--only TEXT] [--keep DIR]
 
-Sources: sim (the simulator plays the file: --fast --once, and looping --fast),
-dvb (ostrel-dvb-emu plays it on an emulated adapter, --once or looping; needs
-root and /dev/fuse, run under unshare -m). For each stream and run:
-
-- each of PAT, SDT, NIT is reported complete, "K of N" sections (once) or
-  incomplete (looped), or missing, as the truth says;
-- no name from a section that failed its CRC, of another table or of a version
-  not current (the truth's traps, named "BAD"), nor names of two versions;
-- with the PAT complete: the transport stream id, the services and their PMT
-  PIDs; with the SDT complete: every name one the truth allows; looped: every
-  PMT the stream carries delivered, and no other;
-- the exit status: 3 without a PAT, 4 when a table stayed incomplete or a
-  PMT the PAT names did not come, else 0;
-- simulator, once: the text (with --health) and the JSON of the same scan
-  (--save-json) say the same, fact by fact: every JSON record has a text line
-  that shows each of its facts, and every text line is such a line.
-
+Sources: sim (the simulator plays the file, --fast, once and looping), dvb
+(ostrel-dvb-emu plays it on an emulated adapter; root, /dev/fuse, unshare -m).
+Each run is held to the truth (compare: the state of each table, no name from
+a trap named "BAD" or of two versions, the services, PMTs and exit status);
+the simulator's once runs also to the parity of their text and JSON (parity).
 Prints one line per failure and a summary; exit status 1 on any failure.
 """
 
 import argparse
 import concurrent.futures
+import datetime
+import itertools
 import json
 import os
 import re
@@ -41,26 +31,21 @@ def states(report):
     """The scan's state of each table: complete, "K of N", or missing."""
     out = {}
     for table in TABLES:
-        state = "missing"
-        if any(q["what"] == table and q["outcome"] == "delivered" for q in report["requests"]):
-            state = "complete"
-        for note in report["incomplete"]:
-            m = re.match(table + r": (\d+ of \d+) sections$", note)
-            if m:
-                state = m.group(1)
-        out[table] = state
+        parts = [m.group(1) for note in report["incomplete"]
+                 if (m := re.match(table + r": (\d+ of \d+) sections$", note))]
+        came = any(q["what"] == table and q["outcome"] == "delivered" for q in report["requests"])
+        out[table] = parts[-1] if parts else "complete" if came else "missing"
     return out
 
 
-def expected_status(truth_states, pmts_whole):
-    if truth_states["PAT"] == "missing":
-        return 3
-    whole = all(s in ("complete", "missing") for s in truth_states.values())
-    return 0 if whole and pmts_whole else 4
-
-
 def compare(case, mode, report, status):
-    """The differences between a report and the truth, as sentences."""
+    """The differences between a report and the truth, as sentences: each
+    table's state (complete, "K of N" once, incomplete looped, or missing); no
+    trap's name ("BAD": a bad CRC, another table, a version not current) nor
+    names of two versions; with the PAT complete, the transport stream id, the
+    services and their PMT PIDs; with the SDT complete, every name one the truth
+    allows; looped, every PMT carried delivered and no other; exit status 3
+    without a PAT, 4 when a table or a PMT the PAT names did not come, else 0."""
     faults = []
     truth_states = case[mode]
     got = states(report)
@@ -71,6 +56,10 @@ def compare(case, mode, report, status):
         if want != have:
             faults.append(f"{table} {have}, expected {want}")
     truth = {s["id"]: s for s in case["services"]}
+
+    def allowed(t):
+        return t["names"] + (t["loopNames"] if mode == "loop" else [])
+
     for s in report["services"]:
         if "BAD" in s["name"] or "BAD" in s["provider"]:
             faults.append(f"service {s['id']:#06x} named {s['name']!r} (a trap)")
@@ -78,7 +67,7 @@ def compare(case, mode, report, status):
         if t is None:
             faults.append(f"service {s['id']:#06x} not in the stream")
             continue
-        if s["name"] and s["name"] not in t["names"] + (t["loopNames"] if mode == "loop" else []):
+        if s["name"] and s["name"] not in allowed(t):
             faults.append(f"service {s['id']:#06x} named {s['name']!r}, expected {t['names']}")
         if s["pmtPid"] is not None and s["pmtPid"] != t["pmtPid"]:
             faults.append(f"service {s['id']:#06x} PMT PID {s['pmtPid']}, expected {t['pmtPid']}")
@@ -99,25 +88,22 @@ def compare(case, mode, report, status):
                           f"{sorted(want - have)} missing")
     if truth_states["SDT"] == "complete":
         for t in case["services"]:
-            if t["names"] and reported.get(t["id"], {}).get("name") not in t["names"] + (
-                    t["loopNames"] if mode == "loop" else []):
+            if t["names"] and reported.get(t["id"], {}).get("name") not in allowed(t):
                 faults.append(f"service {t['id']:#06x} has no name from the SDT")
+    came = ("delivered", "from cache")
     if mode == "loop":
         for t in case["services"]:
             s = reported.get(t["id"])
-            if s is None or t["pmtPid"] is None or s["pmtPid"] is None:
-                continue
-            if t["pmt"] != (s["pmt"] in ("delivered", "from cache")):
+            if s and None not in (t["pmtPid"], s["pmtPid"]) and t["pmt"] != (s["pmt"] in came):
                 faults.append(f"PMT of {t['id']:#06x} {s['pmt']}, expected "
                               + ("delivered" if t["pmt"] else "none"))
     # Looped, every PMT the stream carries comes; once, a PMT carried before
     # its request could see it may be missed: the report says which came.
-    if mode == "loop":
-        pmts_whole = all(t["pmt"] for t in case["services"] if t["pmtPid"] is not None)
-    else:
-        pmts_whole = all(s["pmt"] in ("delivered", "from cache")
-                         for s in report["services"] if s["pmtPid"] is not None)
-    want = expected_status(truth_states, pmts_whole)
+    pmts_whole = (all(t["pmt"] for t in case["services"] if t["pmtPid"] is not None)
+                  if mode == "loop" else
+                  all(s["pmt"] in came for s in report["services"] if s["pmtPid"] is not None))
+    whole = all(s in ("complete", "missing") for s in truth_states.values()) and pmts_whole
+    want = 3 if truth_states["PAT"] == "missing" else 0 if whole else 4
     if status != want:
         faults.append(f"exit status {status}, expected {want}")
     return faults
@@ -125,17 +111,9 @@ def compare(case, mode, report, status):
 
 def escaped(text):
     """A name as both outputs write it: a line break (CR LF, CR or LF) is \\n."""
-    out = []
-    for c in text.replace("\r\n", "\n").replace("\r", "\n"):
-        if c in '"\\':
-            out.append("\\" + c)
-        elif c == "\n":
-            out.append("\\n")
-        elif ord(c) < 0x20 or ord(c) == 0x7F:
-            out.append(f"\\u{ord(c):04x}")
-        else:
-            out.append(c)
-    return "".join(out)
+    return "".join("\\" + c if c in '"\\' else "\\n" if c == "\n" else
+                   f"\\u{ord(c):04x}" if ord(c) < 0x20 or ord(c) == 0x7F else c
+                   for c in text.replace("\r\n", "\n").replace("\r", "\n"))
 
 
 def renderings(value):
@@ -148,11 +126,8 @@ def renderings(value):
         return [f"{value:.1f}", f"{value:.3f}"]
     v = abs(value)
     offset = f"UTC{'-' if value < 0 else '+'}{v // 3600:02d}:{v % 3600 // 60:02d}"
-    date = ""
-    if value > 0:
-        import datetime
-        date = datetime.datetime.fromtimestamp(value, datetime.timezone.utc).strftime(
-            "%Y-%m-%d %H:%M:%S") if value < 253402300800 else ""
+    date = datetime.datetime.fromtimestamp(value, datetime.timezone.utc).strftime(
+        "%Y-%m-%d %H:%M:%S") if 0 < value < 253402300800 else ""
     return [str(value), f"0x{value:02X}", f"0x{value:04X}",
             f"{value // 1000000}.{value % 1000000:06d} MHz", offset, date]
 
@@ -227,28 +202,23 @@ def parity(report, text):
     return faults
 
 
-def run_scan(scan, args, timeout):
-    p = subprocess.run(scan + ["--json", "--no-latency", "--quiet"] + args,
-                       capture_output=True, text=True, timeout=timeout)
-    try:
-        return json.loads(p.stdout), p.returncode, p.stderr
-    except json.JSONDecodeError:
-        return None, p.returncode, p.stderr + p.stdout[:300]
+def run_scan(opts, args, parity=False):
+    """The JSON, status, standard error and, for their parity, the text of one
+    scan: the text (with --health) and the JSON (--save-json) of the same scan."""
+    with tempfile.NamedTemporaryFile(suffix=".json") as out:
+        how = ["--health", "--save-json", out.name] if parity else ["--json"]
+        p = subprocess.run(opts.scan + ["--no-latency", "--quiet"] + how + args,
+                           capture_output=True, text=True, timeout=60)
+        try:
+            report = json.load(open(out.name)) if parity else json.loads(p.stdout)
+            return report, p.returncode, p.stderr, p.stdout if parity else None
+        except json.JSONDecodeError:
+            return None, p.returncode, p.stderr + p.stdout[:300], None
 
 
 def scan_sim(opts, path, mode):
-    """The JSON, status, standard error and (once) the text of one scan."""
-    if mode != "once":
-        return run_scan(opts.scan, ["--fast", "--timeout", "30", path], 60) + ("",)
-    # Once: the text and the JSON of the same scan, for their parity.
-    with tempfile.NamedTemporaryFile(suffix=".json") as out:
-        p = subprocess.run(opts.scan + ["--no-latency", "--quiet", "--health", "--save-json",
-                            out.name, "--fast", "--timeout", "30", "--once", path],
-                           capture_output=True, text=True, timeout=60)
-        try:
-            return json.load(open(out.name)), p.returncode, p.stderr, p.stdout
-        except json.JSONDecodeError:
-            return None, p.returncode, p.stderr + p.stdout[:300], ""
+    once = ["--once"] if mode == "once" else []
+    return run_scan(opts, ["--fast", "--timeout", "30"] + once + [path], parity=bool(once))
 
 
 def scan_dvb(opts, path, mode, work):
@@ -259,9 +229,9 @@ def scan_dvb(opts, path, mode, work):
                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     try:
         if not emu.stdout.readline().startswith("ready"):
-            return None, -1, "the emulator did not mount: " + emu.stderr.read()
-        return run_scan(opts.scan, ["--dvb", root + "/adapter0", "--timeout",
-                                    "6" if mode == "once" else "30"], 60)
+            return None, -1, "the emulator did not mount: " + emu.stderr.read(), None
+        return run_scan(opts, ["--dvb", root + "/adapter0", "--timeout",
+                               "6" if mode == "once" else "30"])
     finally:
         emu.terminate()
         emu.wait(10)
@@ -270,14 +240,9 @@ def scan_dvb(opts, path, mode, work):
 
 def main():
     ap = argparse.ArgumentParser()
-    ap.add_argument("--corpus", required=True)
-    ap.add_argument("--scan", required=True)
-    ap.add_argument("--emu")
-    ap.add_argument("--sources", default="sim")
-    ap.add_argument("--modes", default="once,loop")
-    ap.add_argument("--only", default="")
-    ap.add_argument("--keep")
-    ap.add_argument("--jobs", type=int, default=4)
+    for name, default in (("corpus", None), ("scan", None), ("emu", None), ("sources", "sim"),
+                          ("modes", "once,loop"), ("only", ""), ("keep", None), ("jobs", "4")):
+        ap.add_argument("--" + name, default=default, required=name in ("corpus", "scan"))
     opts = ap.parse_args()
     work = opts.keep or tempfile.mkdtemp(prefix="ostrel-corpus-")
     os.makedirs(work, exist_ok=True)
@@ -291,32 +256,23 @@ def main():
 
     def check(source, mode, case):
         path = os.path.join(work, case["file"])
-        text = ""
-        if source == "sim":
-            report, status, err, text = scan_sim(opts, path, mode)
-        else:
-            report, status, err = scan_dvb(opts, path, mode, work)
-        faults = []
-        if report and source == "sim" and mode == "once":
-            faults = parity(report, text)
-        faults += compare(case, mode, report, status) if report else [
-            f"no report (status {status}): {err.strip()[:200]}"]
-        return faults
+        report, status, err, text = (scan_sim(opts, path, mode) if source == "sim" else
+                                     scan_dvb(opts, path, mode, work))
+        if not report:
+            return [f"no report (status {status}): {err.strip()[:200]}"]
+        return (parity(report, text) if text is not None else []) + compare(case, mode, report, status)
 
     # The scans mostly wait (for time-outs, for the emulator): several at once.
-    with concurrent.futures.ThreadPoolExecutor(max_workers=opts.jobs) as pool:
-        for source in opts.sources.split(","):
-            for mode in opts.modes.split(","):
-                results = pool.map(lambda case: check(source, mode, case), cases)
-                bad = 0
-                for case, faults in zip(cases, results):
-                    runs += 1
-                    for fault in faults:
-                        print(f"FAIL {source} {mode} {case['file']}: {fault}")
-                    bad += bool(faults)
-                print(f"{source} {mode}: {len(cases) - bad} of {len(cases)} streams right",
-                      flush=True)
-                failures += bad
+    with concurrent.futures.ThreadPoolExecutor(max_workers=int(opts.jobs)) as pool:
+        for source, mode in itertools.product(opts.sources.split(","), opts.modes.split(",")):
+            results = pool.map(lambda case: check(source, mode, case), cases)
+            bad = 0
+            for case, faults in zip(cases, results):
+                for fault in faults:
+                    print(f"FAIL {source} {mode} {case['file']}: {fault}")
+                bad += bool(faults)
+            print(f"{source} {mode}: {len(cases) - bad} of {len(cases)} streams right", flush=True)
+            runs, failures = runs + len(cases), failures + bad
     print(f"{runs - failures} of {runs} runs right")
     return 1 if failures else 0
 

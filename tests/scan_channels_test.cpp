@@ -5,11 +5,6 @@
 #include <libdvbv5/dvb-file.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
-#include <fstream>
-#include <sstream>
-
 #include "ChannelFiles.h"
 
 using namespace Ostrel;
@@ -20,17 +15,11 @@ ChannelScan::Service service(unsigned short id, const std::string& name, unsigne
                              std::vector<std::pair<unsigned char, unsigned short>> streams,
                              bool inPat = true, bool partial = false) {
   ChannelScan::Service s;
-  s.id = id;
-  s.inPat = inPat;
-  s.name = name;
-  s.provider = "Prov:1";
-  s.pcrPid = pcr;
-  s.partialReception = partial;
+  s.id = id, s.inPat = inPat, s.name = name, s.provider = "Prov:1";
+  s.pcrPid = pcr, s.partialReception = partial;
   for (auto& e : streams) {
-    ChannelScan::Stream stream;
-    stream.type = e.first;
-    stream.pid = e.second;
-    s.streams.push_back(stream);
+    s.streams.push_back(ChannelScan::Stream());
+    s.streams.back().type = e.first, s.streams.back().pid = e.second;
   }
   return s;
 }
@@ -43,16 +32,14 @@ std::vector<ChannelScan::Result> results() {
   a.transportStreamId = 0x0640;
   a.originalNetworkId = 0x0641;
   a.frequenciesHz = {575142857, 581142857};
-  a.transmissionMode = 3;
-  a.guardInterval = 1;
+  a.transmissionMode = 3, a.guardInterval = 1;
   a.services = {service(0xE760, "Ostrel HD", 0x111, {{0x1B, 0x111}, {0x0F, 0x112}, {0x06, 0x114}}),
                 service(0xE761, "A:b,c;d\n", 0x100, {{0x02, 0x120}, {0x03, 0x121}, {0x81, 0x122}}),
                 service(0xE762, "Only in the SDT", 0, {}, false),
                 service(0xE778, "Ostrel 1seg", 0x181, {{0x1B, 0x181}, {0x0F, 0x183}}, true, true)};
   ChannelScan::Result b;
   b.hasPat = true;
-  b.transportStreamId = 7;
-  b.networkId = 9;
+  b.transportStreamId = 7, b.networkId = 9;
   b.services = {service(3, "", 0, {{0x0D, 0x200}, {0x0D, 0x201}})};
   ChannelScan::Result none;
   none.services = {service(5, "No PAT", 0, {})};
@@ -135,61 +122,23 @@ TEST(ChannelFilesTest, Dvbv5FileReadsBackThroughLibdvbv5) {
   unlink(path.c_str());
 }
 
-bool number(const std::string& s, const char* digits = "0123456789") {
-  return !s.empty() && s.find_first_not_of(digits) == std::string::npos;
-}
-
-// VDR's parameters: a letter, then a number, again and again.
-bool parameters(const std::string& s) {
-  size_t i = 0;
-  while (i < s.size() && s[i] >= 'A' && s[i] <= 'Z' && i + 1 < s.size() &&
-         isdigit(static_cast<unsigned char>(s[i + 1])))
-    for (++i; i < s.size() && isdigit(static_cast<unsigned char>(s[i]));)
-      ++i;
-  return !s.empty() && i == s.size();
-}
-
-// name;provider:freq:params:source:srate:vpid:apid:tpid:caid:sid:nid:tid:rid
+// name;provider:freq:params:source:srate:vpid:apid:tpid:caid:sid:nid:tid:rid, each
+// field as VDR reads it (numbers, parameters as letters and numbers).
 TEST(ChannelFilesTest, VdrLinesHaveVdrsFieldsAndTypes) {
-  const std::vector<std::vector<std::string>> expected = {
-      {"Ostrel HD;Prov|1", "575142857", "B6G16I999T8", "T", "0", "273=27", "274@15", "0", "0",
-       "59232", "1601", "1600", "0"},
-      {"A|b.c.d ;Prov|1", "575142857", "B6G16I999T8", "T", "0", "288+256=2", "289;290", "0", "0",
-       "59233", "1601", "1600", "0"},
-      {"Ostrel 1seg;Prov|1", "575142857", "B6G16I999T8", "T", "0", "385=27", "387@15", "0", "0",
-       "59256", "1601", "1600", "0"},
-      {"Service 3;Prov|1", "0", "B6I999", "T", "0", "0", "0", "0", "0", "3", "9", "7", "0"},
-  };
-  std::istringstream text(ChannelFiles::vdr(results()));
-  std::string l;
-  size_t n = 0;
-  for (; std::getline(text, l); ++n) {
-    ASSERT_LT(n, expected.size()) << l;
-    std::vector<std::string> f;
-    std::istringstream fields(l + ":");
-    for (std::string field; std::getline(fields, field, ':');)
-      f.push_back(field);
-    ASSERT_EQ(f.size(), 13u) << l;
-    EXPECT_EQ(std::count(f[0].begin(), f[0].end(), ';'), 1) << l;
-    EXPECT_EQ(f[0].find(','), std::string::npos) << l;
-    EXPECT_TRUE(parameters(f[2])) << l;
-    for (int i : {1, 4, 7, 9, 10, 11, 12})
-      EXPECT_TRUE(number(f[i])) << l << " field " << i;
-    EXPECT_TRUE(number(f[8], "0123456789ABCDEF")) << l;
-    EXPECT_EQ(f, expected[n]);
-  }
-  EXPECT_EQ(n, expected.size());
+  EXPECT_EQ(
+      "Ostrel HD;Prov|1:575142857:B6G16I999T8:T:0:273=27:274@15:0:0:59232:1601:1600:0\n"
+      "A|b.c.d ;Prov|1:575142857:B6G16I999T8:T:0:288+256=2:289;290:0:0:59233:1601:1600:0\n"
+      "Ostrel 1seg;Prov|1:575142857:B6G16I999T8:T:0:385=27:387@15:0:0:59256:1601:1600:0\n"
+      "Service 3;Prov|1:0:B6I999:T:0:0:0:0:0:3:9:7:0\n",
+      ChannelFiles::vdr(results()));
 }
 
-TEST(ChannelFilesTest, FormatByNameAndFailedWrite) {
+// A failed write is named by ostrel-scan (scan_cli_test: -o /nonexistent/...).
+TEST(ChannelFilesTest, FormatByName) {
   EXPECT_EQ(ChannelFiles::formatOf("/etc/vdr/channels.conf"), ChannelFiles::kVdr);
   EXPECT_EQ(ChannelFiles::formatOf("list.vdr"), ChannelFiles::kVdr);
   EXPECT_EQ(ChannelFiles::formatOf("dvb_channel.conf"), ChannelFiles::kDvbv5);
   EXPECT_EQ(ChannelFiles::formatOf("x.vdr/channels"), ChannelFiles::kDvbv5);
-  std::string error;
-  EXPECT_FALSE(
-      ChannelFiles::write("/nonexistent/dir/c.conf", ChannelFiles::kDvbv5, results(), &error));
-  EXPECT_EQ(error.rfind("/nonexistent/dir/c.conf: ", 0), 0u) << error;
 }
 
 }  // namespace

@@ -50,6 +50,10 @@ CASES = [
       for o in SIM_ONLY],
     (["--fast", "/bin/ls"], 1, r"^ostrel-scan: /bin/ls: no transport-stream packets found\n$", ""),
     (["--fast", "/nonexistent.ts"], 1, "/nonexistent.ts: No such file", ""),
+    *[(["--fast", i], 1, "^ostrel-scan: " + re.escape(f"{i}: {why}") + "\n$", "") for i, why in (
+        ("foo://x", "unknown input scheme (file, udp://, rtp://)"),
+        ("rtp://127.0.0.1", "not rtp://[group@]address:port (IPv4, port 0 to 65535)"),
+        ("udp://host:1234", "not udp://[group@]address:port (IPv4, port 0 to 65535)"))],
     (["--fast", "--trace", "/dev/full", SAMPLE], 1, "cannot write /dev/full: No space left", None),
 ]
 

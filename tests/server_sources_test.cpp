@@ -2,8 +2,8 @@
 // stream, the same requests, the same answers from each.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <functional>
+#include <algorithm>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
@@ -15,8 +15,7 @@
 #include "EmulatedAdapter.h"
 #endif
 #include "SectionMatch.h"
-#include "TCommand.h"
-#include "TDataRequestCommand.h"
+#include "TsPacketWriter.h"
 #include "sim_test_stream.h"
 
 using namespace Ostrel;
@@ -24,27 +23,13 @@ using namespace SimTest;
 
 namespace {
 
-struct Key {
-  short pid, tableId, ext;
-  bool operator<(const Key& o) const {
-    return std::make_tuple(pid, tableId, ext) < std::make_tuple(o.pid, o.tableId, o.ext);
-  }
-};
-
 // Asks for each key's table section by section, as a middleware does: the
 // next request goes out from the delivery thread as each section comes, until
 // the table is whole. Records what came, and any fault in it.
 class TableGatherer : public GingaDataDestination {
  public:
   void bind(GingaServer* server) { m_pServer = server, server->setDataDestination(this); }
-  void ask(const Key& key) {
-    auto* request =
-        static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
-    request->setEndPoint(m_pServer), request->setOpen(1), request->setTunerId(0);
-    request->setPid(key.pid), request->setTableId(key.tableId), request->setTableIdExt(key.ext);
-    request->setTimeOut(1);
-    request->send(NULL);
-  }
+  void ask(const Key& key) { openRequest(m_pServer, key.pid, key.tableId, key.ext, 1); }
   int injectData(int, short pid, short tableId, short ext, void*, unsigned char* data,
                  unsigned int size) override {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -58,21 +43,18 @@ class TableGatherer : public GingaDataDestination {
       table.faults.push_back("a repetition");
     }
     // A body that begins 0xBA stands for a section the table library refuses.
-    if (size <= 8 || data[8] != 0xBA) {
+    if (size <= 8 || data[8] != 0xBA)
       table.sections[data[6]] = section, table.last = data[7];
-    }
-    if (!table.whole()) {
+    if (!table.whole())
       ask(Key{pid, tableId, ext});
-    }
     return 1;
   }
   // "whole", or "K of N sections", or what went wrong.
   std::string outcome(const Key& key) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const Table& table = m_mapTables[key];
-    if (!table.faults.empty()) {
+    if (!table.faults.empty())
       return table.faults.front();
-    }
     return table.whole() ? "whole"
                          : std::to_string(table.sections.size()) + " of " +
                                std::to_string(table.last + 1) + " sections";
@@ -82,11 +64,8 @@ class TableGatherer : public GingaDataDestination {
     for (int ms = 0; ms < 3000 && server->getOpenRequestCount() > 0; ms += 5) {
       {
         std::lock_guard<std::mutex> lock(m_mutex);
-        bool whole = true;
-        for (const Key& key : keys) {
-          whole = whole && m_mapTables[key].whole();
-        }
-        if (whole)
+        if (std::all_of(keys.begin(), keys.end(),
+                        [&](const Key& k) { return m_mapTables[k].whole(); }))
           return;
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -105,101 +84,80 @@ class TableGatherer : public GingaDataDestination {
   std::map<Key, Table> m_mapTables;
 };
 
-// A source with the stream file loaded; start() plays it.
-struct Rig {
-  virtual ~Rig() {}
-  virtual ServerEngine* server() = 0;
-  virtual void start() = 0;
-};
-
-struct SimRig : Rig {
-  SimRig(const std::string& path, bool loop) {
+// The stream file played once: by the simulator from start(), or by the
+// emulated adapter as fast as the readers take it, from when the filters of
+// every PID asked for have started.
+struct Source {
+  Source(const std::string& name, const std::string& path, unsigned int pids) {
+    server = &sim;
+#ifdef OSTREL_DVB_EMU
+    if (name != "simulator") {
+      emulator.reset(new Emulator(path, " --fast --once --start-with " + std::to_string(pids)));
+      EXPECT_TRUE(emulator->ok) << "the emulated adapter could not be mounted";
+      dvb.reset(new DvbServer({emulator->adapter()}, DvbServer::Options()));
+      server = dvb.get();
+      return;
+    }
+#endif
     std::string error;
-    EXPECT_EQ(0, sim.addFileTuner(path, loop, &error)) << error;
+    EXPECT_EQ(0, sim.addFileTuner(path, false, &error)) << error;
   }
-  ServerEngine* server() override { return &sim; }
-  void start() override { sim.start(); }
+  void start() {
+    if (server == &sim)
+      sim.start();
+  }
   ReceiverSimulator sim;
+#ifdef OSTREL_DVB_EMU
+  std::unique_ptr<Emulator> emulator;
+  std::unique_ptr<DvbServer> dvb;  // goes before its adapter
+#endif
+  ServerEngine* server;
 };
 
+const char* const kSources[] = {"simulator",
 #ifdef OSTREL_DVB_EMU
-// The stream played once, as fast as the readers take it, from when the
-// filters of every PID asked for have started.
-struct DvbRig : Rig {
-  DvbRig(const std::string& path, unsigned int pids)
-      : emulator(path, " --fast --once --start-with " + std::to_string(pids)),
-        dvb(std::vector<std::string>(1, emulator.adapter()), DvbServer::Options()) {
-    EXPECT_TRUE(emulator.ok) << emulatorUnavailable();
-  }
-  ServerEngine* server() override { return &dvb; }
-  void start() override {}
-  Emulator emulator;
-  DvbServer dvb;
+                                "DVB adapter"
+#endif
 };
-#endif
-
-typedef std::function<std::unique_ptr<Rig>(const std::string& path, unsigned int pids)> RigMaker;
-
-std::vector<std::pair<std::string, RigMaker>> rigs() {
-  std::vector<std::pair<std::string, RigMaker>> all;
-  all.push_back({"simulator", [](const std::string& path, unsigned int) {
-                   return std::unique_ptr<Rig>(new SimRig(path, false));
-                 }});
-#ifdef OSTREL_DVB_EMU
-  all.push_back({"DVB adapter", [](const std::string& path, unsigned int pids) {
-                   return std::unique_ptr<Rig>(new DvbRig(path, pids));
-                 }});
-#endif
-  return all;
-}
 
 // The sections of one table: ext, version, count, each with a body of its own.
-std::vector<Bytes> table(unsigned char tableId, unsigned short ext, int count, int version = 0,
-                         size_t bodySize = 24) {
+std::vector<Bytes> table(unsigned char tableId, unsigned short ext, unsigned char count,
+                         unsigned char version = 0, size_t bodySize = 24) {
   std::vector<Bytes> sections;
-  for (int n = 0; n < count; ++n) {
-    sections.push_back(longSection(tableId, ext, filler(bodySize, static_cast<unsigned char>(n)),
-                                   static_cast<unsigned char>(version),
-                                   static_cast<unsigned char>(n),
-                                   static_cast<unsigned char>(count - 1)));
-  }
+  for (unsigned char n = 0; n < count; ++n)
+    sections.push_back(longSection(tableId, ext, filler(bodySize, n), version, n, count - 1));
   return sections;
 }
 
-// A stream: runs of sections on PIDs, in order, then null packets.
+// A stream: runs of sections on PIDs, in order, each section from the start
+// of a packet, then null packets.
 struct Burst {
   unsigned short pid;
   std::vector<Bytes> sections;
 };
 std::string writeStream(const std::string& name, const std::vector<Burst>& runs) {
-  std::map<unsigned short, unsigned char> cc;
   Bytes stream;
-  for (const Burst& run : runs) {
-    Bytes packets = join(packetize(run.pid, run.sections, &cc[run.pid]));
-    stream.insert(stream.end(), packets.begin(), packets.end());
-  }
-  for (int i = 0; i < 20; ++i) {
-    Bytes null = packet(0x1FFF, false, 0, {});
-    stream.insert(stream.end(), null.begin(), null.end());
-  }
+  TsPacketWriter writer(&stream);
+  for (const Burst& run : runs)
+    for (const Bytes& section : run.sections)
+      writer.writeSection(run.pid, section);
+  for (int i = 0; i < 20; ++i)
+    writer.writeNull();
   const std::string path = OSTREL_TEST_WORK "/" + name + ".ts";
-  FILE* file = std::fopen(path.c_str(), "wb");
-  std::fwrite(stream.data(), 1, stream.size(), file);
-  std::fclose(file);
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(stream.data()), std::streamsize(stream.size()));
   return path;
 }
 
 std::vector<Burst> interleave(const std::vector<Burst>& runs) {
   std::vector<Burst> out;
-  for (size_t i = 0;; ++i) {
-    size_t before = out.size();
-    for (const Burst& run : runs) {
+  for (size_t i = 0, more = 1; more; ++i) {
+    more = 0;
+    for (const Burst& run : runs)
       if (i < run.sections.size())
-        out.push_back({run.pid, {run.sections[i]}});
-    }
-    if (out.size() == before)
-      return out;
+        out.push_back({run.pid, {run.sections[i]}}), more = 1;
   }
+  return out;
 }
 
 Bytes damaged(Bytes section) {
@@ -231,8 +189,9 @@ TEST(ServerSources, EachSourceGathersEveryTableWholeFromOnePass) {
        {{0, {pat4[0], damaged(pat4[1]), pat4[2], pat4[3], pat4[1]}}},
        {{kPat, "whole"}}},
       {"a copy the parser refuses, then a good one of the same version and number",
-       {{0, {pat4[0], longSection(0x00, 0x0640, {0xBA, 0, 0, 0}, 0, 1, 3), pat4[1], pat4[2],
-             pat4[3]}}},
+       {{0,
+         {pat4[0], longSection(0x00, 0x0640, {0xBA, 0, 0, 0}, 0, 1, 3), pat4[1], pat4[2],
+          pat4[3]}}},
        {{kPat, "whole"}}},
       {"BAT and SDT other beside the SDT actual",
        interleave({{0x11, table(0x4A, 7, 3)}, {0x11, table(0x46, 9, 3)}, {0x11, sdt5}}),
@@ -241,26 +200,23 @@ TEST(ServerSources, EachSourceGathersEveryTableWholeFromOnePass) {
        {{0, {pat4[0], pat4[1], pat4[3]}}},
        {{kPat, "3 of 4 sections"}}},
   };
-  for (const auto& rig : rigs()) {
+  for (const std::string source : kSources) {
     for (const Case& c : cases) {
-      SCOPED_TRACE(rig.first + ": " + c.name);
+      SCOPED_TRACE(source + ": " + c.name);
       const std::string path = writeStream("sources", c.runs);
       TableGatherer gatherer;
       std::vector<Key> keys;
       std::set<short> pids;
-      for (const auto& e : c.expected) {
+      for (const auto& e : c.expected)
         keys.push_back(e.first), pids.insert(e.first.pid);
-      }
-      std::unique_ptr<Rig> source = rig.second(path, static_cast<unsigned int>(pids.size()));
-      gatherer.bind(source->server());
-      for (const Key& key : keys) {
+      Source played(source, path, static_cast<unsigned int>(pids.size()));
+      gatherer.bind(played.server);
+      for (const Key& key : keys)
         gatherer.ask(key);
-      }
-      source->start();
-      gatherer.waitWhole(keys, source->server());
-      for (const auto& e : c.expected) {
+      played.start();
+      gatherer.waitWhole(keys, played.server);
+      for (const auto& e : c.expected)
         EXPECT_EQ(e.second, gatherer.outcome(e.first)) << "PID " << e.first.pid;
-      }
     }
   }
 }

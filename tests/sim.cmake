@@ -1,11 +1,9 @@
 # Tests of the receiver simulator.
 if(TARGET OstrelSim)
-  ostrel_add_test(sim_demux_test sim_demux_test.cpp)
-  target_link_libraries(sim_demux_test PRIVATE OstrelSim)
-  ostrel_add_test(sim_simulator_test sim_simulator_test.cpp)
-  target_link_libraries(sim_simulator_test PRIVATE OstrelSim)
-  ostrel_add_test(sim_source_test sim_source_test.cpp)
-  target_link_libraries(sim_source_test PRIVATE OstrelSim)
+  foreach(test sim_demux_test sim_simulator_test sim_source_test)
+    ostrel_add_test(${test} ${test}.cpp)
+    target_link_libraries(${test} PRIVATE OstrelSim)
+  endforeach()
   ostrel_add_test(sim_scan_test sim_scan_test.cpp)
   target_link_libraries(sim_scan_test PRIVATE OstrelScan)
 endif()
@@ -19,12 +17,8 @@ if(TARGET ostrel-scan AND OSTREL_PYTHON3 AND NOT CMAKE_CROSSCOMPILING)
            COMMAND ${OSTREL_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/sim_muxers_test.py
                    $<TARGET_FILE:ostrel-scan> ${CMAKE_CURRENT_BINARY_DIR}/sim_muxers)
   set_tests_properties(sim_muxers_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)
-endif()
-
-
-# ostrel-scan's command line: options, usage errors, failed inputs and
-# outputs, interrupts (one table of cases).
-if(TARGET ostrel-scan AND OSTREL_PYTHON3 AND NOT CMAKE_CROSSCOMPILING)
+  # ostrel-scan's command line: options, usage errors, failed inputs and
+  # outputs, interrupts (one table of cases).
   add_test(NAME scan_cli_test
            COMMAND ${OSTREL_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/scan_cli_test.py
                    $<TARGET_FILE:ostrel-scan> ${OSTREL_SAMPLE_STREAM})

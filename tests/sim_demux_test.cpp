@@ -26,45 +26,34 @@ struct Demux {
   }
   void finish() { packetizer.finish(&demux); }
   void pushPackets(const std::vector<Bytes>& packets) {
-    for (const Bytes& p : packets) {
+    for (const Bytes& p : packets)
       demux.pushPacket(p.data());
-    }
   }
 };
 
 }  // namespace
 
-TEST(SectionDemux, ReassemblesSectionsAcrossPacketsAndSeveralPerPacket) {
+TEST(SectionDemux, ReassemblesSectionsAcrossPacketsSeveralPerPacketAndSplitHeaders) {
   Demux d;
-  Bytes big = longSection(0x02, 7, filler(1000));
-  Bytes small1 = longSection(0x02, 8, filler(10, 3));
-  Bytes small2 = longSection(0x02, 9, filler(20, 5));
-  Bytes small3 = shortSection(0x70, filler(5, 9));
+  // The first packet: pointer 0, first (181 bytes), then 2 bytes of the
+  // 3-byte header of second; the next packet has the rest.
+  const Bytes first = longSection(0x02, 1, filler(181 - 12)), second = longSection(0x02, 2, {});
+  const Bytes big = longSection(0x02, 7, filler(1000)),
+              small1 = longSection(0x02, 8, filler(10, 3));
+  const Bytes small2 = longSection(0x02, 9, filler(20, 5)),
+              small3 = shortSection(0x70, filler(5, 9));
+  const std::vector<Bytes> expected = {first, second, big, small1, small2, small3, big};
   unsigned char cc = 4;
-  d.pushPackets(packetize(kPid, {big, small1, small2, small3, big}, &cc));
-  const Bytes expected[] = {big, small1, small2, small3, big};
-  ASSERT_EQ(5u, d.sink.entries.size());
-  for (int i = 0; i < 5; ++i)
+  const std::vector<Bytes> packets = packetize(kPid, expected, &cc);
+  ASSERT_EQ(Bytes(second.begin(), second.begin() + 2),
+            Bytes(packets[0].end() - 2, packets[0].end()));
+  d.pushPackets(packets);
+  ASSERT_EQ(expected.size(), d.sink.entries.size());
+  for (size_t i = 0; i < expected.size(); ++i)
     EXPECT_EQ(expected[i], d.sink.entries[i].data) << i;
   EXPECT_EQ(3, d.sink.entries[0].tunerId);
   EXPECT_EQ(kPid, d.sink.entries[0].pid);
   EXPECT_EQ(0u, d.demux.getStatistics().ccErrors);
-}
-
-TEST(SectionDemux, SectionHeaderSplitOverTwoPacketsIsJoined) {
-  Demux d;
-  Bytes first = longSection(0x02, 1, filler(181 - 12));
-  Bytes second = longSection(0x02, 2, filler(30));
-  // Packet 1: pointer 0, first (181 bytes), then the first 2 bytes of
-  // second's 3-byte header; packet 2 has the rest.
-  Bytes p1payload = {0x00};
-  p1payload.insert(p1payload.end(), first.begin(), first.end());
-  p1payload.insert(p1payload.end(), second.begin(), second.begin() + 2);
-  ASSERT_EQ(184u, p1payload.size());
-  Bytes p2payload(second.begin() + 2, second.end());
-  d.pushPackets({packet(kPid, true, 0, p1payload), packet(kPid, false, 1, p2payload)});
-  ASSERT_EQ(2u, d.sink.entries.size());
-  EXPECT_EQ(second, d.sink.entries[1].data);
 }
 
 TEST(SectionDemux, RepeatedPacketIsIgnoredAndAdaptationOnlyPacketKeepsTheCounter) {
@@ -130,30 +119,30 @@ TEST(SectionDemux, BadInputIsCountedAndNeverDelivered) {
   }
 }
 
-TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageAndTornPackets) {
-  Bytes a = longSection(0x02, 1, filler(700, 1));
-  Bytes b = longSection(0x02, 2, filler(350, 2));
-  Bytes c = longSection(0x02, 3, filler(90, 3));
+TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageTornPacketsAndATruncatedTail) {
+  const Bytes a = longSection(0x02, 1, filler(700, 1)), b = longSection(0x02, 2, filler(350, 2)),
+              c = longSection(0x02, 3, filler(90, 3));
   struct Case {
     const char* name;
     unsigned int recordSize;    // 188, 192 (time stamp first) or 204 (parity after)
+    unsigned char extra;        // the bytes of the time stamp or parity (0x47: sync-like)
     size_t garbageBefore;       // bytes of garbage at the start
     int tornAfterPacket;        // -1 none; else this packet is cut short...
     size_t garbageAfterPacket;  // ...or followed by garbage
     size_t expectedSections;
   };
   const Case cases[] = {
-      {"plain", 188, 0, -1, 0, 3},
-      {"time-stamped 192", 192, 0, -1, 0, 3},
-      {"with parity 204", 204, 0, -1, 0, 3},
-      {"garbage before", 188, 1000, -1, 0, 3},
-      {"garbage before 204", 204, 777, -1, 0, 3},
+      {"plain", 188, 0, 0, -1, 0, 3},
+      {"time-stamped 192", 192, 0x47, 0, -1, 0, 3},
+      {"with parity 204", 204, 0x47, 0, -1, 0, 3},
+      {"garbage before", 188, 0, 1000, -1, 0, 3},
+      {"garbage before 204", 204, 0xAA, 777, -1, 0, 3},
       // Once locked, a whole packet followed by garbage is kept.
-      {"garbage between packets", 188, 0, 5, 61, 3},
-      {"garbage between 192", 192, 5, 5, 13, 3},
-      {"garbage between 204", 204, 0, 4, 300, 3},
+      {"garbage between packets", 188, 0, 0, 5, 61, 3},
+      {"garbage between 192", 192, 0x01, 5, 5, 13, 3},
+      {"garbage between 204", 204, 0xAA, 0, 4, 300, 3},
       // Packet 5 is cut short: b and c, which it carries, are lost; a is whole.
-      {"torn packet", 188, 0, 5, 0, 1},
+      {"torn packet", 188, 0, 0, 5, 0, 1},
   };
   for (const Case& tc : cases) {
     SCOPED_TRACE(tc.name);
@@ -165,15 +154,17 @@ TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageAndTornPackets) {
       if (byte == 0x47)
         byte = 0x46;
     }
-    for (size_t i = 0; i < packets.size(); ++i) {
-      Bytes record = packets[i];
+    // The records, then a truncated one, thrown away as skipped or truncated bytes.
+    for (size_t i = 0; i <= packets.size(); ++i) {
+      Bytes record = packets[i % packets.size()];
       if (tc.recordSize == 192)
-        record.insert(record.begin(), {1, 2, 3, 4});
+        record.insert(record.begin(), 4, tc.extra);
       if (tc.recordSize == 204)
-        record.insert(record.end(), 16, 0xAA);
-      if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket == 0) {
+        record.insert(record.end(), 16, tc.extra);
+      if (i == packets.size())
+        record.resize(50);
+      if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket == 0)
         record.resize(100);
-      }
       stream.insert(stream.end(), record.begin(), record.end());
       if (static_cast<int>(i) == tc.tornAfterPacket && tc.garbageAfterPacket > 0) {
         Bytes garbage(tc.garbageAfterPacket, 0x00);
@@ -192,42 +183,15 @@ TEST(TsPacketizer, FindsPacketSizeAndSurvivesGarbageAndTornPackets) {
     EXPECT_EQ(tc.expectedSections, d.sink.entries.size());
     if (tc.tornAfterPacket < 0 || tc.garbageAfterPacket > 0) {
       EXPECT_EQ(packets.size(), d.packetizer.getStatistics().packets);
-      EXPECT_EQ(tc.garbageBefore + tc.garbageAfterPacket + (tc.recordSize == 192 ? 4 : 0),
-                d.packetizer.getStatistics().skippedBytes);
+      // 192: the first time stamp goes before the lock, and of the truncated
+      // record only the 46 bytes after its time stamp.
+      const auto& stats = d.packetizer.getStatistics();
+      EXPECT_EQ(tc.garbageBefore + tc.garbageAfterPacket + (tc.recordSize == 192 ? 4 + 46 : 50),
+                stats.skippedBytes + stats.truncatedBytes);
     }
     EXPECT_EQ(tc.tornAfterPacket < 0 ? 0u : 1u, d.packetizer.getStatistics().syncLosses);
     ASSERT_FALSE(d.sink.entries.empty());
     EXPECT_EQ(a, d.sink.entries.front().data);
     EXPECT_EQ(tc.expectedSections == 3 ? c : a, d.sink.entries.back().data);
-  }
-}
-
-TEST(TsPacketizer, LocksOnTheRightSizeAndKeepsTheTruncatedTailOut) {
-  unsigned char cc = 0;
-  Bytes s = longSection(0x02, 1, filler(2000));
-  std::vector<Bytes> packets = packetize(kPid, {s}, &cc);
-  for (unsigned int size : {188u, 192u, 204u}) {
-    SCOPED_TRACE(size);
-    Bytes stream;
-    for (const Bytes& p : packets) {
-      Bytes record = p;
-      if (size == 192)
-        record.insert(record.begin(), 4, 0x47);  // sync-like time stamps
-      if (size == 204)
-        record.insert(record.end(), 16, 0x47);
-      stream.insert(stream.end(), record.begin(), record.end());
-    }
-    Bytes tail = packets[0];
-    tail.resize(50);  // a truncated last packet
-    stream.insert(stream.end(), tail.begin(), tail.end());
-    Demux d;
-    d.push(stream);
-    d.finish();
-    EXPECT_EQ(packets.size(), d.packetizer.getStatistics().packets);
-    ASSERT_EQ(1u, d.sink.entries.size());
-    EXPECT_EQ(s, d.sink.entries[0].data);
-    // The tail is thrown away, as skipped or truncated bytes.
-    const auto& stats = d.packetizer.getStatistics();
-    EXPECT_GE(stats.truncatedBytes + stats.skippedBytes, 46u);
   }
 }

@@ -45,9 +45,8 @@ const Outcomes kSampleOutcomes = {{"PAT", kDel},        {"PAT (more)", kDel}, {"
 
 Outcomes outcomes(const ChannelScan::Result& result) {
   Outcomes byWhat;  // the last of each
-  for (const auto& request : result.requests) {
+  for (const auto& request : result.requests)
     byWhat[request.what] = request.outcome;
-  }
   return byWhat;
 }
 
@@ -162,9 +161,8 @@ TEST_F(SampleScan, WhatTheStreamLacksEndsAfterOnePassNotAtItsTimeOut) {
     std::string table = ScanReport::channelTable(result);
     EXPECT_NE(std::string::npos, table.find(c.lines)) << table;
     Outcomes expected = kSampleOutcomes;
-    for (const auto& change : c.expected) {
+    for (const auto& change : c.expected)
       expected[change.first] = change.second;
-    }
     // Not every request is made (no PAT: no PMT), but each made ends as told.
     for (const auto& got : outcomes(result)) {
       ASSERT_TRUE(expected.count(got.first)) << got.first;
@@ -186,9 +184,8 @@ TEST_F(SampleScan, SecondScanIsAnsweredFromTheCacheThenTheReceiverForMoreSection
   ChannelScan::Result again = scan(1);
   EXPECT_EQ(kSampleChannelTable, ScanReport::channelTable(again));
   Outcomes got = outcomes(again);
-  for (const char* what : {"PAT", "NIT", "SDT", "TOT", "PMT 0xE760", "PMT 0xE768", "PMT 0xE778"}) {
+  for (const char* what : {"PAT", "NIT", "SDT", "TOT", "PMT 0xE760", "PMT 0xE768", "PMT 0xE778"})
     EXPECT_EQ(ChannelScan::kFromCache, got[what]) << what;
-  }
   EXPECT_EQ(kDel, got["SDT (more)"]);
 }
 
@@ -237,9 +234,8 @@ TEST(ScanReportTime, FormatsDatesBeyondThirtyTwoBitsAndBeforeTheEpoch) {
                         {4102444799LL, "2099-12-31 23:59:59"},
                         {-1, "1969-12-31 23:59:59"},
                         {-86400, "1969-12-31 00:00:00"}};
-  for (const Case& c : cases) {
+  for (const Case& c : cases)
     EXPECT_EQ(c.text, ScanReport::formatTime(c.seconds)) << c.seconds;
-  }
 }
 
 // Every fact of the model is in the JSON (as "key": value) and, unless it is a
@@ -248,21 +244,16 @@ TEST(ScanReportTime, FormatsDatesBeyondThirtyTwoBitsAndBeforeTheEpoch) {
 // never 0.
 TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
   ChannelScan::Result full;
-  full.hasNit = true;
+  full.hasNit = full.hasPat = full.hasTot = true;
   full.networkId = 0x0640;
   full.networkName = "Rede \"Ostrel\"\\\r\nSul";  // a CR LF is one line break
-  full.hasPat = true;
   full.transportStreamId = 7;
-  full.frequenciesHz.push_back(575142857);
-  full.transmissionMode = 3;
-  full.guardInterval = 1;
-  full.hasTot = true;
+  full.frequenciesHz = {575142857};
+  full.transmissionMode = 3, full.guardInterval = 1;
   full.utcSeconds = 1772377200;
   ChannelScan::Service service;
-  service.id = 1;
-  service.inPat = true;
-  service.pmtPid = 0x100;
-  service.inSdt = true;
+  service.id = 1, service.pmtPid = 0x100;
+  service.inPat = service.inSdt = true;
   service.name = "Sao Paulo\rCanal\tde nome muito longo";
   service.provider = "S\xC3\xA3o";
   service.pmt = ChannelScan::kFromCache;
@@ -270,34 +261,26 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
   service.streams.push_back(ChannelScan::Stream());
   service.streams.back().pid = 0x111;
   full.services.push_back(service);
-  service.id = 2;
-  service.name = "Dois\n";
-  service.inPat = false;
+  service.id = 2, service.name = "Dois\n", service.inPat = false;
   full.services.push_back(service);
   ChannelScan::Request failed;
-  failed.what = "PAT";
-  failed.outcome = ChannelScan::kFailed;
-  failed.errorCode = -3;
+  failed.what = "PAT", failed.outcome = ChannelScan::kFailed, failed.errorCode = -3;
   full.requests.push_back(failed);
   full.incomplete.push_back("SDT: 2 of 5 sections");
 
   ChannelScan::Result noPat;  // the NIT's delivery without a PAT
-  noPat.frequenciesHz.push_back(473142857);
-  noPat.transmissionMode = 2;
-  noPat.guardInterval = 3;
+  noPat.frequenciesHz = {473142857};
+  noPat.transmissionMode = 2, noPat.guardInterval = 3;
 
   StreamHealth measured;
-  measured.measured = true;
+  measured.measured = measured.byPcr = true;
   measured.streamSeconds = 2;
-  measured.byPcr = true;
   measured.pids.resize(2);
-  measured.pids[0].crcErrors = 0;
-  measured.pids[0].ccErrors = 0;
+  measured.pids[0].crcErrors = measured.pids[0].ccErrors = 0;
   measured.pids[1].pid = 0x1FFF;  // not read as sections, not counted
   measured.tables.resize(1);
   measured.tables[0].tableId = 0x42;
-  measured.tables[0].minMs = 10;
-  measured.tables[0].maxMs = 2500;
+  measured.tables[0].minMs = 10, measured.tables[0].maxMs = 2500;
   StreamHealth filters;  // kernel section filters: no packets seen
   filters.pids.resize(1);
   filters.pids[0].crcErrors = 4;
@@ -306,7 +289,7 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
     const char* what;
     const ChannelScan::Result* result;
     const StreamHealth* health;
-    std::vector<std::string> inText, inJson, notInText, notInJson;
+    std::vector<std::string> inText, inJson, inNeither;
   } const cases[] = {
       {"names and states",
        &full,
@@ -317,7 +300,6 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
        {"\"Rede \\\"Ostrel\\\"\\\\\\nSul\"", "\"Sao Paulo\\nCanal\\u0009de nome muito longo\"",
         "\"pmt\": \"not in the PAT\"", "\"pmt\": \"from cache\"", "\"errorCode\": -3",
         "\"health\": null", "\"originalNetworkId\": null", "\"name\": null"},
-       {"\\n\\n", "\\r", "\\u000d"},
        {"\\n\\n", "\\r", "\\u000d"}},
       {"delivery without a PAT",
        &noPat,
@@ -328,7 +310,6 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
        {"\"transportStream\": null", "\"transmissionMode\": 2", "\"guardInterval\": \"1/4\"",
         "\"crcErrors\": 0, \"ccErrors\": 0", "\"crcErrors\": null, \"ccErrors\": null",
         "\"verdict\": \"too soon and too late\"", "\"clock\": \"PCR\""},
-       {},
        {}},
       {"section filters",
        &noPat,
@@ -336,8 +317,7 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
        {"stream time not seen", "0x0000  n/a       4           n/a"},
        {"\"streamSeconds\": null", "\"packets\": null, \"crcErrors\": 4, \"ccErrors\": null",
         "\"healthTables\": []"},
-       {"Shortest"},
-       {"\"ccErrors\": 0"}},
+       {"Shortest", "\"ccErrors\": 0"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -360,35 +340,22 @@ TEST(ScanReportModel, TextAndJsonSayTheSameOfEveryFact) {
         }
       }
     }
-    for (const std::string& want : c.inText)
-      EXPECT_NE(std::string::npos, text.find(want)) << want << "\n" << text;
-    for (const std::string& want : c.inJson)
-      EXPECT_NE(std::string::npos, json.find(want)) << want << "\n" << json;
-    for (const std::string& unwanted : c.notInText)
-      EXPECT_EQ(std::string::npos, text.find(unwanted)) << unwanted << "\n" << text;
-    for (const std::string& unwanted : c.notInJson)
-      EXPECT_EQ(std::string::npos, json.find(unwanted)) << unwanted << "\n" << json;
-  }
-}
-
-TEST(ScanReportText, ColumnsWidenForLongNamesInCharactersNotBytes) {
-  ChannelScan::Result result;
-  ChannelScan::Service service;
-  service.id = 1;
-  service.inSdt = true;
-  service.name = "Canal de nome muito longo";
-  service.provider = "S\xC3\xA3o";
-  result.services.push_back(service);
-  service.id = 2;
-  service.name = "Dois";
-  result.services.push_back(service);
-  std::string table = ScanReport::channelTable(result);
-  // Every row's provider column starts where the heading's does.
-  const size_t heading = table.find("Service");
-  const size_t column = table.find("Provider", heading) - heading;
-  for (const char* id : {"0x0001", "0x0002"}) {
-    const size_t row = table.find(id);
-    EXPECT_EQ(' ', table[row + column - 1]) << table;
-    EXPECT_NE(' ', table[row + column]) << table;
+    // Columns widen for long names, in characters, not bytes: every service
+    // row's provider column starts where the heading's does.
+    const size_t heading = text.find("\nService  "),
+                 column = text.find("Provider", heading) - heading;
+    for (const ChannelScan::Service& service : c.result->services) {
+      char id[8];
+      std::snprintf(id, sizeof(id), "\n0x%04X", service.id);
+      const size_t row = text.find(id, heading);
+      EXPECT_EQ(' ', text[row + column - 1]) << text;
+      EXPECT_NE(' ', text[row + column]) << text;
+    }
+    auto check = [](const std::string& in, const std::vector<std::string>& parts, bool there) {
+      for (const std::string& part : parts)
+        EXPECT_EQ(there, in.find(part) != std::string::npos) << part << "\n" << in;
+    };
+    check(text, c.inText, true), check(json, c.inJson, true);
+    check(text, c.inNeither, false), check(json, c.inNeither, false);
   }
 }

@@ -8,10 +8,14 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "GingaDataDestination.h"
+#include "GingaServer.h"
 #include "SectionSink.h"
+#include "TCommand.h"
+#include "TDataRequestCommand.h"
 #include "TSectionWriter.h"
 
 namespace SimTest {
@@ -33,9 +37,8 @@ inline Bytes shortSection(unsigned char tableId, const Bytes& body) {
 
 inline Bytes filler(size_t n, unsigned char seed = 1) {
   Bytes b(n);
-  for (size_t i = 0; i < n; ++i) {
+  for (size_t i = 0; i < n; ++i)
     b[i] = static_cast<unsigned char>(seed + i * 7);
-  }
   return b;
 }
 
@@ -46,9 +49,7 @@ inline Bytes packet(unsigned short pid, bool pusi, unsigned char cc, const Bytes
   p[1] = static_cast<unsigned char>((pusi ? 0x40 : 0) | ((pid >> 8) & 0x1F));
   p[2] = static_cast<unsigned char>(pid & 0xFF);
   p[3] = static_cast<unsigned char>(0x10 | (cc & 0x0F));
-  for (size_t i = 0; i < payload.size() && i < 184; ++i) {
-    p[4 + i] = payload[i];
-  }
+  std::copy_n(payload.begin(), std::min<size_t>(payload.size(), 184), p.begin() + 4);
   return p;
 }
 
@@ -59,27 +60,20 @@ inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>
                                     unsigned char* cc) {
   Bytes all;
   std::vector<size_t> starts;
-  for (const Bytes& s : sections) {
-    starts.push_back(all.size());
-    all.insert(all.end(), s.begin(), s.end());
-  }
+  for (const Bytes& s : sections)
+    starts.push_back(all.size()), all.insert(all.end(), s.begin(), s.end());
   std::vector<Bytes> packets;
-  size_t pos = 0;
-  size_t nextStart = 0;
+  size_t pos = 0, nextStart = 0;
   while (pos < all.size()) {
-    while (nextStart < starts.size() && starts[nextStart] < pos) {
+    while (nextStart < starts.size() && starts[nextStart] < pos)
       ++nextStart;
-    }
     bool pusi = nextStart < starts.size() && starts[nextStart] < pos + 183;
     Bytes payload;
-    if (pusi) {
+    if (pusi)
       payload.push_back(static_cast<unsigned char>(starts[nextStart] - pos));
-    }
-    size_t room = 184 - payload.size();
-    if (!pusi && nextStart < starts.size() && starts[nextStart] == pos + 183) {
-      room = 183;  // the next section must start in a packet of its own
-    }
-    size_t take = std::min(room, all.size() - pos);
+    // Where the next section would start at the last byte, it starts a packet of its own.
+    const bool last = !pusi && nextStart < starts.size() && starts[nextStart] == pos + 183;
+    const size_t take = std::min(184 - payload.size() - last, all.size() - pos);
     payload.insert(payload.end(), all.begin() + pos, all.begin() + pos + take);
     pos += take;
     packets.push_back(packet(pid, pusi, *cc, payload));
@@ -90,10 +84,28 @@ inline std::vector<Bytes> packetize(unsigned short pid, const std::vector<Bytes>
 
 inline Bytes join(const std::vector<Bytes>& parts) {
   Bytes all;
-  for (const Bytes& p : parts) {
+  for (const Bytes& p : parts)
     all.insert(all.end(), p.begin(), p.end());
-  }
   return all;
+}
+
+// A table as the middleware asks for it.
+struct Key {
+  short pid, tableId, ext;
+  bool operator<(const Key& o) const {
+    return std::make_tuple(pid, tableId, ext) < std::make_tuple(o.pid, o.tableId, o.ext);
+  }
+};
+
+// Sends an open data request for tuner 0; from then on the server owns it.
+inline int openRequest(Ostrel::GingaServer* server, short pid, short tableId, short ext,
+                       unsigned int timeOut) {
+  auto* request = static_cast<Ostrel::TDataRequestCommand*>(
+      Ostrel::TCommand::commandFactory(Ostrel::TDataRequestCommand::kCode));
+  request->setEndPoint(server), request->setOpen(1), request->setTunerId(0);
+  request->setPid(pid), request->setTableId(tableId), request->setTableIdExt(ext);
+  request->setTimeOut(timeOut);
+  return request->send(NULL);
 }
 
 // Records the sections a demultiplexer hands on.

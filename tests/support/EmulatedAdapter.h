@@ -5,25 +5,14 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
-// Why the emulator cannot mount here (not root, no /dev/fuse), or "".
-inline std::string emulatorUnavailable() {
-  std::string why;
-  if (geteuid() != 0) {
-    why += " Not root: the emulator mounts a FUSE file system, which needs root.";
-  }
-  if (access("/dev/fuse", R_OK | W_OK) != 0) {
-    why += std::string(" /dev/fuse: ") + strerror(errno) + ".";
-  }
-  return why.empty() ? why : "The emulated DVB adapter cannot run here." + why;
-}
-
 // ostrel-dvb-emu serving one adapter from stream, with options (faults);
 // stopped on destruction. The shell prints its pid, then becomes the emulator.
+// When ok is false, the emulator has said why on standard error (it cannot
+// mount without root and /dev/fuse; dvb_needs.sh checks them first).
 struct Emulator {
   Emulator(const std::string& stream, const std::string& options) {
     char root[] = "/tmp/dvb-server-test-XXXXXX";

@@ -4,9 +4,7 @@
 # defines the target.
 find_package(Threads REQUIRED)
 if(NOT TARGET ostrel_test_support)
-  add_library(ostrel_test_support STATIC
-    ${CMAKE_CURRENT_LIST_DIR}/LogCapture.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/RecordingServer.cpp)
+  add_library(ostrel_test_support STATIC ${CMAKE_CURRENT_LIST_DIR}/RecordingServer.cpp)
   target_include_directories(ostrel_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
   target_link_libraries(ostrel_test_support PUBLIC OstrelGingaCommonCore OstrelLogger OstrelTs
                                                    Threads::Threads)
