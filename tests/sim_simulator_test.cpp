@@ -33,16 +33,6 @@ ReceiverSimulator::Options quickOptions() {
   return options;
 }
 
-int sendOpenRequest(GingaServer* server, int tuner, short pid, short tableId, short ext,
-                    unsigned int timeOut) {
-  auto* request =
-      static_cast<TDataRequestCommand*>(TCommand::commandFactory(TDataRequestCommand::kCode));
-  request->setEndPoint(server), request->setOpen(1), request->setTunerId(tuner);
-  request->setPid(pid), request->setTableId(tableId), request->setTableIdExt(ext);
-  request->setTimeOut(timeOut), request->setRequestCounter(1);
-  return request->send(NULL);  // from here on the request is the server's
-}
-
 int sendSyncRequest(GingaServer* server, int tuner, short pid, short tableId, short ext) {
   TSyncDataRequestCommand request;
   request.setEndPoint(server), request.setTunerId(tuner);
@@ -125,7 +115,7 @@ TEST(SectionMatchRule, ExtensionIsComparedOnlyWhereTheMiddlewareKnowsIt) {
 // next request, and a repetition of what was delivered is not delivered again.
 TEST_F(Simulator, EachRequestGetsTheNextNewSectionOfItsTableUnderItsKey) {
   ReceiverSimulator* sim = make();
-  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 1));
+  ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, 7, 1));
   unsigned char cc = 0;
   const Bytes body = {0xE1, 0x00, 0xF0, 0x00};
   Bytes s0 = longSection(0x02, 7, body, 0, 0, 1), s1 = longSection(0x02, 7, body, 0, 1, 1);
@@ -133,10 +123,10 @@ TEST_F(Simulator, EachRequestGetsTheNextNewSectionOfItsTableUnderItsKey) {
   ASSERT_TRUE(m_destination.waitFor(1, 2000));
   sim->waitBusyCommands();
   EXPECT_EQ(0u, sim->getOpenRequestCount());
-  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 1));
+  ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, 7, 1));
   ASSERT_TRUE(m_destination.waitFor(2, 2000));
   feedSections(sim, 0, kPmtPid, {s0}, &cc);  // the table has come: a new request starts over
-  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 1));
+  ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, 7, 1));
   for (int i = 0; i < 300 && sim->getOpenRequestCount() > 0; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
@@ -162,7 +152,7 @@ class PmtAsker : public RecordingDestination {
                  unsigned char* data, unsigned int size) override {
     RecordingDestination::injectData(tunerId, pid, tableId, ext, reserved, data, size);
     if (pid == 0) {
-      sendOpenRequest(m_pServer, tunerId, kPmtPid, 0x02, 1, 1);
+      openRequest(m_pServer, kPmtPid, 0x02, 1, 1, tunerId);
     }
     return 1;
   }
@@ -177,7 +167,7 @@ TEST_F(Simulator, ARequestFromANotificationGetsTheVeryNextSection) {
   ReceiverSimulator* sim = make();
   PmtAsker asker(sim);
   sim->setDataDestination(&asker);
-  ASSERT_EQ(1, sendOpenRequest(sim, 0, 0x0000, 0x00, 0, 1));
+  ASSERT_EQ(1, openRequest(sim, 0x0000, 0x00, 0, 1));
   unsigned char patCc = 0, pmtCc = 0;
   const Bytes pat = longSection(0x00, 0x0421, {0x00, 0x01, 0xE1, 0x00}, 0);
   const Bytes pmt0 = pmtSection(1, 0), pmt1 = pmtSection(1, 1);
@@ -204,7 +194,7 @@ TEST_F(Simulator, AServerWithoutADestinationSaysSoOnce) {
   OstrelTest::LogCapture log;
   unsigned char cc = 0;
   for (short ext : {7, 8}) {
-    ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, ext, 1));
+    ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, ext, 1));
     feedSections(sim, 0, kPmtPid, {pmtSection(ext)}, &cc);
   }
   for (int i = 0; i < 200 && sim->getCounters().deliveries < 2; ++i) {
@@ -230,17 +220,17 @@ TEST_F(Simulator, ANewRequestIsAnsweredOnlyAfterItsStartUpTime) {
   const int tuner = sim->addMemoryTuner(stream, "pmt", true);
   sim->start();
   const auto sent = std::chrono::steady_clock::now();
-  ASSERT_EQ(1, sendOpenRequest(sim, tuner, kPmtPid, 0x02, 7, 2));
+  ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, 7, 2, tuner));
   ASSERT_TRUE(m_destination.waitFor(1, 2000));
   EXPECT_GE(std::chrono::steady_clock::now() - sent, std::chrono::milliseconds(300));
 }
 
 TEST_F(Simulator, RefusedRequestsAreClosedAndNothingLeaks) {
   ReceiverSimulator* sim = make();
-  EXPECT_EQ(0, sendOpenRequest(sim, 5, kPmtPid, 0x02, 7, 1));   // no such tuner
-  EXPECT_EQ(0, sendOpenRequest(sim, -1, kPmtPid, 0x02, 7, 1));  // no such tuner
-  EXPECT_EQ(0, sendOpenRequest(sim, 0, 0x2000, 0x02, 7, 1));    // no such PID
-  EXPECT_EQ(0, sendOpenRequest(sim, 0, static_cast<short>(0xFFFF), 0x02, 7, 1));
+  EXPECT_EQ(0, openRequest(sim, kPmtPid, 0x02, 7, 1, 5));   // no such tuner
+  EXPECT_EQ(0, openRequest(sim, kPmtPid, 0x02, 7, 1, -1));  // no such tuner
+  EXPECT_EQ(0, openRequest(sim, 0x2000, 0x02, 7, 1));    // no such PID
+  EXPECT_EQ(0, openRequest(sim, static_cast<short>(0xFFFF), 0x02, 7, 1));
   EXPECT_EQ(0u, sim->getOpenRequestCount());
   EXPECT_EQ(4u, sim->getCounters().commandsRefused);
   TCommand unknown(0x777);
@@ -253,7 +243,7 @@ TEST_F(Simulator, ShutdownClosesOpenFiltersAndDropsQueuedDeliveries) {
   plan.delayMs = 5000;
   sim->setFaultPlan(plan);
   for (short ext = 1; ext <= 5; ++ext) {
-    ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, ext, 60));
+    ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, ext, 60));
   }
   unsigned char cc = 0;
   feedSections(sim, 0, kPmtPid, {pmtSection(1), pmtSection(2)}, &cc);
@@ -394,8 +384,8 @@ TEST_F(Simulator, VideoGeometryIsKeptPerVideoAndCheckedWithoutBeingSet) {
 // them stops the next intact repetition. (The delay is seen in the shutdown test.)
 TEST_F(Simulator, HiddenDamagedOrDroppedSectionsDoNotStopTheNextRepetition) {
   ReceiverSimulator* sim = make();
-  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 7, 5));
-  ASSERT_EQ(1, sendOpenRequest(sim, 0, kPmtPid, 0x02, 8, 5));
+  ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, 7, 5));
+  ASSERT_EQ(1, openRequest(sim, kPmtPid, 0x02, 8, 5));
   unsigned char cc = 0;
   Bytes pmt7 = pmtSection(7), pmt8 = pmtSection(8);
   FaultPlan hide, corrupt, drop;

@@ -97,12 +97,12 @@ struct Key {
   }
 };
 
-// Sends an open data request for tuner 0; from then on the server owns it.
+// Sends an open data request; from then on the server owns it.
 inline int openRequest(Ostrel::GingaServer* server, short pid, short tableId, short ext,
-                       unsigned int timeOut) {
+                       unsigned int timeOut, int tunerId = 0) {
   auto* request = static_cast<Ostrel::TDataRequestCommand*>(
       Ostrel::TCommand::commandFactory(Ostrel::TDataRequestCommand::kCode));
-  request->setEndPoint(server), request->setOpen(1), request->setTunerId(0);
+  request->setEndPoint(server), request->setOpen(1), request->setTunerId(tunerId);
   request->setPid(pid), request->setTableId(tableId), request->setTableIdExt(ext);
   request->setTimeOut(timeOut);
   return request->send(NULL);
