@@ -3,6 +3,11 @@
 table of each case, what each reported, right or wrong (docs/robustness-corpus.md).
 
   peers.py --bin BUILD-DIR [--work DIR] [--only TEXT] [--real DIR]
+  peers.py --bin BUILD-DIR --agree DIR
+
+--agree checks, without the corpus, that ostrel-scan and libdvbpsi read each
+capture of DIR alike (table states, transport stream id, services, PMT PIDs,
+names); exit status 1 where they differ.
 
 BUILD-DIR holds tools/corpus/ostrel-corpus, ostrel-peer-dvbpsi,
 ostrel-peer-dvbv5, tools/dvb-emu/ostrel-dvb-emu and scan/ostrel-scan.
@@ -180,18 +185,35 @@ def summary(view):
     return ", ".join(parts)
 
 
+def agree(folder, scan, dvbpsi):
+    """Whether ostrel-scan and libdvbpsi read every capture of folder alike."""
+    def facts(view):
+        return ({t: view[t] for t in TABLES}, view["tsId"],
+                sorted((v["id"], v["pmtPid"], v["name"]) for v in view["services"]))
+    differ = 0
+    for name in sorted(n for n in os.listdir(folder) if n.endswith(".ts")):
+        path = os.path.join(folder, name)
+        ours, theirs = facts(scan_view(path, scan)), facts(json.loads(run([dvbpsi, path])[0]))
+        differ += ours != theirs
+        print(f"{name}: " + ("alike" if ours == theirs else f"ostrel-scan {ours}, libdvbpsi {theirs}"))
+    return 1 if differ else 0
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--bin", required=True)
     ap.add_argument("--work")
     ap.add_argument("--only", default="")
     ap.add_argument("--real")
+    ap.add_argument("--agree")
     ap.add_argument("--readers", default="ostrel-scan,libdvbpsi,libdvbv5,dvbv5-scan,ffprobe")
     o = ap.parse_args()
     b = o.bin
     corpus, scan = b + "/tools/corpus/ostrel-corpus", b + "/scan/ostrel-scan"
     dvbpsi, dvbv5 = b + "/tools/corpus/ostrel-peer-dvbpsi", b + "/tools/corpus/ostrel-peer-dvbv5"
     emu = b + "/tools/dvb-emu/ostrel-dvb-emu"
+    if o.agree:
+        return agree(o.agree, scan, dvbpsi)
     work = o.work or tempfile.mkdtemp(prefix="ostrel-peers-")
     os.makedirs(work, exist_ok=True)
     subprocess.run([corpus, work], check=True, stdout=subprocess.DEVNULL)
