@@ -90,7 +90,9 @@ class TableGatherer : public GingaDataDestination {
 struct Source {
   Source(const std::string& name, const std::string& path, unsigned int pids) {
     server = &sim;
-#ifdef OSTREL_DVB_EMU
+#ifndef OSTREL_DVB_EMU
+    (void)name, (void)pids;  // the simulator is the only source here
+#else
     if (name != "simulator") {
       emulator.reset(new Emulator(path, " --fast --once --start-with " + std::to_string(pids)));
       EXPECT_TRUE(emulator->ok) << "the emulated adapter could not be mounted";
