@@ -265,7 +265,7 @@ SectionSource::ReadResult ReceiverSimulator::Impl::readSection(int timeoutMs, Se
       // with every section before it.
       bool damaged = false;
       const bool wanted =
-          first.delayed ||
+          first.due != Clock::time_point::min() ||
           (m_setFilters.count(std::make_pair(first.section.tunerId, first.section.pid)) != 0 &&
            __applyFaults(first.section.pid, &first.section.data, &damaged));
       if (wanted) {
@@ -391,9 +391,9 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
       continue;
     }
     Queued entry;
-    entry.delayed = m_faults.delayMs > 0;
+    const bool delayed = m_faults.delayMs > 0;
     entry.due = Clock::time_point::min();
-    if (entry.delayed) {
+    if (delayed) {
       // Decided now, and held back without holding the reader back.
       bool damaged = false;
       if (!m_setFilters.count(std::make_pair(tunerId, one.pid)) ||
@@ -418,7 +418,7 @@ void ReceiverSimulator::Impl::queueSections(int tunerId, std::vector<Staged>* st
         continue;
       }
     }
-    if (!entry.delayed) {
+    if (!delayed) {
       entry.section.intact = true;  // faults come when it is taken
     }
     entry.seq = ++m_ullPushed;

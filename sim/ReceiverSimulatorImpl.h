@@ -89,9 +89,10 @@ class ReceiverSimulator::Impl : public SectionSource {
  private:
   struct Queued {
     uint64_t seq;
-    Clock::time_point due;  // Clock::time_point::min() unless delayed
-    bool delayed;           // its filter and faults were decided when queued
-    Section section;        // intact: checked by the demultiplexer, not damaged since
+    // Clock::time_point::min() unless delayed; a delayed one's filter and
+    // faults were decided when it was queued.
+    Clock::time_point due;
+    Section section;  // intact: checked by the demultiplexer, not damaged since
   };
   // A section demultiplexed and not yet queued.
   struct Staged {
