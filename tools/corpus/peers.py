@@ -30,6 +30,7 @@ names. --real adds the captures of DIR (no truth: what each reported).
 """
 
 import argparse
+import contextlib
 import json
 import os
 import subprocess
@@ -71,21 +72,27 @@ def ffprobe_view(path):
                          for p in progs]}
 
 
-def dvbv5_view(path, emu, peer, work):
+@contextlib.contextmanager
+def emulated(path, emu, work):
+    """The root of ostrel-dvb-emu looping path at 40 Mbit/s (None when it did
+    not mount), for the length of the block."""
     root = tempfile.mkdtemp(dir=work)
     e = subprocess.Popen([emu, "--root", root, "--adapter", path, "--bitrate", "40000000"],
                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
     try:
-        if not e.stdout.readline().startswith("ready"):
-            return None
-        out, _ = run([peer, root + "/adapter0/demux0", "2"])
-        return json.loads(out)
-    except subprocess.TimeoutExpired:
-        return None
+        yield root if e.stdout.readline().startswith("ready") else None
     finally:
         e.terminate()
         e.wait(10)
         os.rmdir(root)
+
+
+def dvbv5_view(path, emu, peer, work):
+    with emulated(path, emu, work) as root:
+        try:
+            return root and json.loads(run([peer, root + "/adapter0/demux0", "2"])[0])
+        except subprocess.TimeoutExpired:
+            return None
 
 
 def bind_sysfs():
@@ -104,36 +111,32 @@ def bind_sysfs():
 
 
 def dvbv5_scan_view(path, emu, work):
-    root = tempfile.mkdtemp(dir=work)
-    e = subprocess.Popen([emu, "--root", root, "--adapter", path, "--bitrate", "40000000"],
-                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-    init, out = root + ".init.conf", root + ".conf"
-    try:
-        if not e.stdout.readline().startswith("ready"):
+    with emulated(path, emu, work) as root:
+        if root is None:
             return None
-        subprocess.run(["mount", "--bind", root, "/dev/dvb"], check=True)
-        with open(init, "w") as f:
-            f.write("[CHANNEL]\n\tDELIVERY_SYSTEM = ISDBT\n\tFREQUENCY = 575142857\n")
-        run(["dvbv5-scan", init, "-o", out], timeout=30)
-        services, entry = [], None
-        with open(out) as f:
-            for line in f:
-                if line.startswith("["):
-                    entry = {"id": None, "pmtPid": None, "name": line.strip()[1:-1], "provider": ""}
-                    services.append(entry)
-                elif entry is not None and line.strip().startswith("SERVICE_ID ="):
-                    entry["id"] = int(line.split("=")[1])
-        return {"services": services}
-    except (subprocess.TimeoutExpired, FileNotFoundError):
-        return None
-    finally:
-        subprocess.run(["umount", "/dev/dvb"], stderr=subprocess.DEVNULL)
-        e.terminate()
-        e.wait(10)
-        os.rmdir(root)
-        for f in (init, out):
-            if os.path.exists(f):
-                os.remove(f)
+        init, out = root + ".init.conf", root + ".conf"
+        try:
+            subprocess.run(["mount", "--bind", root, "/dev/dvb"], check=True)
+            with open(init, "w") as f:
+                f.write("[CHANNEL]\n\tDELIVERY_SYSTEM = ISDBT\n\tFREQUENCY = 575142857\n")
+            run(["dvbv5-scan", init, "-o", out], timeout=30)
+            services, entry = [], None
+            with open(out) as f:
+                for line in f:
+                    if line.startswith("["):
+                        entry = {"id": None, "pmtPid": None, "name": line.strip()[1:-1],
+                                 "provider": ""}
+                        services.append(entry)
+                    elif entry is not None and line.strip().startswith("SERVICE_ID ="):
+                        entry["id"] = int(line.split("=")[1])
+            return {"services": services}
+        except (subprocess.TimeoutExpired, FileNotFoundError):
+            return None
+        finally:
+            subprocess.run(["umount", "/dev/dvb"], stderr=subprocess.DEVNULL)
+            for f in (init, out):
+                if os.path.exists(f):
+                    os.remove(f)
 
 
 def judge(case, view, states=True, mode="once", pids=True):
